@@ -1,0 +1,8 @@
+# The warnings that all of our own code is built with, as a library that targets link privately.
+option(VXLAN_WERROR "Treat warnings as errors" OFF)
+
+add_library(vxlan-warnings INTERFACE)
+target_compile_options(vxlan-warnings INTERFACE -Wall -Wextra -Wpedantic)
+if(VXLAN_WERROR)
+  target_compile_options(vxlan-warnings INTERFACE -Werror)
+endif()
