@@ -26,17 +26,20 @@ struct SourcePlace {
 // Stops the process unless `condition` holds. `text` is the invariant as its owner words it.
 inline void assertThat(bool condition, const char* text,
                        const SourcePlace& place = SourcePlace::here()) {
-  if (!condition) [[unlikely]] assertionFailed(text, {}, place);
+  if (!condition) [[unlikely]]
+    assertionFailed(text, {}, place);
 }
 
 // The same, and says the values: `values` is called only when the invariant is broken, and returns
 // what belongs behind the text.
 template <class Values>
 void assertThat(bool condition, const char* text, Values&& values,
-                const SourcePlace& place = SourcePlace::here())
-  requires requires { std::string(values()); }
+                const SourcePlace& place = SourcePlace::here()) requires requires {
+  std::string(values());
+}
 {
-  if (!condition) [[unlikely]] assertionFailed(text, values(), place);
+  if (!condition) [[unlikely]]
+    assertionFailed(text, values(), place);
 }
 
 }  // namespace Moru

@@ -1,0 +1,252 @@
+#include "framework/Ringlog/Reader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <iomanip>
+#include <iterator>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "framework/Ringlog/Format.h"
+#include "framework/Ringlog/Site.h"
+
+namespace Ringlog {
+
+namespace {
+
+using Bytes = std::span<const std::byte>;
+
+template <class T>
+std::optional<T> at(Bytes file, std::size_t offset) {
+  if (offset > file.size() || file.size() - offset < sizeof(T)) return std::nullopt;
+  T value;
+  std::memcpy(&value, file.data() + offset, sizeof value);
+  return value;
+}
+
+std::string sized(std::string_view what, std::uint64_t is, std::string_view expected) {
+  return std::string(what) + " is " + std::to_string(is) + ", expected " + std::string(expected);
+}
+
+std::string atMost(std::uint64_t most) { return "at most " + std::to_string(most); }
+
+// One pass over a file.
+class Pass {
+ public:
+  Pass(Bytes file, Bytes later) : file_(file), later_(later) {}
+
+  Contents run() && {
+    if (!readHeader()) return std::move(contents_);
+    readSites();
+    for (unsigned level = 0; level < header_.levels; ++level) readLevel(level);
+    std::stable_sort(contents_.messages.begin(), contents_.messages.end(),
+                     [](const Message& left, const Message& right) { return right.isAfter(left); });
+    return std::move(contents_);
+  }
+
+ private:
+  void problem(std::string text) {
+    constexpr std::size_t most = 100;
+    if (contents_.problems.size() < most) contents_.problems.push_back(std::move(text));
+    if (contents_.problems.size() == most - 1)
+      contents_.problems.emplace_back("there are more problems than these");
+  }
+
+  bool readHeader() {
+    const auto header = at<Format::Header>(file_, 0);
+    if (!header) {
+      problem(sized("the file's size", file_.size(),
+                    "a header of " + std::to_string(Format::headerSize) + " bytes"));
+      return false;
+    }
+    header_ = *header;
+    if (header_.magic != Format::magic) {
+      problem("this is no trace ring, or of another version: it does not begin with " +
+              std::string(Format::magic.begin(), Format::magic.end()));
+      return false;
+    }
+    if (header_.byteOrder != Format::byteOrder) {
+      problem("the file was written by a machine of another byte order");
+      return false;
+    }
+    if (header_.levels > mostLevels) {
+      problem(sized("the number of levels", header_.levels, atMost(mostLevels)));
+      return false;
+    }
+    contents_.process = header_.process;
+    contents_.droppedMessages = header_.droppedSites;
+    return true;
+  }
+
+  void readSites() {
+    std::uint64_t offset = header_.sitesOffset;
+    if (offset > file_.size()) {
+      problem(sized("the offset of the site table", offset, atMost(file_.size())));
+      return;
+    }
+    std::uint64_t left = header_.sitesSize;
+    if (left > file_.size() - offset) {
+      problem(sized("the size of the site table", left, atMost(file_.size() - offset)));
+      left = file_.size() - offset;
+    }
+    while (left > 0) {
+      const auto size = at<Format::SiteSize>(file_, offset);
+      if (left < sizeof(Format::SiteSize) || !size || *size > left - sizeof(Format::SiteSize)) {
+        problem("the entry of site " + std::to_string(sites_.size()) + " at offset " +
+                std::to_string(offset) + " goes beyond the end of the site table");
+        return;
+      }
+      auto site = deserialize(file_.subspan(offset + sizeof *size, *size));
+      if (!site)
+        problem("the entry of site " + std::to_string(sites_.size()) + " at offset " +
+                std::to_string(offset) + " does not describe a statement");
+      sites_.push_back(std::move(site));
+      offset += sizeof *size + *size;
+      left -= sizeof *size + *size;
+    }
+  }
+
+  void readLevel(unsigned number) {
+    const Format::Level& level = header_.level[number];
+    const std::string name = "level " + std::to_string(number);
+    if (level.size == 0) return;
+    if (level.size % Format::alignment != 0 || level.offset > file_.size() ||
+        level.size > file_.size() - level.offset) {
+      problem(name + ": its region of " + std::to_string(level.size) + " bytes at offset " +
+              std::to_string(level.offset) + " does not lie within the file of " +
+              std::to_string(file_.size()));
+      return;
+    }
+    if (level.tail > level.head || level.head - level.tail > level.size ||
+        level.tail % Format::alignment != 0 || level.head % Format::alignment != 0) {
+      problem(name + ": tail " + std::to_string(level.tail) + " and head " +
+              std::to_string(level.head) + " are no bounds of records in " +
+              std::to_string(level.size) + " bytes");
+      return;
+    }
+    // What the process has overwritten while the file was copied is not there any more.
+    const std::uint64_t tailNow = laterTail(number);
+    const Bytes region = file_.subspan(level.offset, level.size);
+    for (std::uint64_t position = level.tail; position < level.head;) {
+      const std::uint64_t place = position % level.size;
+      const auto record = at<RecordStart>(region, place);
+      const std::uint64_t size = record ? record->size * Format::alignment : 0;
+      if (size == 0 || size > level.head - position || size > level.size - place ||
+          (record->site != Format::filler && size < sizeof(Format::Record))) {
+        if (position >= tailNow)
+          problem(name + ": the record at offset " + std::to_string(level.offset + place) +
+                  " says a size of " + std::to_string(size) + ", expected " +
+                  std::to_string(sizeof(Format::Record)) + " to " +
+                  std::to_string(std::min(level.head - position, level.size - place)));
+        return;
+      }
+      if (record->site != Format::filler && position >= tailNow)
+        readRecord(number, level.offset + place, region.subspan(place, size));
+      position += size;
+    }
+  }
+
+  // The first eight bytes of a record, which are all of a filler.
+  struct RecordStart {
+    std::uint32_t sequence;
+    std::uint16_t site;
+    std::uint16_t size;
+  };
+
+  std::uint64_t laterTail(unsigned number) const {
+    const auto later = at<Format::Header>(later_, 0);
+    return later ? later->level[number].tail : 0;
+  }
+
+  void readRecord(unsigned level, std::uint64_t offset, Bytes bytes) {
+    const auto record = *at<Format::Record>(bytes, 0);
+    const bool known = record.site < sites_.size() && sites_[record.site].has_value();
+    const auto text =
+        known ? render(*sites_[record.site], bytes.subspan(sizeof record)) : std::nullopt;
+    if (!text) {
+      problem("level " + std::to_string(level) + ": the record at offset " +
+              std::to_string(offset) + " is of site " + std::to_string(record.site) +
+              (known ? ", which has other values" : ", which the site table does not have"));
+      return;
+    }
+    contents_.messages.push_back({timeOf(record.counter), record.counter, record.sequence, level,
+                                  sites_[record.site]->facility, *text});
+  }
+
+  // By the rate between the first and the last anchor, from the last: the calendar may have been
+  // set since the first.
+  std::int64_t timeOf(std::uint64_t counter) const {
+    const Format::Anchor& first = header_.anchor[0];
+    const Format::Anchor& last = header_.anchor[1 + header_.anchors % 2];
+    const double ticks = difference(last.counter, first.counter);
+    const double elapsed = static_cast<double>(last.steady) - static_cast<double>(first.steady);
+    const double rate = ticks != 0 ? elapsed / ticks : 0;
+    const double since = difference(counter, last.counter) * rate;
+    // A file of nonsense may tell of any time: what no clock shows is the time of the anchor.
+    constexpr double longest = 1e18;
+    if (!(std::abs(since) < longest) || std::abs(static_cast<double>(last.realtime)) > 4 * longest)
+      return last.realtime;
+    return last.realtime + static_cast<std::int64_t>(since);
+  }
+
+  static double difference(std::uint64_t left, std::uint64_t right) {
+    return left >= right ? static_cast<double>(left - right) : -static_cast<double>(right - left);
+  }
+
+  Bytes file_;
+  Bytes later_;
+  Format::Header header_{};
+  std::vector<std::optional<Site>> sites_;
+  Contents contents_;
+};
+
+std::vector<char> contentsOf(std::ifstream& file) {
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace
+
+bool Message::isAfter(const Message& other) const {
+  return std::pair(counter, sequence) > std::pair(other.counter, other.sequence);
+}
+
+Contents read(std::span<const std::byte> file, std::span<const std::byte> later) {
+  return Pass(file, later).run();
+}
+
+Contents read(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::vector<char> bytes = contentsOf(file);
+  if (!file.is_open() || file.bad()) {
+    Contents contents;
+    contents.problems.push_back(path + ": " + std::system_category().message(errno));
+    return contents;
+  }
+  std::ifstream again(path, std::ios::binary);
+  std::vector<char> later(Format::headerSize);
+  again.read(later.data(), static_cast<std::streamsize>(later.size()));
+  return read(std::as_bytes(std::span(bytes)), std::as_bytes(std::span(later)));
+}
+
+std::ostream& operator<<(std::ostream& out, const Message& message) {
+  constexpr std::int64_t second = 1'000'000'000;
+  std::int64_t part = message.time % second;
+  if (part < 0) part += second;
+  const std::time_t seconds = (message.time - part) / second;
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  const char fill = out.fill('0');
+  out << std::put_time(&utc, "%Y-%m-%d %H:%M:%S") << '.' << std::setw(9) << part << ' '
+      << message.level << ' ' << message.text;
+  out.fill(fill);
+  return out;
+}
+
+}  // namespace Ringlog

@@ -1,0 +1,374 @@
+// Trace statements, the stream, the ring file and its reader.
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <limits>
+#include <rapidcheck/gtest.h>
+#include <sstream>
+#include <string>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "framework/Moru/Assert.h"
+#include "framework/Moru/Name.h"
+#include "framework/Moru/Trace.h"
+#include "framework/Ringlog/Reader.h"
+
+namespace TraceTest {
+
+inline constinit Moru::TraceFacility traceFacility{"Test"};
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+struct Mac {
+  friend Ringlog::EthValue traceValue(const Mac&) { return {{2, 0, 0, 0, 0, 0xab}}; }
+};
+struct Vtep {
+  friend Ringlog::Ip4Value traceValue(const Vtep&) { return {0x0a000002}; }
+};
+struct Vtep6 {
+  friend Ringlog::IpValue traceValue(const Vtep6&) { return {1, {0x20, 1, 0xd, 0xb8, 15}}; }
+};
+struct Host {
+  friend Ringlog::MacVlanValue traceValue(const Host&) { return {{{2}}, 4094}; }
+};
+struct Printed {
+  friend std::ostream& operator<<(std::ostream& out, const Printed&) { return out << "printed"; }
+};
+
+// A method with parameters, for the signature that both compilers must give.
+struct Machine {
+  void handle(const TraceTest::Mac& mac, const Moru::Name* name, unsigned int number) const {
+    MORU_TRACE(8, " mac ", mac, " name ", *name, " vni: ", number);
+  }
+};
+
+class TraceTest : public testing::Test {
+ protected:
+  TraceTest() {
+    char name[] = "/tmp/ring-test-XXXXXX";
+    directory = mkdtemp(name);
+    Moru::traceSinkIs([this](const Moru::TraceMessage& message) {
+      stream.push_back(std::to_string(message.level) + ' ' + std::string(message.facility) + ' ' +
+                       std::string(message.text));
+    });
+  }
+
+  ~TraceTest() override {
+    Ringlog::close();
+    Ringlog::directoryIs("");
+    Moru::traceSinkIs(nullptr);
+    traceFacility.streamLevelsIs(0);
+    Ringlog::traceFacility.streamLevelsIs(0);
+    std::filesystem::remove_all(directory);
+  }
+
+  void open(std::size_t kibibytes = 33) {
+    Ringlog::directoryIs(directory);
+    Ringlog::open("test.rlg", std::vector<std::size_t>(10, kibibytes));
+  }
+
+  std::string path() const { return directory + "/test.rlg"; }
+
+  std::vector<std::string> texts(const Ringlog::Contents& contents) const {
+    std::vector<std::string> texts;
+    for (const auto& message : contents.messages)
+      texts.push_back(std::to_string(message.level) + ' ' + message.facility + ' ' + message.text);
+    return texts;
+  }
+
+  // Runs `body` in a process of its own and returns how that ended (see waitpid).
+  template <class Body>
+  static int inChild(Body body) {
+    const pid_t child = fork();
+    if (child == 0) {
+      body();
+      _exit(0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+  }
+
+  std::string directory;
+  std::vector<std::string> stream;
+};
+
+void everyKind(const std::string& text) {
+  MORU_TRACE(3, "", true, " ", std::uint8_t{200}, " ", std::int8_t{-5}, " ", std::uint16_t{65535},
+             " ", -7, " ", std::numeric_limits<std::uint64_t>::max(), " ", 0.1, " ", 2.5F);
+  MORU_TRACE(4, " ", Mac(), " ", Vtep(), " ", Vtep6(), " ", Host(), " ", Printed(), " ", text);
+  MORU_TRACE(9);
+  MORU_TRACE(0, "text", " ", Moru::Name("name"), " ", Moru::Ptr<Moru::PtrInterface>());
+}
+
+TEST_F(TraceTest, StreamAndRingGiveTheSameTextForEveryKind) {
+  open();
+  traceFacility.streamLevelsIs(Moru::TraceFacility::allLevels);
+  everyKind("text");
+  const Moru::Name name("hostTable");
+  Machine().handle(Mac(), &name, 7);
+  const std::string start = "Test void TraceTest::everyKind(const std::string&)";
+  EXPECT_THAT(
+      stream,
+      ElementsAre(
+          "3 " + start + " true 200 -5 65535 -7 18446744073709551615 0.1 2.5",
+          "4 " + start +
+              " 02:00:00:00:00:ab 10.0.0.2 2001:db8:f00::"
+              " 02:00:00:00:00:00 vlan 4094 printed text",
+          "9 " + start, "0 " + start + " text name 0x0",
+          "8 Test void TraceTest::Machine::handle(const TraceTest::Mac&, const Moru::Name*, "
+          "unsigned int) const mac 02:00:00:00:00:ab name hostTable vni: 7"));
+  const auto contents = Ringlog::read(path());
+  EXPECT_THAT(contents.problems, IsEmpty());
+  EXPECT_EQ(texts(contents), stream) << "also in the order of time, across levels";
+  EXPECT_EQ(contents.process, static_cast<std::uint64_t>(getpid()));
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  EXPECT_NEAR(static_cast<double>(contents.messages.front().time),
+              static_cast<double>(std::chrono::nanoseconds(now).count()), 60e9);
+}
+
+TEST_F(TraceTest, EvaluatesNothingThatIsOffAndKeepsToOneSink) {
+  int evaluated = 0;
+  const auto count = [&] { return ++evaluated; };
+  MORU_TRACE(5, " ", count());
+  EXPECT_EQ(evaluated, 0);
+  traceFacility.streamLevelsIs(1U << 5);
+  MORU_TRACE(5, " both ", count());
+  MORU_TRACE(4, " other level ", count());
+  MORU_TRACE_RING(5, " ring ", count());
+  EXPECT_EQ(evaluated, 1);
+  open();
+  MORU_TRACE_STREAM(5, " stream ", count());
+  MORU_TRACE_RING(5, " ring ", count());
+  EXPECT_THAT(stream, ElementsAre(HasSubstr(" both 1"), HasSubstr(" stream 2")));
+  EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr(" ring 3")));
+}
+
+TEST_F(TraceTest, CutsLongTextsAndKeepsTheNewestWholeRecords) {
+  open(4);
+  MORU_TRACE(1, " ", std::string(1000, 'x'));
+  for (int i = 0; i < 5'000; ++i)
+    MORU_TRACE(2, " ", i, " ", std::string(static_cast<std::size_t>(i % 40), 'y'));
+  const auto contents = Ringlog::read(path());
+  EXPECT_THAT(contents.problems, IsEmpty());
+  ASSERT_GT(contents.messages.size(), 60U) << "4 KiB hold more than that";
+  EXPECT_TRUE(contents.messages[0].text.ends_with(" " + std::string(255, 'x')));
+  int expected = 5'000 - static_cast<int>(contents.messages.size()) + 1;
+  for (std::size_t i = 1; i < contents.messages.size(); ++i, ++expected)
+    EXPECT_TRUE(contents.messages[i].text.ends_with(
+        " " + std::to_string(expected) + " " +
+        std::string(static_cast<std::size_t>(expected % 40), 'y')));
+}
+
+TEST_F(TraceTest, OpensOnceAndKeepsTheFileOfTheProcessBefore) {
+  open();
+  MORU_TRACE(1, " first process");
+  Ringlog::open("other.rlg", std::vector<std::size_t>(10, 33));
+  EXPECT_FALSE(std::filesystem::exists(directory + "/other.rlg"));
+  Ringlog::close();
+  MORU_TRACE(1, " nowhere");
+  open();
+  MORU_TRACE(1, " second process");
+  EXPECT_THAT(texts(Ringlog::read(path() + ".prev")), ElementsAre(HasSubstr("first process")));
+  EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr("second process")));
+}
+
+// Writes until it is killed, from another point of a record for each delay.
+[[noreturn]] void writeForever(int delay) {
+  std::signal(SIGALRM, [](int) { raise(SIGKILL); });
+  for (unsigned i = 0;; ++i) {
+    MORU_TRACE(8, " ", i, " ", ~i);
+    MORU_TRACE(7, " ", i, " ", std::string(i % 100, 'z'));
+    if (i == 10'000U + static_cast<unsigned>(delay)) {
+      const itimerval soon{{0, 0}, {0, 50 + delay}};
+      setitimer(ITIMER_REAL, &soon, nullptr);
+    }
+  }
+}
+
+TEST_F(TraceTest, AProcessThatIsKilledLeavesOnlyWholeRecords) {
+  for (const int delay : {0, 1, 3, 7}) {
+    const int status = inChild([&] {
+      open(4);
+      writeForever(delay);
+    });
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    const auto contents = Ringlog::read(path());
+    EXPECT_THAT(contents.problems, IsEmpty());
+    ASSERT_GT(contents.messages.size(), 100U);
+    std::uint32_t last = 0;
+    for (const auto& message : contents.messages) {
+      if (message.level != 8) continue;
+      std::istringstream text(message.text.substr(message.text.rfind(')') + 1));
+      std::uint32_t number = 0;
+      std::uint32_t inverse = 0;
+      text >> number >> inverse;
+      EXPECT_EQ(inverse, ~number);
+      EXPECT_TRUE(last == 0 || number == last + 1) << number << " after " << last;
+      last = number;
+    }
+  }
+}
+
+TEST_F(TraceTest, AFailedAssertionIsTheLastRecord) {
+  const int status = inChild([&] {
+    std::freopen("/dev/null", "w", stderr);
+    open();
+    MORU_TRACE(8, " before");
+    Moru::assertThat(1 + 1 == 3, "1 + 1 == 3", [] { return std::string("it is 2"); });
+  });
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
+  EXPECT_THAT(
+      texts(Ringlog::read(path())),
+      ElementsAre(HasSubstr(" before"), HasSubstr("assertion failed: 1 + 1 == 3: it is 2")));
+}
+
+}  // namespace TraceTest
+
+// Statements whose facility's name alone nearly fills the first step of the table of statements.
+namespace WordyTest {
+
+constexpr auto longName = [] {
+  std::array<char, 60'001> name{};
+  name.fill('f');
+  name.back() = '\0';
+  return name;
+}();
+constinit Moru::TraceFacility traceFacility{longName.data()};
+
+void tooMuch() {
+  MORU_TRACE(8, " known");
+  for (int i = 0; i < 3; ++i) MORU_TRACE(8, " too much");
+  MORU_TRACE(8, " too much as well");
+}
+
+}  // namespace WordyTest
+
+namespace TraceTest {
+
+// What a process says whose ring cannot be written: once, and it goes on.
+class RingFailure : public TraceTest {
+ protected:
+  // Child processes tell by their exit status.
+  enum { fine = 0, notSaidOnce = 1, otherText = 2 };
+
+  int saidOnce(const std::string& text) {
+    if (stream.size() != 1) return notSaidOnce;
+    return stream[0].find(text) != std::string::npos &&
+                   Ringlog::error().find(text) != std::string::npos
+               ? fine
+               : otherText;
+  }
+
+  static void sayAll() { Ringlog::traceFacility.streamLevelsIs(1); }  // level 0
+};
+
+TEST_F(RingFailure, OfADirectoryThatIsNotThere) {
+  sayAll();
+  for (int i = 0; i < 2; ++i) {
+    Ringlog::directoryIs(directory + "/missing");
+    Ringlog::open("test.rlg", std::vector<std::size_t>(10, 33));
+    MORU_TRACE(8, " goes on");
+  }
+  EXPECT_EQ(saidOnce("No such file or directory"), fine);
+}
+
+TEST_F(RingFailure, OfALimitOnTheSizeOfFiles) {
+  // At opening, and when the table of statements wants to grow: the statements known by then go on.
+  const auto limited = [&](rlim_t bytes, auto body) {
+    return inChild([&] {
+      sayAll();
+      const rlimit limit{bytes, bytes};
+      setrlimit(RLIMIT_FSIZE, &limit);
+      open();
+      _exit(body());
+    });
+  };
+  EXPECT_EQ(limited(100'000, [&] { return saidOnce("may write files of 100000"); }), fine);
+  EXPECT_FALSE(std::filesystem::exists(path()));
+
+  EXPECT_EQ(limited(420'000,
+                    [&] {
+                      WordyTest::tooMuch();
+                      ::TraceTest::everyKind("small enough");
+                      return saidOnce("takes no further statements");
+                    }),
+            fine);
+  const auto contents = Ringlog::read(path());
+  EXPECT_THAT(contents.problems, IsEmpty());
+  EXPECT_EQ(contents.messages.size(), 5U);
+  EXPECT_EQ(contents.droppedMessages, 4U);
+}
+
+TEST_F(RingFailure, OfAFullDisk) {
+  if (mount("none", directory.c_str(), "tmpfs", 0, "size=200k") != 0)
+    GTEST_SKIP() << "no right to mount a small file system here: " << std::strerror(errno);
+  sayAll();
+  open();
+  EXPECT_EQ(saidOnce("No space left on device"), fine);
+  EXPECT_FALSE(std::filesystem::exists(path()));
+  umount(directory.c_str());
+}
+
+class RingCorruption : public TraceTest {
+ protected:
+  std::vector<char> sample() {
+    open(1);
+    for (int i = 0; i < 30; ++i) everyKind("text " + std::to_string(i));
+    Ringlog::close();
+    std::ifstream file(path(), std::ios::binary);
+    std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return bytes;
+  }
+
+  static Ringlog::Contents read(const std::vector<char>& bytes) {
+    return Ringlog::read(std::as_bytes(std::span(bytes)), std::as_bytes(std::span(bytes)));
+  }
+};
+
+TEST_F(RingCorruption, IsSaidInWords) {
+  EXPECT_THAT(Ringlog::read(path()).problems, ElementsAre(HasSubstr("No such file")));
+  EXPECT_THAT(read({}).problems,
+              ElementsAre("the file's size is 0, expected a header of 4096 bytes"));
+  EXPECT_THAT(read(std::vector<char>(10'000, 'x')).problems,
+              ElementsAre(HasSubstr("no trace ring")));
+  auto bytes = sample();
+  const auto whole = read(bytes);
+  EXPECT_THAT(whole.problems, IsEmpty());
+  bytes.resize(4096 + 10 * 1024 + 100);  // in the middle of the first site
+  const auto half = read(bytes);
+  EXPECT_THAT(half.problems, testing::Contains(HasSubstr("site table")));
+}
+
+TEST_F(RingCorruption, CrashesAndHangsNothing) {
+  const auto bytes = sample();
+  EXPECT_TRUE(rc::check("cut off anywhere, with any bytes changed", [&] {
+    auto changed = bytes;
+    // The sites stand at the end, the bounds of the levels at the beginning, and records between.
+    changed.resize(
+        *rc::gen::element(bytes.size(), *rc::gen::inRange<std::size_t>(0, bytes.size())));
+    for (const auto& [where, byte] : *rc::gen::container<std::vector<std::pair<std::size_t, char>>>(
+             rc::gen::pair(rc::gen::oneOf(rc::gen::inRange<std::size_t>(0, 600),
+                                          rc::gen::inRange<std::size_t>(0, bytes.size())),
+                           rc::gen::arbitrary<char>())))
+      if (where < changed.size() && where >= 12) changed[where] = byte;
+    const auto contents = read(changed);
+    std::ostringstream out;
+    for (const auto& message : contents.messages) out << message << '\n';
+    RC_ASSERT(contents.messages.size() <= bytes.size());
+  }));
+}
+
+}  // namespace TraceTest
