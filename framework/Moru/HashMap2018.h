@@ -1,0 +1,107 @@
+// The hash table for values, from none to millions: stable slots under an open-addressing index.
+//
+//   for (auto [key, value] : map) ...
+//   for (auto it = map.begin(); it; ++it) it.key(), it.value() ...
+//
+// No element moves while it is there. Elements may come and go, the current one too, while
+// iterators are on their way: an iterator is a slot and a copy of its key. Iteration is in the
+// order of the slots: that of insertion, but for elements that have taken the place of removed
+// ones. An iterator must not outlive its map.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <iterator>
+#include <utility>
+
+#include "framework/Moru/Assert.h"
+#include "framework/Moru/SlotTable.h"
+
+namespace Moru {
+
+template <class Key, class Value, class Hash = std::hash<Key>>
+class HashMap2018 : SlotTable<Key, Value, Hash> {
+  using Table = SlotTable<Key, Value, Hash>;
+  using typename Table::Slot;
+
+  template <class Map, class ValueType>
+  class IteratorOf;
+
+ public:
+  using Iterator = IteratorOf<HashMap2018, Value>;
+  using ConstIterator = IteratorOf<const HashMap2018, const Value>;
+
+  HashMap2018() = default;
+  ~HashMap2018() {
+    if constexpr (Table::elementsMayReenter) delAll();
+  }
+
+  using Table::contains;
+  using Table::empty;
+  using Table::find;
+  using Table::size;
+  using Table::value;
+
+  // Adds an element, or gives it another value. True if the key is new.
+  bool is(const Key& key, Value value) { return this->put(key, std::move(value)) != Table::none; }
+
+  // True if the element was there.
+  bool del(const Key& key) {
+    const Slot slot = this->slotOf(key);
+    if (slot == Table::none) return false;
+    this->remove(slot);
+    return true;
+  }
+
+  void delAll() {
+    for (Iterator it = begin(); it; ++it) del(it.key());
+  }
+
+  Iterator begin() { return Iterator(*this); }
+  ConstIterator begin() const { return ConstIterator(*this); }
+  std::default_sentinel_t end() const { return std::default_sentinel; }
+};
+
+template <class Key, class Value, class Hash>
+template <class Map, class ValueType>
+class HashMap2018<Key, Value, Hash>::IteratorOf {
+ public:
+  struct Entry {
+    const Key& key;
+    ValueType& value;
+  };
+
+  explicit IteratorOf(Map& map) : map_(&map) { settle(0); }
+
+  // False at the end.
+  explicit operator bool() const { return slot_ != Table::none; }
+  friend bool operator==(const IteratorOf& it, std::default_sentinel_t) { return !it; }
+
+  // The key of the element that the iterator has come to, which may have been removed since.
+  const Key& key() const { return key_; }
+
+  // Its value. The element must still be there: that is asserted.
+  ValueType& value() const {
+    assertThat(map_->holds(slot_, key_), "the iterator stands on an element");
+    return map_->element(slot_).value;
+  }
+
+  Entry operator*() const { return {key_, value()}; }
+
+  IteratorOf& operator++() {
+    settle(slot_ + 1);
+    return *this;
+  }
+
+ private:
+  void settle(Slot slot) {
+    slot_ = map_->next(slot);
+    if (slot_ != Table::none) key_ = map_->element(slot_).key;
+  }
+
+  Map* map_;
+  Slot slot_ = Table::none;
+  Key key_{};
+};
+
+}  // namespace Moru

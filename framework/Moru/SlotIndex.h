@@ -1,0 +1,142 @@
+// The hash index of the large collections: from the hash of a key to the slot of its element.
+// Inside the framework only.
+//
+// It is an array of buckets, each a cache line of twelve entries: a byte of the hash (the tag) and
+// the slot. A lookup compares the tags of a bucket at once, and looks at the element only where one
+// fits: nearly always one line of the index and one element are read, and no branch is hard to
+// predict. What finds its bucket full goes into the next one that has room. Each bucket counts
+// those who have passed it by, so that a lookup knows when to go on, and removal leaves nothing
+// behind.
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "framework/Moru/Hash.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace Moru {
+
+class SlotIndex {
+ public:
+  using Slot = std::uint32_t;
+  static constexpr Slot none = 0xffffffff;
+
+  // The slot that is entered under `hash` and that `isIt(slot)` says yes to; none if there is none.
+  template <class IsIt>
+  Slot find(std::size_t hash, IsIt&& isIt) const {
+    if (buckets_.empty()) return none;
+    const Home home = homeOf(hash);
+    for (std::size_t at = home.bucket;; at = after(at)) {
+      const Bucket& bucket = buckets_[at];
+      for (unsigned fits = bucket.fits(home.tag); fits != 0; fits &= fits - 1) {
+        const Slot slot = bucket.slots[static_cast<unsigned>(std::countr_zero(fits))];
+        if (slot != none && isIt(slot)) return slot;
+      }
+      if (bucket.passedBy == 0) return none;
+    }
+  }
+
+  // True if another entry wants a larger index: grow() first, and enter all anew.
+  bool isFull() const { return entries_ >= buckets_.size() * meanLoad; }
+
+  // Empties the index and makes it larger.
+  void grow() {
+    bucketsLog2_ = buckets_.empty() ? 0 : bucketsLog2_ + 1;
+    // Released first: the two need never stand side by side.
+    std::vector<Bucket>().swap(buckets_);
+    buckets_.resize(std::size_t{1} << bucketsLog2_);
+    entries_ = 0;
+  }
+
+  void add(std::size_t hash, Slot slot) {
+    const Home home = homeOf(hash);
+    std::size_t at = home.bucket;
+    unsigned entry = 0;
+    while ((entry = buckets_[at].entryOf(none)) == bucketSize) {
+      ++buckets_[at].passedBy;
+      at = after(at);
+    }
+    buckets_[at].tags[entry] = home.tag;
+    buckets_[at].slots[entry] = slot;
+    ++entries_;
+  }
+
+  // The slot is entered under that hash.
+  void del(std::size_t hash, Slot slot) {
+    const Home home = homeOf(hash);
+    std::size_t at = home.bucket;
+    unsigned entry = 0;
+    while ((entry = buckets_[at].entryOf(slot)) == bucketSize) {
+      --buckets_[at].passedBy;
+      at = after(at);
+    }
+    buckets_[at].slots[entry] = none;
+    --entries_;
+  }
+
+ private:
+  static constexpr unsigned bucketSize = 12;
+  // The index grows when there are as many entries to a bucket: few are full then.
+  static constexpr std::size_t meanLoad = 9;
+
+  struct alignas(64) Bucket {
+    // A bit for each entry that has that tag; also for empty ones, whose tag means nothing.
+    unsigned fits(std::uint8_t tag) const {
+#if defined(__SSE2__)
+      // What the compilers do not find in the loop below: one comparison of all.
+      const __m128i all = _mm_load_si128(reinterpret_cast<const __m128i*>(this));
+      const __m128i equal = _mm_cmpeq_epi8(all, _mm_set1_epi8(static_cast<char>(tag)));
+      return static_cast<unsigned>(_mm_movemask_epi8(equal)) & ((1U << bucketSize) - 1);
+#else
+      unsigned bits = 0;
+      for (unsigned entry = 0; entry < bucketSize; ++entry)
+        bits |= static_cast<unsigned>(tags[entry] == tag) << entry;
+      return bits;
+#endif
+    }
+
+    unsigned entryOf(Slot slot) const {
+      unsigned entry = 0;
+      while (entry < bucketSize && slots[entry] != slot) ++entry;
+      return entry;
+    }
+
+    static constexpr std::array<Slot, bucketSize> emptySlots() {
+      std::array<Slot, bucketSize> slots{};
+      slots.fill(none);
+      return slots;
+    }
+
+    std::array<std::uint8_t, bucketSize> tags{};
+    std::uint32_t passedBy = 0;
+    std::array<Slot, bucketSize> slots = emptySlots();
+  };
+  static_assert(sizeof(Bucket) == 64);
+
+  struct Home {
+    std::size_t bucket;
+    std::uint8_t tag;
+  };
+
+  // The bucket comes from the top of the mixed hash, the tag from the bits below.
+  Home homeOf(std::size_t hash) const {
+    constexpr unsigned tagBits = 8;
+    const std::size_t top = hashTop(hash, bucketsLog2_ + tagBits);
+    return {top >> tagBits, static_cast<std::uint8_t>(top)};
+  }
+
+  std::size_t after(std::size_t bucket) const { return (bucket + 1) & (buckets_.size() - 1); }
+
+  std::vector<Bucket> buckets_;
+  unsigned bucketsLog2_ = 0;
+  std::size_t entries_ = 0;
+};
+
+}  // namespace Moru

@@ -1,0 +1,307 @@
+// The three collections: one body of tests for what they share, against a plain model.
+#include <cstdint>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <optional>
+#include <rapidcheck/gtest.h>
+#include <set>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "framework/Moru/HashMap.h"
+#include "framework/Moru/HashMap2018.h"
+#include "framework/Moru/RbTreeMap.h"
+
+namespace {
+
+using Moru::create;
+using Moru::Ptr;
+
+struct Item final : Moru::PtrInterface {
+  Item(int key, int value) : key(key), value(value) {}
+  int fwkKey() const { return key; }
+  const int key;
+  const int value;
+};
+
+// Gives the map of members the interface of the other two.
+struct Members : Moru::HashMap<int, Item> {
+  bool is(int key, int value) { return HashMap::is(create<Item>(key, value)); }
+};
+
+int plain(int value) { return value; }
+int plain(const Ptr<Item>& item) { return item->value; }
+
+// One action of a walk. The number means a key, an iterator or a value, as the action needs it.
+struct Action {
+  enum Kind { put, remove, clear, park, step, drop } kind = put;
+  int number = 0;
+};
+
+void showValue(const Action& action, std::ostream& out) {
+  constexpr const char* names[] = {"put", "remove", "clear", "park", "step", "drop"};
+  out << names[action.kind] << ' ' << action.number;
+}
+
+rc::Gen<Action> anyAction(int keys) {
+  return rc::gen::map(rc::gen::pair(rc::gen::inRange(0, 100), rc::gen::inRange(0, keys)),
+                      [](const std::pair<int, int>& raw) {
+                        const int kind = raw.first;
+                        return Action{kind < 35   ? Action::put
+                                      : kind < 60 ? Action::remove
+                                      : kind < 61 ? Action::clear
+                                      : kind < 70 ? Action::park
+                                      : kind < 97 ? Action::step
+                                                  : Action::drop,
+                                      raw.second};
+                      });
+}
+
+// A map beside a std::map that also knows when each element came, and iterators parked on the way.
+template <class Map>
+class World {
+ public:
+  void act(const Action& action) {
+    switch (action.kind) {
+      case Action::put:
+        RC_ASSERT(map_.is(action.number, ++values_) == !model_.contains(action.number));
+        if (!model_.contains(action.number)) model_[action.number].serial = ++serials_;
+        model_[action.number].value = values_;
+        break;
+      case Action::remove:
+        RC_ASSERT(static_cast<bool>(map_.del(action.number)) == (model_.erase(action.number) == 1));
+        break;
+      case Action::clear:
+        map_.delAll();
+        model_.clear();
+        break;
+      case Action::park:
+        parked_.push_back({map_.begin(), {}, {}});
+        for (const auto& [key, element] : model_) parked_.back().owed.insert(element.serial);
+        arrive(parked_.back());
+        break;
+      case Action::step:
+        if (parked_.empty()) break;
+        step(parked_[static_cast<std::size_t>(action.number) % parked_.size()]);
+        break;
+      case Action::drop:
+        if (!parked_.empty()) parked_.erase(parked_.begin());
+        break;
+    }
+    check(action.number);
+  }
+
+  // Every parked iterator comes to its end, having visited all that stayed.
+  void finish() {
+    for (Parked& each : parked_) {
+      while (each.it) step(each);
+      for (const auto& [key, element] : model_) RC_ASSERT(!each.owed.contains(element.serial));
+    }
+  }
+
+ private:
+  struct Element {
+    int value = 0;
+    int serial = 0;
+  };
+  struct Parked {
+    decltype(std::declval<Map&>().begin()) it;
+    std::set<int> owed;  // what was there from the beginning and has not been visited
+    std::set<int> visited;
+  };
+
+  void step(Parked& parked) {
+    if (!parked.it) return;
+    ++parked.it;
+    arrive(parked);
+  }
+
+  void arrive(Parked& parked) {
+    if (!parked.it) return;
+    const auto element = model_.find(parked.it.key());
+    RC_ASSERT(element != model_.end());  // nothing that has gone is visited
+    RC_ASSERT(plain(parked.it.value()) == element->second.value);
+    RC_ASSERT(parked.visited.insert(element->second.serial).second);  // nor anything twice
+    parked.owed.erase(element->second.serial);
+  }
+
+  void check(int key) {
+    RC_ASSERT(map_.size() == model_.size());
+    const auto element = model_.find(key);
+    RC_ASSERT(map_.contains(key) == (element != model_.end()));
+    if (element != model_.end()) RC_ASSERT(plain(map_.value(key)) == element->second.value);
+    if constexpr (requires { map_.from(key); }) {
+      const auto expected = model_.lower_bound(key);
+      const auto it = map_.from(key);
+      RC_ASSERT(static_cast<bool>(it) == (expected != model_.end()));
+      if (it) RC_ASSERT(it.key() == expected->first);
+    }
+  }
+
+  Map map_;
+  std::map<int, Element> model_;
+  std::vector<Parked> parked_;
+  int values_ = 0;
+  int serials_ = 0;
+};
+
+template <class Map>
+class Collections : public testing::Test {};
+
+using Tree = Moru::RbTreeMap<int, int>;
+using Table = Moru::HashMap2018<int, int>;
+using Maps = testing::Types<Members, Table, Tree>;
+TYPED_TEST_SUITE(Collections, Maps);
+
+TYPED_TEST(Collections, AgreeWithAPlainModelWhileIteratorsAreParked) {
+  for (const int keys : {6, 1'000}) {
+    EXPECT_TRUE(rc::check("a random walk over " + std::to_string(keys) + " keys", [keys] {
+      World<TypeParam> world;
+      // Some maps begin with more than one block or chunk.
+      const int preset = *rc::gen::element(0, 0, keys);
+      for (int i = 0; i < preset; ++i) world.act({Action::put, i * 7 % keys});
+      for (const Action& action : *rc::gen::container<std::vector<Action>>(anyAction(keys)))
+        world.act(action);
+      world.finish();
+    }));
+  }
+}
+
+TYPED_TEST(Collections, StaySoundThroughGrowthAndMassDeletion) {
+  constexpr int count = 20'000;
+  TypeParam map;
+  map.is(0, 0);
+  const auto* const first = map.find(0);
+  for (int i = 1; i < count; ++i) map.is(i * 7919 % count, i);
+  EXPECT_EQ(map.find(0), first) << "growth moves nothing";
+  int left = count;
+  for (auto it = map.begin(); it; ++it) {
+    if (it.key() % 100 == 0) continue;
+    map.del(it.key());
+    --left;
+  }
+  EXPECT_EQ(map.size(), static_cast<std::size_t>(left));
+  int visited = 0;
+  for (const auto& [key, value] : map) visited += key % 100 == 0 ? 1 : count;
+  EXPECT_EQ(visited, left);
+  for (int i = 0; i < count; ++i) EXPECT_EQ(map.contains(i), i % 100 == 0);
+}
+
+// A different number for every number, without any order.
+int scattered(std::uint32_t number) {
+  number = (number ^ number >> 16) * 0x85ebca6bU;
+  number = (number ^ number >> 13) * 0xc2b2ae35U;
+  return static_cast<int>(number ^ number >> 16);
+}
+
+TYPED_TEST(Collections, StaySoundThroughALongComingAndGoing) {
+  constexpr std::uint32_t present = 140;  // close to the most that the index holds before it grows
+  constexpr std::uint32_t steps = 200'000;
+  TypeParam map;
+  for (std::uint32_t i = 0; i < steps; ++i) {
+    map.is(scattered(i), 0);
+    ASSERT_EQ(static_cast<bool>(map.del(scattered(i - present))), i >= present);
+    ASSERT_FALSE(map.contains(scattered(i + steps))) << "and that is found in finite time";
+  }
+  EXPECT_EQ(map.size(), present);
+}
+
+TYPED_TEST(Collections, RefuseTheValueOfARemovedElement) {
+  TypeParam map;
+  map.is(1, 10);
+  map.is(2, 20);
+  auto it = map.begin();
+  map.del(1);
+  EXPECT_EQ(it.key(), 1);
+  EXPECT_DEATH(it.value(), "the iterator stands on");
+  ++it;
+  EXPECT_EQ(plain(it.value()), 20);
+  ++it;
+  EXPECT_FALSE(it);
+  EXPECT_DEATH(it.value(), "the iterator stands on");
+}
+
+// A value that reaches back into its map when it goes.
+struct Reentrant final : Moru::PtrInterface {
+  Reentrant(int key, std::function<void(int)> gone) : key(key), gone(std::move(gone)) {}
+  ~Reentrant() override { gone(key); }
+  int fwkKey() const { return key; }
+  const int key;
+  const std::function<void(int)> gone;
+};
+
+template <class Map>
+void putReentrant(Map& map, const Ptr<Reentrant>& value) {
+  if constexpr (requires { map.is(value); })
+    map.is(value);
+  else
+    map.is(value->key, value);
+}
+
+template <class Map>
+void testReentrance() {
+  std::vector<int> gone;
+  {
+    Map map;
+    auto reenter = [&](int key) {
+      gone.push_back(key);
+      EXPECT_FALSE(map.contains(key)) << "unlinked before it is destroyed";
+      for (auto it = map.begin(); it; ++it) EXPECT_NE(it.key(), key);
+      if (key < 10) map.del(key + 1);
+      if (key == 3)
+        putReentrant(map, create<Reentrant>(100, [&](int added) { gone.push_back(added); }));
+    };
+    for (int key = 0; key < 10; ++key) putReentrant(map, create<Reentrant>(key, reenter));
+    map.del(3);
+    EXPECT_EQ(map.size(), 4U);
+    map.delAll();
+    EXPECT_TRUE(map.empty());
+  }
+  EXPECT_THAT(gone, testing::UnorderedElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 100));
+}
+
+TEST(CollectionsOfObjects, MayBeReenteredByWhatTheyRelease) {
+  testReentrance<Moru::HashMap<int, Reentrant>>();
+  testReentrance<Moru::HashMap2018<int, Ptr<Reentrant>>>();
+  testReentrance<Moru::RbTreeMap<int, Ptr<Reentrant>>>();
+}
+
+TEST(CollectionsOfObjects, TakeAnyKeysAndValues) {
+  Moru::HashMap2018<std::string, std::string> table;
+  Moru::RbTreeMap<std::string, std::string, std::greater<>> tree;
+  for (int i = 0; i < 1'000; ++i) {
+    const std::string text(static_cast<std::size_t>(i % 50), static_cast<char>('a' + i % 26));
+    table.is(text, text + "!");
+    tree.is(text, text + "!");
+  }
+  EXPECT_EQ(table.size(), tree.size());
+  std::string last(100, 'z');
+  for (const auto& [key, value] : tree) {
+    EXPECT_GT(last, key);
+    EXPECT_EQ(table.value(key), value);
+    last = key;
+  }
+}
+
+TEST(HashMap, KeepsTheOrderOfInsertionAndIteratorsThatOutliveIt) {
+  auto map = std::make_unique<Members>();
+  for (const int key : {5, 3, 9, 1}) map->is(key, key);
+  map->is(3, 33);  // in its place
+  map->del(5);
+  map->is(5, 5);  // at the end
+  std::vector<int> order;
+  for (const auto& [key, item] : *map) order.push_back(item->value);
+  EXPECT_THAT(order, testing::ElementsAre(33, 9, 1, 5));
+  auto it = map->begin();
+  auto copy = it;
+  ++copy;
+  map = nullptr;
+  EXPECT_FALSE(it);
+  EXPECT_FALSE(copy);
+  EXPECT_EQ(copy.key(), 9);
+}
+
+}  // namespace
