@@ -1,8 +1,9 @@
 // The base of everything that is shared: entities, reactors, machines.
 //
 // The reference count is part of the object. It starts at one, which belongs to whoever creates the
-// object (Moru::create hands it to the first Ptr): a Ptr that a constructor takes to `this` and drops
-// again cannot destroy an object that is still being built. Nor can one taken during destruction.
+// object (Moru::create hands it to the first Ptr): a Ptr that a constructor takes to `this` and
+// drops again cannot destroy an object that is still being built. Nor can one taken during
+// destruction.
 #pragma once
 
 #include <atomic>
@@ -25,14 +26,14 @@ class PtrInterface {
 
   // Drops one reference; destroys the object when it was the last.
   void referencesDec() const noexcept {
-    std::uint32_t before;
+    std::uint32_t before = 0;
     if (threadSafe_) [[unlikely]] {
       before = references_.fetch_sub(1, std::memory_order_acq_rel);
     } else {
       before = references();
       references_.store(before - 1, std::memory_order_relaxed);
     }
-    if (before == 1) destroy();
+    if (before == 1) lastReferenceGone();
   }
 
   std::uint32_t references() const noexcept { return references_.load(std::memory_order_relaxed); }
@@ -47,17 +48,21 @@ class PtrInterface {
   virtual ~PtrInterface() = default;
 
  private:
+  friend class Delivery;
+
   // Far from zero in both directions, so that no pointer taken and dropped by a destructor, nor by
   // what the destructor calls, destroys the object a second time.
   static constexpr std::uint32_t beingDestroyed = 1U << 30;
 
-  void destroy() const noexcept {
-    references_.store(beingDestroyed, std::memory_order_relaxed);
-    delete this;
-  }
+  // Whether a running delivery works with the object.
+  virtual bool inUse() const noexcept { return false; }
+
+  void lastReferenceGone() const noexcept;
+  void destroy() const noexcept;
 
   // With relaxed loads and stores the plain count costs what a plain integer costs.
   mutable std::atomic<std::uint32_t> references_{1};
+  mutable bool condemned_ = false;  // to be destroyed when it is no longer in use
   static inline bool threadSafe_ = false;
 };
 

@@ -1,0 +1,225 @@
+// The machines and reactors that a machine owns: single or by key.
+//
+//   Moru::Children<Vxlan::VniExt, ZepPerVniFdbStatusSm> zepPerVniFdbStatusSm{this};
+//   Moru::Children<...>::Is zepPerVniFdbStatusSmIs{zepPerVniFdbStatusSm};
+//
+// zepPerVniFdbStatusSm(vni) is the member under the key or null, zepPerVniFdbStatusSm() the
+// collection in the order of creation. What `Is` does depends on the kind:
+// - Children: returns the member under the key, creating it with `key` and the other arguments; the
+//   member compares the arguments with those it was made from (see parameterCheck).
+// - Child: the same for a single one, without a key.
+// - Reactors: a reactor on each entity that it is given, under the entity's own key.
+//
+// `Del` takes a member out of the collection, calls its doCleanup() if its class has one, detaches
+// its reactors and releases it. A member whose reaction is running is freed when that has returned.
+#pragma once
+
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "framework/Moru/Attribute.h"
+#include "framework/Moru/Exception.h"
+#include "framework/Moru/HashMap.h"
+#include "framework/Moru/Reactive.h"
+
+namespace Moru {
+
+// Compares a constructor argument of a member that exists with the one that is asked for now.
+// Throws NameInUseException if they differ; `name` is that of the argument, as "_vlanVniMap". A
+// member class calls it for each argument in constructorCheck(args...).
+template <class T, class U>
+void parameterCheck(const char* name, const T& current, const U& wanted) {
+  if (current == wanted) return;
+  std::ostringstream text;
+  text << "Reinstantiating the pointer interface where constructor parameter attribute " << name
+       << " has a different value of " << wanted << " than the current value of " << current
+       << " not allowed";
+  throw NameInUseException(text.str());
+}
+
+namespace Detail {
+
+// The end of a member's life in its collection, which no longer holds it.
+template <class M>
+void releaseMember(const Ptr<M>& member) {
+  if constexpr (requires { member->doCleanup(); }) member->doCleanup();
+  member->moruDoZombieReactors(true);
+}
+
+}  // namespace Detail
+
+// What the keyed kinds share.
+template <class Key, class M>
+class Members : protected Part {
+ public:
+  using Del = DelMutator<Members>;
+  using DelAll = DelAllMutator<Members>;
+
+  Ptr<M> operator()(const Key& key) const { return members_.value(key); }
+  const HashMap<Key, M>& operator()() const { return members_; }
+
+ protected:
+  explicit Members(Reactive* owner) : Part(owner) {}
+
+  // Members that are left when the owner goes are detached without their doCleanup(), which would
+  // reach into an owner that is no longer whole.
+  ~Members() override {
+    for (const auto& [key, member] : members_) retire(*member);
+  }
+
+  // Takes in a member that has initialized itself. That ran reactions, and if one of them has made
+  // a member of this key already, that one stays.
+  Ptr<M> insert(const Ptr<M>& member) {
+    if (Ptr<M> present = members_.value(member->fwkKey())) {
+      Detail::releaseMember(member);
+      return present;
+    }
+    adopt(*member);
+    members_.is(member);
+    member->hasNotificationActiveIs(true);
+    return member;
+  }
+
+ private:
+  friend Del;
+  friend DelAll;
+
+  void del(const Key& key) {
+    if (const Ptr<M> member = members_.del(key)) Detail::releaseMember(member);
+  }
+
+  void delAll() {
+    for (auto member = members_.begin(); member; ++member) del(member.key());
+  }
+
+  void hasNotificationActiveIs(bool active) override {
+    for (const auto& [key, member] : members_) member->hasNotificationActiveIs(active);
+  }
+
+  void moruDoZombieReactors(bool zombie) override {
+    for (const auto& [key, member] : members_) member->moruDoZombieReactors(zombie);
+  }
+
+  static constexpr std::size_t initialBuckets = 4;
+  HashMap<Key, M> members_{initialBuckets};
+};
+
+template <class Key, class M>
+class Children : public Members<Key, M> {
+ public:
+  using Is = IsMutator<Children>;
+
+  explicit Children(Reactive* owner) : Members<Key, M>(owner) {}
+
+ private:
+  friend Is;
+
+  template <class... Args>
+  Ptr<M> set(const Key& key, const Args&... args) {
+    if (Ptr<M> present = (*this)(key)) {
+      present->constructorCheck(args...);
+      return present;
+    }
+    return this->insert(create<M>(key, args...));
+  }
+};
+
+template <class M>
+class Child : Part {
+ public:
+  using Is = IsMutator<Child>;
+  using Del = DelMutator<Child>;
+
+  explicit Child(Reactive* owner) : Part(owner) {}
+
+  ~Child() override {
+    if (child_) retire(*child_);
+  }
+
+  // Null when there is none.
+  const Ptr<M>& operator()() const { return child_; }
+
+ private:
+  friend Is;
+  friend Del;
+
+  template <class... Args>
+  Ptr<M> set(const Args&... args) {
+    if (Ptr<M> present = child_) {
+      present->constructorCheck(args...);
+      return present;
+    }
+    const auto child = create<M>(args...);
+    // It has initialized itself, and that ran reactions: a child that one of them has made stays.
+    if (Ptr<M> present = child_) {
+      Detail::releaseMember(child);
+      return present;
+    }
+    adopt(*child);
+    child_ = child;
+    child->hasNotificationActiveIs(true);
+    return child;
+  }
+
+  void del() {
+    if (const Ptr<M> child = std::exchange(child_, nullptr)) Detail::releaseMember(child);
+  }
+
+  void hasNotificationActiveIs(bool active) override {
+    if (const auto child = child_) child->hasNotificationActiveIs(active);
+  }
+
+  void moruDoZombieReactors(bool zombie) override {
+    if (const auto child = child_) child->moruDoZombieReactors(zombie);
+  }
+
+  Ptr<M> child_;
+};
+
+template <class ReactorType>
+using KeyOfReactor =
+    std::decay_t<decltype(std::declval<typename ReactorType::Notifier&>().fwkKey())>;
+
+template <class ReactorType>
+class Reactors : public Members<KeyOfReactor<ReactorType>, ReactorType> {
+ public:
+  using Notifier = typename ReactorType::Notifier;
+  using Owner = typename ReactorType::OwnerType;
+  using Is = IsMutator<Reactors>;
+
+  // `name` is the collection's full name, "Vxlan::VxlanControllerClientSm::vtiStatus": a literal,
+  // for the text of the exception that refuses a null entity.
+  Reactors(Owner* owner, const char* name)
+      : Members<KeyOfReactor<ReactorType>, ReactorType>(owner), machine_(owner), name_(name) {}
+
+ private:
+  friend Is;
+
+  // A reactor under the key that watches another entity goes over to this one.
+  Ptr<ReactorType> set(const Ptr<Notifier>& entity) {
+    if (!entity) refuseNull();
+    if (Ptr<ReactorType> present = (*this)(entity->fwkKey())) {
+      present->notifierIs(entity);
+      return present;
+    }
+    const auto reactor = create<ReactorType>(machine_);
+    reactor->notifierIs(entity);
+    reactor->hasNotificationActiveIs(true);
+    if constexpr (requires { reactor->handleInitialized(); }) reactor->handleInitialized();
+    return this->insert(reactor);
+  }
+
+  [[noreturn]] void refuseNull() const {
+    const std::string name = name_;
+    const std::string attribute = name.substr(name.rfind(':') + 1);
+    // The double quote at the end is part of the text.
+    throw RangeException("null _" + attribute + " parameter to mutator for " + name +
+                         " not allowed\"");
+  }
+
+  Owner* const machine_;
+  const char* const name_;
+};
+
+}  // namespace Moru

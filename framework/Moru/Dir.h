@@ -1,0 +1,53 @@
+// A directory: entities of any type by name, each with an entry state that may be missing. An entry
+// without its state has been announced, but is not instantiated yet.
+#pragma once
+
+#include <utility>
+
+#include "framework/Moru/Attribute.h"
+#include "framework/Moru/HashMap2018.h"
+#include "framework/Moru/Name.h"
+
+namespace Moru {
+
+class Dir final : public EntityOf<Dir> {
+ public:
+  struct Entry {
+    Ptr<Entity> entityPtr;
+    bool entryState = false;
+  };
+  using Entries = HashMap2018<Name, Entry>;
+
+  // The id of the one attribute; the key is the Name of the entry that came, changed or went.
+  static constexpr AttributeId entityPtrId = 1;
+
+  // Null when there is no entry of that name.
+  Ptr<Entity> entityPtr(const Name& name) const { return entries_.value(name).entityPtr; }
+  const Entries& entityPtr() const { return entries_; }
+
+  // False also when there is no entry of that name.
+  bool entryState(const Name& name) const { return entries_.value(name).entryState; }
+
+  // Adds an entry, or replaces it; entity and entry state come with one notification.
+  void entityPtrIs(Name name, Ptr<Entity> entity, bool entryState = true) {
+    entries_.is(name, Entry{std::move(entity), entryState});
+    notify(entityPtrId, &name);
+  }
+
+  // Changes the state of an entry that is there.
+  void entryStateIs(Name name, bool entryState) {
+    Entry* const entry = entries_.find(name);
+    if (entry == nullptr || entry->entryState == entryState) return;
+    entry->entryState = entryState;
+    notify(entityPtrId, &name);
+  }
+
+  void entityPtrDel(Name name) {
+    if (entries_.del(name)) notify(entityPtrId, &name);
+  }
+
+ private:
+  Entries entries_;
+};
+
+}  // namespace Moru
