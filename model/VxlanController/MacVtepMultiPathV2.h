@@ -1,0 +1,31 @@
+// The VTEPs over any one of which a MAC is reached, as the controller says.
+#pragma once
+
+#include <cstddef>
+#include <map>
+
+#include "model/Vorn/EthAddr.h"
+#include "model/Vorn/IpAddr.h"
+
+namespace VxlanController {
+
+struct MacVtepMultiPathV2 {
+  // In ascending order of the addresses, which are what counts; the flag says nothing to the
+  // client.
+  using VtepIpList = std::map<Vorn::IpAddr, bool>;
+
+  MacVtepMultiPathV2() = default;
+  explicit MacVtepMultiPathV2(const Vorn::EthAddr& mac) : macAddr(mac) {}
+
+  std::size_t vtepIpLists() const { return vtepIpList.size(); }
+
+  // Whether the value is empty: no VTEP is listed, whatever MAC it carries.
+  bool operator!() const { return vtepIpList.empty(); }
+
+  friend bool operator==(const MacVtepMultiPathV2&, const MacVtepMultiPathV2&) = default;
+
+  Vorn::EthAddr macAddr;
+  VtepIpList vtepIpList;
+};
+
+}  // namespace VxlanController

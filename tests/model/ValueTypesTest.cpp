@@ -1,0 +1,213 @@
+// The value types: ranges, parsing and printing, order, hashes.
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <unordered_set>
+
+#include "framework/Moru/Exception.h"
+#include "model/Bridging/MacVlanPair.h"
+#include "model/Bridging/VlanId.h"
+#include "model/Bridging/VlanIdOrNone.h"
+#include "model/L2Rib/CiDest.h"
+#include "model/L2Rib/Dest.h"
+#include "model/L2Rib/Host.h"
+#include "model/Vorn/EthAddr.h"
+#include "model/Vorn/IntfId.h"
+#include "model/Vorn/IpGenAddr.h"
+#include "model/Vxlan/ReceivedEntry.h"
+#include "model/Vxlan/VniExt.h"
+#include "model/Vxlan/VniSourcePair.h"
+#include "model/VxlanController/MacVtepMultiPathV2.h"
+#include "model/VxlanController/MacVtepV2.h"
+
+namespace {
+
+using Bridging::MacVlanPair;
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
+using L2Rib::Dest;
+using L2Rib::DestId;
+using Vorn::EthAddr;
+using Vorn::IntfId;
+using Vorn::Ip6Addr;
+using Vorn::IpAddr;
+using Vorn::IpGenAddr;
+using Vxlan::VniExt;
+using Vxlan::VniSourcePair;
+
+template <class T>
+std::string printed(const T& value) {
+  std::ostringstream out;
+  out << value;
+  return out.str();
+}
+
+template <class T>
+void expectRefused(std::int64_t value, const char* text) {
+  try {
+    T{value};
+    ADD_FAILURE() << value << " was accepted";
+  } catch (const Moru::RangeException& error) {
+    EXPECT_STREQ(error.what(), text) << value;
+  }
+}
+
+TEST(RangedNumbers, AcceptTheirRangeAndNothingBesideIt) {
+  constexpr const char* vlanText = "VlanId::value < 1 or > 4094 not allowed";
+  for (const std::int64_t value : {0, 4095, 65537, -1}) expectRefused<VlanId>(value, vlanText);
+  EXPECT_EQ(VlanId(1).value(), 1);
+  EXPECT_EQ(VlanId(4094).value(), 4094);
+  EXPECT_EQ(VlanId(), VlanId(1));
+
+  constexpr const char* orNoneText = "VlanIdOrNone::value > 4094 not allowed";
+  for (const std::int64_t value : {4095, 65536, -1}) expectRefused<VlanIdOrNone>(value, orNoneText);
+  EXPECT_TRUE(!VlanIdOrNone(0));
+  EXPECT_FALSE(!VlanIdOrNone(4094));
+
+  constexpr const char* vniText = "VniExt::value < VniExt::min or > VniExt::max not allowed";
+  for (const std::int64_t value : {4294967295LL, 4294967296LL, -1LL})
+    expectRefused<VniExt>(value, vniText);
+  EXPECT_EQ(VniExt(0), VniExt());
+  EXPECT_EQ(printed(VniExt(4294967294)), "4294967294");
+}
+
+TEST(VniSourcePair, IsEmptyOnlyByDefaultAndChecksItsVniWhenAsked) {
+  EXPECT_TRUE(!VniSourcePair());
+  EXPECT_FALSE(!VniSourcePair(VniExt(0))) << "VNI 0 is a VNI";
+  const VniSourcePair raw(4294967295U);
+  EXPECT_FALSE(!raw);
+  EXPECT_THROW(raw.vni(), Moru::RangeException);
+}
+
+TEST(EthAddr, ParsesPrintsAndOrders) {
+  EXPECT_EQ(EthAddr::parse("02:00:5e:10:00:fF"), EthAddr::fromValue(0x02005e1000ff));
+  EXPECT_EQ(EthAddr::parse("2:0:0:0:0:1"), EthAddr::fromValue(0x020000000001));
+  EXPECT_EQ(printed(EthAddr::fromValue(0x02005e1000ff)), "02:00:5e:10:00:ff");
+  for (const char* wrong :
+       {"", "02:00:00:00:00", "02:00:00:00:00:01:", "02:00:00:00:00:01:02", "02:00:00:00:00:001",
+        "02:00::00:00:01", "02:00:00:00:00:0g", "-2:00:00:00:00:01", " 2:00:00:00:00:01",
+        "020000000001", "02-00-00-00-00-01"})
+    EXPECT_EQ(EthAddr::parse(wrong), std::nullopt) << wrong;
+  EXPECT_LT(EthAddr::fromValue(0x00ff00000000), EthAddr::fromValue(0x010000000000));
+  static_assert(sizeof(EthAddr) == 6 && sizeof(MacVlanPair) == 8);
+}
+
+RC_GTEST_PROP(EthAddr, PrintingAndParsingAreInverse, (std::uint64_t value)) {
+  const auto address = EthAddr::fromValue(value);
+  RC_ASSERT(address.value() == (value & 0xffffffffffff));
+  RC_ASSERT(EthAddr::parse(address.stringValue()) == address);
+}
+
+TEST(IpAddresses, ParseAndPrint) {
+  EXPECT_EQ(IpAddr::parse("10.0.0.2"), IpAddr(0x0a000002));
+  EXPECT_EQ(printed(IpAddr(0xfffefdfc)), "255.254.253.252");
+  for (const std::string wrong : {"", "10.0.0", "10.0.0.256", "10.0.0.2 ", "::1", "a.b.c.d"})
+    EXPECT_EQ(IpAddr::parse(wrong), std::nullopt) << wrong;
+  EXPECT_EQ(IpAddr::parse(std::string_view("10.0.0.2\0", 9)), std::nullopt);
+  EXPECT_LT(IpAddr(0x09ffffff), IpAddr(0x0a000000));
+
+  const auto six = Ip6Addr::parse("2001:db8::1");
+  ASSERT_TRUE(six);
+  EXPECT_EQ(*six, Ip6Addr({0x20010db8, 0, 0, 1}));
+  EXPECT_EQ(printed(*six), "2001:db8::1");
+  EXPECT_EQ(Ip6Addr::parse("2001:db8"), std::nullopt);
+
+  EXPECT_EQ(IpGenAddr::parse("10.0.0.2"), IpGenAddr(IpAddr(0x0a000002)));
+  EXPECT_EQ(printed(IpGenAddr(*six)), "2001:db8::1");
+  EXPECT_EQ(IpGenAddr::parse("nowhere"), std::nullopt);
+  EXPECT_NE(IpGenAddr(IpAddr(1)), IpGenAddr(Ip6Addr({1, 0, 0, 0}))) << "same words, other kind";
+  EXPECT_EQ(IpGenAddr(*six).ip4(), IpAddr());
+  EXPECT_EQ(IpGenAddr(), IpGenAddr(IpAddr()));
+}
+
+TEST(IntfId, IsTheNameAtThePriceOfANumber) {
+  EXPECT_EQ(IntfId("Vxlan1"), IntfId(std::string("Vxlan1")));
+  EXPECT_NE(IntfId("Vxlan1"), IntfId("Vxlan2"));
+  EXPECT_EQ(IntfId(), IntfId(""));
+  EXPECT_EQ(printed(IntfId("Vxlan1")), "Vxlan1");
+  const IntfId later("IntfB");
+  const IntfId earlier("IntfA");
+  EXPECT_LT(earlier, later) << "by name, not by first use";
+  auto fill = [] {
+    for (int i = 0; i < 2'000; ++i)
+      EXPECT_EQ(IntfId("Intf" + std::to_string(i)).stringValue(), "Intf" + std::to_string(i));
+  };
+  std::thread other(fill);
+  fill();
+  other.join();
+}
+
+TEST(MacVlanPair, OrdersByMacThenVlanFromItsDefault) {
+  const MacVlanPair lowest;
+  const MacVlanPair next{EthAddr(), VlanId(2)};
+  const MacVlanPair last{EthAddr::fromValue(1), VlanId(1)};
+  EXPECT_LT(lowest, next);
+  EXPECT_LT(next, last);
+  EXPECT_EQ((std::unordered_set<MacVlanPair>{lowest, next, last, next}.size()), 3U);
+  EXPECT_EQ(printed(last), "00:00:00:00:00:01 vlan 1");
+}
+
+TEST(Records, AreAbsentExactlyWhenTheyEqualTheDefault) {
+  Vxlan::ReceivedEntry entry;
+  EXPECT_TRUE(!entry);
+  entry.markedForDel = true;
+  EXPECT_FALSE(!entry);
+  L2Rib::Host host;
+  EXPECT_TRUE(!host);
+  host.dest = L2Rib::CiDest(L2Rib::DestType::vtep);
+  EXPECT_FALSE(!host);
+  VxlanController::MacVtepV2 macVtep;
+  macVtep.hostKind = static_cast<VxlanController::HostKind>(16);
+  EXPECT_EQ(macVtep, VxlanController::MacVtepV2());
+
+  const auto mac = EthAddr::fromValue(7);
+  VxlanController::MacVtepMultiPathV2 paths(mac);
+  EXPECT_TRUE(!paths);
+  EXPECT_NE(paths, VxlanController::MacVtepMultiPathV2());
+  paths.vtepIpList[IpAddr(1)] = false;
+  EXPECT_FALSE(!paths) << "the flag does not matter";
+}
+
+TEST(CiDest, HoldsTwoVtepsAndRefusesAThird) {
+  L2Rib::CiDest dest(L2Rib::DestType::vtep);
+  dest.vtepAddrIs(1, IpAddr(5));
+  EXPECT_EQ(dest.vtepAddrs(), 2U);
+  EXPECT_EQ(dest.vtepAddr(0), IpGenAddr());
+  const auto before = dest;
+  try {
+    dest.vtepAddrIs(2, IpAddr(6));
+    FAIL() << "accepted";
+  } catch (const Moru::SizeException& error) {
+    EXPECT_STREQ(error.what(), "PodArray::set expected size <= 2, instead got 3");
+  }
+  EXPECT_EQ(dest, before);
+}
+
+// Worked out by hand, byte by byte: (h + b) * 1025, then xor with itself shifted right by 6.
+TEST(Dest, HashesByTheOneAtATimeScheme) {
+  EXPECT_EQ(Dest(DestId(0), L2Rib::DestTag::other).hash(), 0U) << "four zero bytes leave 0";
+  // 1: 401 -> 411; 0: 104811 -> 100931; 0: 4034cd31 -> 41341e05; 0: 11ac3205 -> 11ea82cd;
+  // xor 23d50: 11e8bf9d; times 32769.
+  EXPECT_EQ(Dest(DestId(1), L2Rib::DestTag::other).hash(), 0x71b73f9dU);
+  // 10.0.0.2 is 0a000002, lowest byte first. 2: 822; 0: 201262; 0: 82683c0b; a: 23d5f255.
+  const Dest vxlan(DestId(0), L2Rib::DestDataVxlan{IpAddr(0x0a000002)});
+  EXPECT_EQ(vxlan.hash(), 0xe84708ebU);
+  // The name "E", byte 45: 11445 -> 11014; xor 22: 11036; times 32769. Then its bytes 36 10 1c 88.
+  EXPECT_EQ(IntfId("E").hash(), 0x881c1036U);
+  EXPECT_EQ(Dest(DestId(0), IntfId("E")).hash(), 0xcb9849c0U);
+  EXPECT_EQ(Dest(DestId(0), L2Rib::DestDataMpls{IntfId("E"), 1}).hash(), 0x7860e430U);
+  EXPECT_EQ(Dest(DestId(2), L2Rib::DestDataTunnel{3}).hash(), 0x60861212U);
+  EXPECT_EQ(printed(vxlan), "vxlan 10.0.0.2");
+  EXPECT_EQ(vxlan.vxlan().vtepAddr.ip4(), IpAddr(0x0a000002));
+  EXPECT_NE(vxlan, Dest(DestId(0), L2Rib::DestDataVxlan{IpAddr(0x0a000003)}));
+}
+
+TEST(DestDeathTest, StopsAtATagOutOfRangeAndAtAPayloadThatIsNotThere) {
+  EXPECT_DEATH(Dest(DestId(0), static_cast<L2Rib::DestTag>(5)).hash(),
+               "U32 L2Rib::Dest::hash\\(\\) const: tag 5");
+  EXPECT_DEATH(Dest(DestId(0), IntfId("E")).vxlan(), "tag\\(\\) == DestTag::vxlan");
+}
+
+}  // namespace
