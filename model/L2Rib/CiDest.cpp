@@ -19,4 +19,10 @@ void CiDest::vtepAddrIs(CiVtepIndex index, const Vorn::IpGenAddr& address) {
   vtepAddrs_ = std::max(vtepAddrs_, static_cast<std::uint8_t>(index + 1));
 }
 
+std::ostream& operator<<(std::ostream& out, const CiDest& dest) {
+  out << "type " << dest.type() << " intf " << dest.intfId() << " vteps";
+  for (CiVtepIndex index = 0; index < dest.vtepAddrs(); ++index) out << ' ' << dest.vtepAddr(index);
+  return out;
+}
+
 }  // namespace L2Rib

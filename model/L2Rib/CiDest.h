@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <ostream>
 
 #include "model/L2Rib/DestType.h"
 #include "model/Vorn/IntfId.h"
@@ -41,5 +42,8 @@ class CiDest {
   std::array<Vorn::IpGenAddr, maxVtepAddrs> vtepAddr_;
   std::uint8_t vtepAddrs_ = 0;
 };
+
+// "type 1 intf Vxlan1 vteps 10.0.0.2"
+std::ostream& operator<<(std::ostream& out, const CiDest& dest);
 
 }  // namespace L2Rib

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <ostream>
 
 #include "model/Bridging/MacVlanPair.h"
 #include "model/L2Rib/CiDest.h"
@@ -23,5 +24,8 @@ struct Host {
   bool operator!() const { return *this == Host(); }
   friend bool operator==(const Host&, const Host&) = default;
 };
+
+// "02:00:00:00:00:01 vlan 10 kind 16 ... type 1 intf Vxlan1 vteps 10.0.0.2"
+std::ostream& operator<<(std::ostream& out, const Host& host);
 
 }  // namespace L2Rib

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 
 #include "model/Bridging/MacVlanPair.h"
 #include "model/Vorn/IntfId.h"
@@ -25,5 +26,8 @@ struct ReceivedEntry {
   bool operator!() const { return *this == ReceivedEntry(); }
   friend bool operator==(const ReceivedEntry&, const ReceivedEntry&) = default;
 };
+
+// "02:00:00:00:00:01 vlan 10 vti Vxlan1 vtep 10.0.0.2 ..."
+std::ostream& operator<<(std::ostream& out, const ReceivedEntry& entry);
 
 }  // namespace Vxlan

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <map>
+#include <ostream>
 
 #include "model/Vorn/EthAddr.h"
 #include "model/Vorn/IpAddr.h"
@@ -27,5 +28,8 @@ struct MacVtepMultiPathV2 {
   Vorn::EthAddr macAddr;
   VtepIpList vtepIpList;
 };
+
+// "02:00:00:00:00:01 vteps 10.0.0.2 10.0.0.3"
+std::ostream& operator<<(std::ostream& out, const MacVtepMultiPathV2& multiPath);
 
 }  // namespace VxlanController

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 
 #include "model/Vorn/EthAddr.h"
 #include "model/Vorn/IpAddr.h"
@@ -18,5 +19,8 @@ struct MacVtepV2 {
 
   friend bool operator==(const MacVtepV2&, const MacVtepV2&) = default;
 };
+
+// "02:00:00:00:00:01 vtep 10.0.0.2 moveCount 0 hostKind 16"
+std::ostream& operator<<(std::ostream& out, const MacVtepV2& macVtep);
 
 }  // namespace VxlanController

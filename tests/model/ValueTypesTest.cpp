@@ -168,6 +168,11 @@ TEST(Records, AreAbsentExactlyWhenTheyEqualTheDefault) {
   EXPECT_NE(paths, VxlanController::MacVtepMultiPathV2());
   paths.vtepIpList[IpAddr(1)] = false;
   EXPECT_FALSE(!paths) << "the flag does not matter";
+  EXPECT_EQ(printed(paths), "00:00:00:00:00:07 vteps 0.0.0.1");
+  EXPECT_EQ(
+      printed(entry),
+      "00:00:00:00:00:00 vlan 1 vti  vtep 0.0.0.0 source 0 moveCount 0 hostKind 0 time 0 marked "
+      "for deletion");
 }
 
 TEST(CiDest, HoldsTwoVtepsAndRefusesAThird) {
