@@ -46,7 +46,7 @@ void Delivery::toAll(const Entity& entity, AttributeId attribute, const void* ke
   // Whoever registers during the delivery comes after the change, and knows it already.
   const std::uint64_t last = entity.registrations_;
   Notifiee* reactor = entity.first_;
-  Delivery delivery(&entity, *reactor);
+  Delivery delivery(&entity);
   const Frame frame(delivery);
   do {
     delivery.next_ = reactor->next_;
@@ -56,9 +56,8 @@ void Delivery::toAll(const Entity& entity, AttributeId attribute, const void* ke
 }
 
 void Delivery::toOne(Notifiee& reactor, AttributeId attribute, const void* key) {
-  Delivery delivery(nullptr, reactor);
+  Delivery delivery(nullptr);
   const Frame frame(delivery);
-  delivery.next_ = nullptr;
   delivery.call(reactor, attribute, key);
 }
 

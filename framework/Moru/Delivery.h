@@ -34,15 +34,14 @@ class Delivery {
  private:
   class Frame;
 
-  Delivery(const Entity* entity, Notifiee& first)
-      : entity_(entity), next_(&first), calling_(&first) {}
+  explicit Delivery(const Entity* entity) : entity_(entity) {}
 
   void call(Notifiee& reactor, AttributeId attribute, const void* key);
   static void destroyCondemned() noexcept;
 
   const Entity* const entity_;  // null for a delivery to one reactor
-  Notifiee* next_;
-  const Reactive* calling_;
+  Notifiee* next_ = nullptr;
+  const Reactive* calling_ = nullptr;
   Delivery* outer_ = nullptr;
 };
 
