@@ -9,8 +9,7 @@
 // A mutator stores first and then notifies, as its last act. What counts as a change:
 // - Attribute: the value differs from the one before. With Notifies::onWrite, every write.
 // - KeyedAttribute and EntityAttribute: every key that is set, equal value or not, and every key
-// that
-//   is removed, if it was there.
+//   that is removed, if it was there.
 #pragma once
 
 #include <cstddef>
