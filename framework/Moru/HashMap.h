@@ -176,7 +176,7 @@ class HashMap<Key, M>::Iterator {
   Entry operator*() const { return {key_, value()}; }
 
   Iterator& operator++() {
-    if (!removed_) node_ = node_->next;
+    if (!removed_ && node_ != nullptr) node_ = node_->next;
     removed_ = false;
     if (node_ != nullptr) key_ = node_->key;
     return *this;

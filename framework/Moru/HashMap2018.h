@@ -89,7 +89,7 @@ class HashMap2018<Key, Value, Hash>::IteratorOf {
   Entry operator*() const { return {key_, value()}; }
 
   IteratorOf& operator++() {
-    settle(slot_ + 1);
+    if (*this) settle(slot_ + 1);
     return *this;
   }
 

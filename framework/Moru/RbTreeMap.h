@@ -236,6 +236,7 @@ class RbTreeMap<Key, Value, Less, Hash>::IteratorOf {
   Entry operator*() const { return {key_, value()}; }
 
   IteratorOf& operator++() {
+    if (!*this) return *this;
     if (version_ == map_->version_) [[likely]]
       settle({place_.block, place_.position + 1});
     else

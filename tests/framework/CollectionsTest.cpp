@@ -221,6 +221,8 @@ TYPED_TEST(Collections, RefuseTheValueOfARemovedElement) {
   EXPECT_EQ(plain(it.value()), 20);
   ++it;
   EXPECT_FALSE(it);
+  ++it;
+  EXPECT_FALSE(it) << "the end stays the end";
   EXPECT_DEATH(it.value(), "the iterator stands on");
 }
 
@@ -300,7 +302,7 @@ TEST(HashMap, KeepsTheOrderOfInsertionAndIteratorsThatOutliveIt) {
   ++copy;
   map = nullptr;
   EXPECT_FALSE(it);
-  EXPECT_FALSE(copy);
+  EXPECT_FALSE(++copy);
   EXPECT_EQ(copy.key(), 9);
 }
 
