@@ -43,7 +43,7 @@ class HashMap {
   HashMap& operator=(const HashMap&) = delete;
 
   ~HashMap() {
-    delAll();
+    while (!empty()) delAll();
     while (iterators_ != nullptr) iterators_->leave();
   }
 
@@ -94,8 +94,10 @@ class HashMap {
     return std::move(node->member);
   }
 
+  // Removes what is there. What the members add as they go may stay.
   void delAll() {
-    for (Iterator it = begin(); it; ++it) del(it.key());
+    std::size_t left = size_;  // what comes meanwhile comes behind these
+    for (Iterator it = begin(); it && left > 0; ++it, --left) del(it.key());
   }
 
   Iterator begin() const { return Iterator(*this); }

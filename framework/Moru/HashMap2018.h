@@ -33,7 +33,8 @@ class HashMap2018 : SlotTable<Key, Value, Hash> {
 
   HashMap2018() = default;
   ~HashMap2018() {
-    if constexpr (Table::elementsMayReenter) delAll();
+    if constexpr (Table::elementsMayReenter)
+      while (!empty()) delAll();
   }
 
   using Table::contains;
@@ -53,8 +54,9 @@ class HashMap2018 : SlotTable<Key, Value, Hash> {
     return true;
   }
 
+  // Removes what is there. What the elements add as they go may stay.
   void delAll() {
-    for (Iterator it = begin(); it; ++it) del(it.key());
+    this->forEach([this](Slot slot) { this->remove(slot); });
   }
 
   Iterator begin() { return Iterator(*this); }

@@ -42,7 +42,8 @@ class RbTreeMap : SlotTable<Key, Value, Hash> {
 
   RbTreeMap() = default;
   ~RbTreeMap() {
-    if constexpr (Table::elementsMayReenter) delAll();
+    if constexpr (Table::elementsMayReenter)
+      while (!empty()) delAll();
   }
 
   using Table::contains;
@@ -63,13 +64,13 @@ class RbTreeMap : SlotTable<Key, Value, Hash> {
   bool del(const Key& key) {
     const Slot slot = this->slotOf(key);
     if (slot == Table::none) return false;
-    leave(key);
-    this->remove(slot);
+    remove(slot);
     return true;
   }
 
+  // Removes what is there. What the elements add as they go may stay.
   void delAll() {
-    for (Iterator it = begin(); it; ++it) del(it.key());
+    this->forEach([this](Slot slot) { remove(slot); });
   }
 
   Iterator begin() { return Iterator(*this, Place()); }
@@ -152,11 +153,12 @@ class RbTreeMap : SlotTable<Key, Value, Hash> {
     ++version_;
   }
 
-  void leave(const Key& key) {
-    const Place place = lowerBound(key);
+  void remove(Slot slot) {
+    const Place place = lowerBound(this->element(slot).key);
     blocks_[place.block]->erase(place.position);
     if (blocks_[place.block]->count < blockSize / 4) mergeAround(place.block);
     ++version_;
+    Table::remove(slot);
   }
 
   void insertBlock(std::size_t block, const Key& lowest) {
@@ -183,18 +185,23 @@ class RbTreeMap : SlotTable<Key, Value, Hash> {
     return {place.block + 1, place.position - half};
   }
 
-  // Joins a block that has become small with a neighbour, if both fit into half of one and so leave
-  // room to grow; an empty one goes.
+  // Joins a block that has become small with a neighbour, whichever is small enough; an empty one
+  // goes.
   void mergeAround(std::size_t block) {
-    if (blocks_[block]->count == 0) {
+    if (blocks_[block]->count == 0)
       eraseBlock(block);
-      return;
-    }
-    const std::size_t left = block > 0 ? block - 1 : block;
-    if (left + 1 == blocks_.size()) return;
-    if (blocks_[left]->count + blocks_[left + 1]->count > blockSize / 2) return;
-    blocks_[left]->append(*blocks_[left + 1], 0);
-    eraseBlock(left + 1);
+    else if (block == 0 || !mergeWithNext(block - 1))
+      mergeWithNext(block);
+  }
+
+  // Joins two blocks if both fit into half of one, and so leave room to grow. True if they did.
+  bool mergeWithNext(std::size_t block) {
+    if (block + 1 == blocks_.size()) return false;
+    Block& other = *blocks_[block + 1];
+    if (blocks_[block]->count + other.count > blockSize / 2) return false;
+    blocks_[block]->append(other, 0);
+    eraseBlock(block + 1);
+    return true;
   }
 
   // Of each block a key that is not greater than any of its own, and greater than all before it.

@@ -6,7 +6,7 @@
 // fits: nearly always one line of the index and one element are read, and no branch is hard to
 // predict. What finds its bucket full goes into the next one that has room. Each bucket counts
 // those who have passed it by, so that a lookup knows when to go on, and removal leaves nothing
-// behind.
+// behind. In time every bucket may have been passed by: a lookup goes round once and no more.
 #pragma once
 
 #include <array>
@@ -33,14 +33,17 @@ class SlotIndex {
   Slot find(std::size_t hash, IsIt&& isIt) const {
     if (buckets_.empty()) return none;
     const Home home = homeOf(hash);
-    for (std::size_t at = home.bucket;; at = after(at)) {
+    std::size_t at = home.bucket;
+    do {
       const Bucket& bucket = buckets_[at];
       for (unsigned fits = bucket.fits(home.tag); fits != 0; fits &= fits - 1) {
         const Slot slot = bucket.slots[static_cast<unsigned>(std::countr_zero(fits))];
         if (slot != none && isIt(slot)) return slot;
       }
       if (bucket.passedBy == 0) return none;
-    }
+      at = after(at);
+    } while (at != home.bucket);
+    return none;
   }
 
   // True if another entry wants a larger index: grow() first, and enter all anew.

@@ -51,14 +51,18 @@ class SlotPool {
     return slot;
   }
 
-  // Takes the element out. Whoever gets it sees to its end, when everything else is in order.
+  // Takes the element out. Whoever gets it sees to its end, when everything else is in order. What
+  // is left in its place may reach back too: the slot holds nothing by then, and is not yet free.
   T take(Slot slot) {
+    occupied_[slot / wordBits] &= ~(Word{1} << slot % wordBits);
     T element = std::move((*this)[slot]);
     std::destroy_at(&(*this)[slot]);
-    occupied_[slot / wordBits] &= ~(Word{1} << slot % wordBits);
     cell(slot).nextFree = std::exchange(free_, slot);
     return element;
   }
+
+  // No slot from here on has ever held an element.
+  Slot end() const { return used_; }
 
   // The first slot from `slot` on that holds an element; none if there is none.
   Slot next(Slot slot) const {
@@ -119,7 +123,7 @@ class SlotPool {
 
   std::vector<std::unique_ptr<Cell[]>> chunks_;
   std::vector<Word> occupied_;
-  Slot used_ = 0;  // the slots from here on have never been used
+  Slot used_ = 0;
   Slot free_ = none;
 };
 

@@ -81,11 +81,18 @@ class SlotTable {
     slots_.take(slot);
   }
 
+  // Visits the slot of each element, which may be removed. What is added meanwhile may be visited,
+  // but not without end.
+  template <class Visit>
+  void forEach(Visit visit) {
+    const Slot end = slots_.end();
+    for (Slot slot = next(0); slot < end; slot = next(slot + 1)) visit(slot);
+  }
+
  private:
   void growIndex() {
     index_.grow();
-    for (Slot slot = next(0); slot != none; slot = next(slot + 1))
-      index_.add(Hash()(slots_[slot].key), slot);
+    forEach([this](Slot slot) { index_.add(Hash()(slots_[slot].key), slot); });
   }
 
   SlotPool<Element> slots_;

@@ -198,15 +198,18 @@ int scattered(std::uint32_t number) {
 }
 
 TYPED_TEST(Collections, StaySoundThroughALongComingAndGoing) {
-  constexpr std::uint32_t present = 140;  // close to the most that the index holds before it grows
   constexpr std::uint32_t steps = 200'000;
-  TypeParam map;
-  for (std::uint32_t i = 0; i < steps; ++i) {
-    map.is(scattered(i), 0);
-    ASSERT_EQ(static_cast<bool>(map.del(scattered(i - present))), i >= present);
-    ASSERT_FALSE(map.contains(scattered(i + steps))) << "and that is found in finite time";
+  // Close to the most that an index of 2 and of 16 buckets holds before it grows: of few buckets
+  // every one soon has been full.
+  for (const std::uint32_t present : {17, 140}) {
+    TypeParam map;
+    for (std::uint32_t i = 0; i < steps; ++i) {
+      map.is(scattered(i), 0);
+      ASSERT_EQ(static_cast<bool>(map.del(scattered(i - present))), i >= present);
+      ASSERT_FALSE(map.contains(scattered(i + steps))) << "and that is found in finite time";
+    }
+    EXPECT_EQ(map.size(), present);
   }
-  EXPECT_EQ(map.size(), present);
 }
 
 TYPED_TEST(Collections, RefuseTheValueOfARemovedElement) {
@@ -244,7 +247,7 @@ void putReentrant(Map& map, const Ptr<Reentrant>& value) {
 }
 
 template <class Map>
-void testReentrance() {
+void testReentrance(bool clear) {
   std::vector<int> gone;
   {
     Map map;
@@ -259,16 +262,90 @@ void testReentrance() {
     for (int key = 0; key < 10; ++key) putReentrant(map, create<Reentrant>(key, reenter));
     map.del(3);
     EXPECT_EQ(map.size(), 4U);
-    map.delAll();
-    EXPECT_TRUE(map.empty());
+    if (clear) map.delAll();
+    EXPECT_EQ(map.empty(), clear) << "else the end of the map clears it";
   }
   EXPECT_THAT(gone, testing::UnorderedElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 100));
 }
 
 TEST(CollectionsOfObjects, MayBeReenteredByWhatTheyRelease) {
-  testReentrance<Moru::HashMap<int, Reentrant>>();
-  testReentrance<Moru::HashMap2018<int, Ptr<Reentrant>>>();
-  testReentrance<Moru::RbTreeMap<int, Ptr<Reentrant>>>();
+  for (const bool clear : {true, false}) {
+    testReentrance<Moru::HashMap<int, Reentrant>>(clear);
+    testReentrance<Moru::HashMap2018<int, Ptr<Reentrant>>>(clear);
+    testReentrance<Moru::RbTreeMap<int, Ptr<Reentrant>>>(clear);
+  }
+}
+
+template <class Map>
+void testAddingWithoutEnd() {
+  bool adding = true;
+  Map map;
+  const std::function<void(int)> addMore = [&](int key) {
+    if (!adding) return;
+    for (const int each : {key, key + 2}) putReentrant(map, create<Reentrant>(each, addMore));
+  };
+  for (const int key : {0, 1}) putReentrant(map, create<Reentrant>(key, addMore));
+  map.delAll();
+  adding = false;
+  for (auto it = map.begin(); it; ++it) EXPECT_EQ(it.value()->key, it.key());
+}
+
+TEST(CollectionsOfObjects, AreClearedInFiniteTime) {
+  testAddingWithoutEnd<Moru::HashMap<int, Reentrant>>();
+  testAddingWithoutEnd<Moru::HashMap2018<int, Ptr<Reentrant>>>();
+  testAddingWithoutEnd<Moru::RbTreeMap<int, Ptr<Reentrant>>>();
+}
+
+// A value that can only be copied, and so comes to an end in its place, too.
+struct Unmovable {
+  ~Unmovable() {
+    if (gone) gone();
+  }
+  std::function<void()> gone;
+};
+
+// A number that counts its copies, and so shows the room that a map takes for its keys.
+struct Counted {
+  Counted(int number = 0) : number(number) { ++copies; }
+  Counted(const Counted& other) : number(other.number) { ++copies; }
+  Counted& operator=(const Counted&) = default;
+  ~Counted() { --copies; }
+  auto operator<=>(const Counted&) const = default;
+  std::size_t hash() const noexcept { return static_cast<std::size_t>(number); }
+  int number;
+  static inline int copies = 0;
+};
+
+template <class Map>
+void testUnmovable() {
+  Map map;
+  int ends = 0;
+  map.is(1, {});
+  map.find(1)->gone = [&] {
+    ++ends;
+    EXPECT_FALSE(map.begin());
+    EXPECT_FALSE(map.contains(1));
+  };
+  map.del(1);
+  EXPECT_EQ(ends, 2);
+}
+
+TEST(CollectionsOfObjects, HaveUnlinkedWhatIsDestroyedInItsPlace) {
+  testUnmovable<Moru::HashMap2018<int, Unmovable>>();
+  testUnmovable<Moru::RbTreeMap<int, Unmovable>>();
+}
+
+TEST(RbTreeMap, GivesRoomBackInWhateverOrderItIsEmptied) {
+  constexpr int count = 20'000;
+  for (const bool ascending : {true, false}) {
+    Moru::RbTreeMap<Counted, int> map;
+    for (int i = 0; i < count; ++i) map.is(i, i);
+    for (int i = 0; i < count; ++i) {
+      const int key = ascending ? i : count - 1 - i;
+      if (key % 256 != 0) map.del(key);
+    }
+    EXPECT_LT(Counted::copies, 20 * static_cast<int>(map.size()));
+  }
 }
 
 TEST(CollectionsOfObjects, TakeAnyKeysAndValues) {
