@@ -55,6 +55,26 @@ TEST(ReceivedHostTable, KeepsEntriesInTheOrderOfTheirKeys) {
   EXPECT_TRUE(!table->receivedEntry({EthAddr::fromValue(9), VlanId(1)}));
 }
 
+// Removing and adding while the walk is on its way, in its own VLAN and in others.
+TEST(ReceivedHostTable, WalksTheHostsOfOneVlanInTheOrderOfTheTable) {
+  const auto table = create<Vxlan::ReceivedHostTable>("hostTable");
+  for (const std::uint64_t mac : {5, 1, 4, 2, 3, 3})
+    for (const int vlan : {1, 10, 4094}) table->receivedEntryIs(received(mac, vlan));
+  std::vector<std::uint64_t> seen;
+  for (auto host = table->receivedEntry().keysOfVlan(VlanId(10)); host; ++host) {
+    EXPECT_EQ(host.key().vlan, VlanId(10));
+    seen.push_back(host.key().mac.value());
+    table->receivedEntryDel(host.key());
+    table->receivedEntryDel(received(4, 10).key);  // further on
+    if (seen.size() == 1) table->receivedEntryIs(received(6, 10));
+    table->receivedEntryIs(received(7, 9));
+  }
+  EXPECT_THAT(seen, ElementsAre(1, 2, 3, 5, 6));
+  EXPECT_FALSE(table->receivedEntry().keysOfVlan(VlanId(10)));
+  EXPECT_EQ(table->receivedEntrys(), 11U) << "the other VLANs keep theirs";
+  EXPECT_FALSE(table->receivedEntry().keysOfVlan(VlanId(4093)));
+}
+
 TEST(ReceivedHostTable, NotifiesRewrittenEntriesAndRemovedOnesThatWereThere) {
   auto table = create<Vxlan::ReceivedHostTable>("hostTable");
   const auto watcher = watch(table);
