@@ -1,0 +1,88 @@
+#include "Vxlan/VtiVlanVniMapSm.h"
+
+#include "Vxlan/Trace.h"
+#include "Vxlan/VxlanControllerClientSm.h"
+
+namespace Vxlan {
+
+VtiVlanVniMapSm::VtiVlanVniMapSm(const Vorn::IntfId& intf,
+                                 const Moru::Ptr<VlanVniMap const>& vlanVniMap,
+                                 VxlanControllerClientSm* vxlanControllerClientSm)
+    : intf_(intf), vxlanControllerClientSm_(vxlanControllerClientSm) {
+  vlanVniMapIs(vlanVniMap);
+  handleInitialized();
+}
+
+VtiVlanVniMapSm::~VtiVlanVniMapSm() { moruDoZombieReactors(true); }
+
+void VtiVlanVniMapSm::constructorCheck(const Moru::Ptr<VlanVniMap const>& vlanVniMap,
+                                       VxlanControllerClientSm* vxlanControllerClientSm) const {
+  Moru::parameterCheck("_vxlanControllerClientSm", vxlanControllerClientSm_,
+                       vxlanControllerClientSm);
+  Moru::parameterCheck("_vlanVniMap", this->vlanVniMap(), vlanVniMap);
+}
+
+void VtiVlanVniMapSm::MoruVlanVniMap::onAttribute(Moru::AttributeId attribute, const void* key) {
+  switch (attribute) {
+    case Moru::idOf<&VlanVniMap::vlanToVsp>:
+      machine()->handleVlanVniMapUpdate(Moru::keyOf<&VlanVniMap::vlanToVsp>(key));
+      break;
+    default:
+      break;
+  }
+}
+
+void VtiVlanVniMapSm::handleInitialized() {
+  MORU_TRACE(8, " Init ? ", initialized());
+  if (!vxlanControllerClientSm_->initialized()) return;
+  initializedIs(true);
+  const Moru::Ptr<VlanVniMap const> map(vlanVniMap().get());
+  if (!map) return;
+  for (auto vlan = map->vlanToVsp().begin(); vlan; ++vlan) handleVlanVniMapUpdate(vlan.key());
+}
+
+void VtiVlanVniMapSm::handleVlanVniMapUpdate(Bridging::VlanId vlan) {
+  if (!initialized()) return;
+  MORU_TRACE(8, "vlan: ", vlan);
+  if (!vspOf(vlan)) {
+    vxlanControllerClientSm_->deleteRemoteMacFromController(vlan, false);
+    vxlanControllerClientSm_->deleteBumVtepListTable(vlan);
+  }
+  zepProcessVniVlanMapUpdateComplete(vlan, intf_);
+}
+
+void VtiVlanVniMapSm::zepProcessVniVlanMapUpdateComplete(Bridging::VlanId vlan, Vorn::IntfId) {
+  MORU_TRACE(8, "vlan: ", vlan);
+  const bool controllerMode = vxlanControllerClientSm_->vxlanControllerClientMode();
+  if (!controllerMode) {
+    MORU_TRACE(8, "Returning: controllerMode = ", controllerMode);
+    return;
+  }
+  const VniSourcePair vsp = vspOf(vlan);
+  if (!vsp) {
+    MORU_TRACE(8, "vlan-vni map has been deleted ");
+    deleteUnmappedVnis();
+    return;
+  }
+  const VniExt vni = vsp.vni();
+  MORU_TRACE(8, "Create zepPerVniFdbStatusSm for ", vni);
+  vxlanControllerClientSm_->vxlanControllerScanVniStatus(vni);
+}
+
+VniSourcePair VtiVlanVniMapSm::vspOf(Bridging::VlanId vlan) const {
+  return vlanVniMap() ? vlanVniMap()->vlanToVsp(vlan) : VniSourcePair();
+}
+
+// Only this VTI's map is asked, on purpose: a VNI that another VTI maps loses its machine, too, and
+// gets it back at that VTI's next update.
+void VtiVlanVniMapSm::deleteUnmappedVnis() {
+  const auto& machines = vxlanControllerClientSm_->zepPerVniFdbStatusSm();
+  for (auto machine = machines.begin(); machine; ++machine) {
+    const VniExt vni = machine.key();
+    if (vlanVniMap() && !!vlanVniMap()->vniToVlan(vni)) continue;
+    MORU_TRACE(8, "Deleting zepPerVniFdbStatusSm for vni ", vni);
+    vxlanControllerClientSm_->zepPerVniFdbStatusSmDel(vni);
+  }
+}
+
+}  // namespace Vxlan

@@ -1,0 +1,624 @@
+#include "Vxlan/VxlanControllerClientSm.h"
+
+#include <array>
+#include <cstdlib>
+#include <sstream>
+
+#include "Vxlan/Trace.h"
+#include "Vxlan/Walk.h"
+#include "framework/Moru/Assert.h"
+#include "framework/Ringlog/Ring.h"
+
+namespace Vxlan {
+
+namespace {
+
+constexpr const char* traceRingName = "DpxVxlanControllerSm.rlg";
+constexpr std::array<std::size_t, 10> traceRingSizes{33, 33, 33, 33, 33,
+                                                     33, 33, 33, 33, 33};  // KiB
+
+double now() { return Moru::ActivityFacility::current()->now(); }
+
+template <class ClockInput>
+void arm(const ClockInput& clock, double time) {
+  if (const auto& reactor = clock.reactor()) reactor->timeMinIs(time);
+}
+
+// Null if there is no such entry, or no directory.
+Moru::Ptr<Moru::Entity> entityOf(const Moru::Ptr<Moru::Dir const>& dir, const Moru::Name& name) {
+  return dir ? dir->entityPtr(name) : nullptr;
+}
+
+// The VNI that a directory entry is named by: the number that the name begins with, 0 if none.
+// Throws RangeException for a number that is no VNI.
+VniExt vniOf(const Moru::Name& name) {
+  constexpr int decimal = 10;
+  return VniExt(std::strtol(name.stringValue().c_str(), nullptr, decimal));
+}
+
+Moru::Name nameOf(const VniExt& vni) {
+  std::ostringstream name;
+  name << vni;
+  return name.str();
+}
+
+}  // namespace
+
+// --- Construction and teardown ---
+
+VxlanControllerClientSm::VxlanControllerClientSm(
+    const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
+    const Moru::Ptr<Moru::Dir const>& controllerStatusBaseDir,
+    const Moru::Ptr<VxlanController::ZepStateClientViewV2>& zepStateClientView,
+    const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
+    const Moru::Ptr<Mlag::Status const>& mlagStatus,
+    const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus,
+    const Moru::Ptr<Moru::Dir const>& zepStateBaseDir,
+    const Moru::Ptr<VlanVniMaps const>& vlanVniMaps, const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
+    const Moru::Ptr<L2Rib::HostInput>& l2RibZepInput,
+    const Moru::Ptr<VxlanClientConvergenceStatus>& zepConvergenceStatus) {
+  vtiStatusDirIs(vtiStatusDir);
+  controllerStatusBaseDirIs(controllerStatusBaseDir);
+  zepStateClientViewIs(zepStateClientView);
+  vxlanHwStatusDirIs(vxlanHwStatusDir);
+  mlagStatusIs(mlagStatus);
+  mlagVxlanStatus_ = mlagVxlanStatus;
+  zepStateBaseDirIs(zepStateBaseDir);
+  vlanVniMapsIs(vlanVniMaps);
+  zepSde_ = zepSde;
+  l2RibZepInput_ = l2RibZepInput;
+  zepConvergenceStatus_ = zepConvergenceStatus;
+  localBumStatusIs(vxlanHwStatusDir ? vxlanHwStatusDir->bumStatus() : nullptr);
+  unicastDeferredDeleteClockIs(Moru::ActivityFacility::current()->clock());
+  bumDeferredDeleteClockIs(Moru::ActivityFacility::current()->clock());
+  if (vtiStatusDir) syncVtiStatuses();
+  handleInitialized();
+}
+
+VxlanControllerClientSm::~VxlanControllerClientSm() {
+  // From here on nothing that is written comes back to this machine or to one of its children.
+  moruDoZombieReactors(true);
+  zepStateSmDel();
+  hostTableDel();
+  receivedHostTableToL2RibHostInputSmDel();
+  zepPerVniFdbStatusSmDelAll();
+  vlanVniMapSmDelAll();
+  // Without the maps a VLAN that is no longer imported takes nothing with it: what stands in the
+  // layer-2 RIB stays for the next client.
+  vlanVniMapsDel();
+  vccImportVlansDelAll();
+}
+
+void VxlanControllerClientSm::handleInitialized() {
+  MORU_TRACE(8, " Init? ", initialized());
+  initializedIs(true);
+  Ringlog::open(traceRingName, traceRingSizes);  // unless the process has it open
+  arm(unicastDeferredDeleteClock, Moru::Clock::never);
+  arm(bumDeferredDeleteClock, Moru::Clock::never);
+  hostTableIs("hostTable");
+  receivedHostTableToL2RibHostInputSmIs(hostTable_, l2RibZepInput_);
+  // The import VLANs come before the VNIs, whose scan looks at them.
+  updateAggregateImportVlans();
+  handleControllerVniBaseDir();
+  handleZepStateBaseDir();
+  cacheControllerClientMode();
+  cacheDatapathLearningMode();
+  updateControllerClientMode();
+  handleVlanVniMapVti();
+}
+
+// --- VTI status and client modes ---
+
+void VxlanControllerClientSm::MoruVtiStatusDir::notifierIs(Moru::Ptr<VtiStatusDir const> dir) {
+  Reactor::notifierIs(std::move(dir));
+  // At construction the VTIs are read when all inputs are there.
+  if (!machine()->initialized()) return;
+  for (const auto& [intf, status] : vtiStatusesOf(notifier())) machine()->vtiStatusIs(status);
+}
+
+void VxlanControllerClientSm::MoruVtiStatusDir::onAttribute(Moru::AttributeId attribute,
+                                                            const void* key) {
+  if (attribute != Moru::idOf<&VtiStatusDir::vtiStatus>) return;
+  const Vorn::IntfId& intf = Moru::keyOf<&VtiStatusDir::vtiStatus>(key);
+  if (const auto status = notifier()->vtiStatus(intf))
+    machine()->vtiStatusIs(status);
+  else
+    machine()->vtiStatusDel(intf);
+}
+
+void VxlanControllerClientSm::MoruVtiStatus::onAttribute(Moru::AttributeId attribute,
+                                                         const void* key) {
+  switch (attribute) {
+    case Moru::idOf<&VtiStatus::controllerClientMode>:
+      moru_handleVtiStatus_controllerClientMode();
+      break;
+    case Moru::idOf<&VtiStatus::datapathLearning>:
+      moru_handleVtiStatus_datapathLearning();
+      break;
+    case Moru::idOf<&VtiStatus::vccImportVlans>:
+      moru_handleVtiStatus_vccImportVlans(Moru::keyOf<&VtiStatus::vccImportVlans>(key));
+      break;
+    default:
+      break;
+  }
+}
+
+void VxlanControllerClientSm::MoruVtiStatus::moru_handleVtiStatus_controllerClientMode() {
+  machine()->handleControllerClientMode();
+}
+
+void VxlanControllerClientSm::MoruVtiStatus::moru_handleVtiStatus_datapathLearning() {
+  machine()->handleDatapathLearningMode();
+}
+
+void VxlanControllerClientSm::MoruVtiStatus::moru_handleVtiStatus_vccImportVlans(
+    Bridging::VlanId vlan) {
+  machine()->updateAggregateImportVlans(vlan);
+}
+
+// Acts on the modes twice, once for each, also while the root is being made.
+void VxlanControllerClientSm::MoruVtiStatus::handleInitialized() {
+  MORU_TRACE(8, " init? ", initialized());
+  if (initialized()) return;
+  initializedIs(true);
+  machine()->handleDatapathLearningMode();
+  machine()->handleControllerClientMode();
+  machine()->updateAggregateImportVlans();
+}
+
+// The modes stay as they are, on purpose: a VTI that is taken away to be put back does not wipe
+// what the controller gave. They are folded anew at the next change of any VTI's mode.
+void VxlanControllerClientSm::MoruVtiStatus::doCleanup() {
+  machine()->updateAggregateImportVlans();
+}
+
+void VxlanControllerClientSm::syncVtiStatuses() {
+  for (const auto& [intf, status] : vtiStatusesOf(vtiStatusDir())) vtiStatusIs(status);
+  for (auto status = vtiStatus().begin(); status; ++status)
+    if (!vtiStatusDir()->vtiStatus(status.key())) vtiStatusDel(status.key());
+}
+
+void VxlanControllerClientSm::cacheControllerClientMode() {
+  bool anyOn = false;
+  for (const auto& [intf, status] : vtiStatusesOf(vtiStatusDir()))
+    if (status->controllerClientMode()) anyOn = true;
+  vxlanControllerClientModeIs(anyOn);
+}
+
+void VxlanControllerClientSm::cacheDatapathLearningMode() {
+  bool allOn = true;
+  for (const auto& [intf, status] : vtiStatusesOf(vtiStatusDir()))
+    if (!status->datapathLearning()) allOn = false;
+  datapathLearningModeIs(allOn);
+}
+
+void VxlanControllerClientSm::handleControllerClientMode() {
+  MORU_TRACE(8, " init? ", initialized(), " vxlanControllerClientMode is ",
+             vxlanControllerClientMode_);
+  cacheControllerClientMode();
+  updateControllerClientMode();
+}
+
+void VxlanControllerClientSm::handleDatapathLearningMode() {
+  MORU_TRACE(8, " init? ", initialized(), " datapathLearningMode is ", datapathLearningMode_);
+  cacheDatapathLearningMode();
+  updateControllerClientMode();
+}
+
+// Runs whole on every call, whether or not a mode has changed.
+void VxlanControllerClientSm::updateControllerClientMode() {
+  MORU_TRACE(8, " init? ", initialized(), " datapathLearning is ", datapathLearningMode_,
+             " vxlanControllerClientMode is ", vxlanControllerClientMode_);
+  handleZepStateBaseDir();
+  if (!vxlanControllerClientMode_) {
+    cleanupZepPerVniFdbStatusSm();
+    return;
+  }
+  if (datapathLearningMode_) deleteRemoteMacsOfAllVlans();
+  handleControllerVniBaseDir();
+}
+
+// What the data path learns now must not be held from the controller, too.
+void VxlanControllerClientSm::deleteRemoteMacsOfAllVlans() {
+  MORU_TRACE(8, " Deleting remote MACs learnt from ZEP");
+  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps()))
+    for (auto vlan = map->vlanToVsp().begin(); vlan; ++vlan)
+      deleteRemoteMacFromController(vlan.key(), false);
+}
+
+// --- VLAN-VNI maps ---
+
+void VxlanControllerClientSm::MoruVlanVniMaps::onAttribute(Moru::AttributeId attribute,
+                                                           const void* key) {
+  if (attribute != Moru::idOf<&VlanVniMaps::vlanVniMap>) return;
+  machine()->handleVlanVniMapVti(Moru::keyOf<&VlanVniMaps::vlanVniMap>(key));
+}
+
+void VxlanControllerClientSm::handleVlanVniMapVti(Vorn::IntfId intf) {
+  MORU_TRACE(8, " intf: ", intf);
+  if (const auto map = vlanVniMaps() ? vlanVniMaps()->vlanVniMap(intf) : nullptr)
+    vlanVniMapSmIs(intf, map, this);
+  else
+    vlanVniMapSmDel(intf);
+}
+
+void VxlanControllerClientSm::handleVlanVniMapVti() {
+  MORU_TRACE(8);
+  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps())) handleVlanVniMapVti(intf);
+}
+
+// --- Import VLANs ---
+
+void VxlanControllerClientSm::vccImportVlansIs(Bridging::VlanId vlan) {
+  if (vccImportVlans_.is(vlan, {})) handleVccImportVlans(vlan);
+}
+
+void VxlanControllerClientSm::vccImportVlansDel(Bridging::VlanId vlan) {
+  if (vccImportVlans_.del(vlan)) handleVccImportVlans(vlan);
+}
+
+void VxlanControllerClientSm::vccImportVlansDelAll() {
+  for (auto vlan = vccImportVlans_.begin(); vlan; ++vlan) vccImportVlansDel(vlan.key());
+}
+
+void VxlanControllerClientSm::updateAggregateImportVlans() {
+  MORU_TRACE(8, " init? ", initialized());
+  if (!initialized()) return;
+  for (unsigned vlan = Bridging::VlanId::min; vlan <= Bridging::VlanId::max; ++vlan)
+    updateAggregateImportVlans(Bridging::VlanId(vlan));
+}
+
+void VxlanControllerClientSm::updateAggregateImportVlans(Bridging::VlanId vlan) {
+  if (!initialized()) return;
+  if (isImportedByAnyVti(vlan))
+    vccImportVlansIs(vlan);
+  else
+    vccImportVlansDel(vlan);
+}
+
+bool VxlanControllerClientSm::isImportedByAnyVti(Bridging::VlanId vlan) const {
+  for (const auto& [intf, status] : vtiStatusesOf(vtiStatusDir()))
+    if (status->vccImportVlans(vlan)) return true;
+  return false;
+}
+
+// A VLAN that leaves takes the machines of its VNIs with it, even of one that another, imported
+// VLAN maps to: that one comes back with its own VLAN's next update.
+void VxlanControllerClientSm::handleVccImportVlans(Bridging::VlanId vlan) {
+  MORU_TRACE(8, " vlan ", vlan);
+  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps())) {
+    const VniSourcePair vsp = map->vlanToVsp(vlan);
+    if (!vsp) continue;
+    const VniExt vni = vsp.vni();
+    if (vccImportVlans_.contains(vlan)) {
+      vxlanControllerScanVniStatus(vni);
+    } else {
+      cleanupZepPerVniFdbStatusSm(vni, true);
+      zepPerVniFdbStatusSmDel(vni);
+    }
+  }
+}
+
+// --- Controller state and convergence ---
+
+void VxlanControllerClientSm::MoruZepStateBaseDir::onAttribute(Moru::AttributeId attribute,
+                                                               const void* key) {
+  if (attribute != Moru::Dir::entityPtrId) return;
+  machine()->handleZepStateBaseDir(*static_cast<const Moru::Name*>(key));
+}
+
+void VxlanControllerClientSm::MoruZepStateClientView::onAttribute(Moru::AttributeId attribute,
+                                                                  const void*) {
+  using View = VxlanController::ZepStateClientViewV2;
+  if (attribute == Moru::idOf<&View::convergenceInProgress>)
+    machine()->handleConvergenceInProgress();
+}
+
+void VxlanControllerClientSm::handleZepStateBaseDir() {
+  if (!initialized()) return;
+  MORU_TRACE(8);
+  const Moru::Ptr<Moru::Dir const> dir(zepStateBaseDir().get());
+  if (!dir) return;
+  for (auto entry = dir->entityPtr().begin(); entry; ++entry) handleZepStateBaseDir(entry.key());
+}
+
+void VxlanControllerClientSm::handleZepStateBaseDir(Moru::Name name) {
+  MORU_TRACE(8, "handleZepStateBaseDir", name);
+  if (!initialized()) return;
+  const auto entity = entityOf(zepStateBaseDir(), name);
+  if (!entity || !vxlanControllerClientMode_) {
+    MORU_TRACE(8, " entry subdir deleted for ", name);
+    zepStateSmDel();
+    return;
+  }
+  if (!zepStateBaseDir()->entryState(name)) {
+    MORU_TRACE(8, " entry subdir added, but not instantiated ", name);
+    return;
+  }
+  MORU_TRACE(8, " entry subdir added ", name);
+  if (const auto state = Moru::dynamicPtrCast<VxlanController::ZepStateV2 const>(entity))
+    zepStateSmIs(state, zepStateClientView());
+}
+
+bool VxlanControllerClientSm::convergenceInProgress() const {
+  return zepStateClientView() && zepStateClientView()->convergenceInProgress();
+}
+
+// Every write of the view counts: a client that starts outside convergence schedules both runs
+// once, and they find nothing to do.
+void VxlanControllerClientSm::handleConvergenceInProgress() {
+  MORU_TRACE(8, " init ", initialized());
+  if (!initialized()) return;
+  const bool converging = convergenceInProgress();
+  MORU_TRACE(8, " init ", initialized(), " convergence state ", converging);
+  if (!converging) MORU_TRACE(8, " schedule deferred deletes");
+  unicastDeferredDeletionInProgressIs(!converging);
+  bumDeferredDeletionInProgressIs(!converging);
+  // A batch that is under way stays armed during a new convergence, and finds that out by itself.
+  if (converging) return;
+  const double time = now();
+  arm(unicastDeferredDeleteClock, time);
+  arm(bumDeferredDeleteClock, time);
+}
+
+void VxlanControllerClientSm::unicastDeferredDeletionInProgressIs(bool inProgress) {
+  if (zepConvergenceStatus_) zepConvergenceStatus_->unicastDeferredDeletionInProgressIs(inProgress);
+}
+
+void VxlanControllerClientSm::bumDeferredDeletionInProgressIs(bool inProgress) {
+  if (zepConvergenceStatus_) zepConvergenceStatus_->bumDeferredDeletionInProgressIs(inProgress);
+}
+
+// --- Controller VNIs ---
+
+void VxlanControllerClientSm::MoruControllerStatusBaseDir::onAttribute(Moru::AttributeId attribute,
+                                                                       const void* key) {
+  if (attribute != Moru::Dir::entityPtrId) return;
+  machine()->handleControllerVniBaseDir(*static_cast<const Moru::Name*>(key));
+}
+
+void VxlanControllerClientSm::handleControllerVniBaseDir() {
+  if (!initialized()) return;
+  const Moru::Ptr<Moru::Dir const> dir(controllerStatusBaseDir().get());
+  MORU_TRACE(8, "handleControllerVniBaseDir", dir);
+  if (!dir) return;
+  for (auto entry = dir->entityPtr().begin(); entry; ++entry)
+    handleControllerVniBaseDir(entry.key());
+}
+
+void VxlanControllerClientSm::handleControllerVniBaseDir(Moru::Name name) {
+  MORU_TRACE(8, "handleControllerVniBaseDir", name);
+  if (!initialized()) return;
+  const auto entity = entityOf(controllerStatusBaseDir(), name);
+  if (!entity || !vxlanControllerClientMode_) {
+    MORU_TRACE(8, " entry subdir deleted for ", name);
+    removeZepPerVniFdbStatusSm(vniOf(name));
+    return;
+  }
+  if (!controllerStatusBaseDir()->entryState(name)) {
+    MORU_TRACE(8, " entry subdir added, but not instantiated ", name);
+    return;
+  }
+  MORU_TRACE(8, " entry subdir added ", name);
+  const auto status = Moru::dynamicPtrCast<VxlanController::VniFdbStatusV2 const>(entity);
+  if (!status) return;
+  const VniExt vni = vniOf(name);
+  Moru::assertThat(vni.value() != 0, "!!vniId", [&] { return "entry " + name.stringValue(); });
+  scanMappedVni(vni, status);
+}
+
+// The machine goes if any VTI maps the VNI to a VLAN that is not imported, even where another VTI
+// has just had it made: what is not imported anywhere must not be followed for it.
+void VxlanControllerClientSm::scanMappedVni(
+    VniExt vni, const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& status) {
+  bool removeMachine = false;
+  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps())) {
+    const Bridging::VlanIdOrNone mapped = map->vniToVlan(vni);
+    MORU_TRACE(8, "vniId: ", vni, " localmap: ", mapped);
+    if (!mapped) continue;
+    MORU_TRACE(8, " vni-vlan map found for vni ", vni, "vlanId ", mapped);
+    const Bridging::VlanId vlan(mapped.value());
+    if (!vccImportVlans_.contains(vlan)) {
+      MORU_TRACE(8, "vlanId  ", vlan, " Not a member of vccImportVlan");
+      removeMachine = true;
+      continue;
+    }
+    MORU_TRACE(8, "vlanId  ", vlan, " member of vccImportVlan");
+    if (const auto machine = zepPerVniFdbStatusSm(vni))
+      machine->handleZepHostTable();
+    else
+      zepPerVniFdbStatusSmIs(vni, status, vtiStatusDir(), vxlanHwStatusDir(), zepSde_, this);
+  }
+  if (removeMachine) removeZepPerVniFdbStatusSm(vni);
+}
+
+void VxlanControllerClientSm::removeZepPerVniFdbStatusSm(VniExt vni) {
+  if (!zepPerVniFdbStatusSm(vni)) return;
+  MORU_TRACE(8, " Deleting the corresponding SM");
+  cleanupZepPerVniFdbStatusSm(vni, true);
+  zepPerVniFdbStatusSmDel(vni);
+}
+
+void VxlanControllerClientSm::vxlanControllerScanVniStatus(VniExt vni) {
+  MORU_TRACE(8, " Scanning VniStatus for vni ", vni);
+  if (const auto machine = zepPerVniFdbStatusSm(vni)) {
+    machine->handleInitialized();
+    return;
+  }
+  MORU_TRACE(8, "creating vniStatusSm");
+  handleControllerVniBaseDir(nameOf(vni));
+}
+
+void VxlanControllerClientSm::cleanupZepPerVniFdbStatusSm(VniExt vni, bool deferIfConverging) {
+  MORU_TRACE(8, " Delete remote mac entries for vni ", vni);
+  bool deferred = false;  // once deferred, for the rest of the VTIs too
+  bool found = false;
+  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps())) {
+    const Bridging::VlanIdOrNone mapped = map->vniToVlan(vni);
+    if (!mapped) continue;
+    found = true;
+    const Bridging::VlanId vlan(mapped.value());
+    if (deferIfConverging && vxlanControllerClientMode_ && convergenceInProgress()) deferred = true;
+    deleteRemoteMacFromController(vlan, deferred);
+    if (!deferred) deleteBumVtepListTable(vlan);
+  }
+  if (!found) MORU_TRACE(8, "Missing vlan-to-vni mapping");
+}
+
+// Leaving the controller mode never defers: what the controller gave goes at once.
+void VxlanControllerClientSm::cleanupZepPerVniFdbStatusSm() {
+  MORU_TRACE(8);
+  for (auto machine = zepPerVniFdbStatusSm().begin(); machine; ++machine) {
+    const VniExt vni = machine.key();
+    cleanupZepPerVniFdbStatusSm(vni, false);
+    zepPerVniFdbStatusSmDel(vni);
+  }
+}
+
+void VxlanControllerClientSm::deleteBumVtepListTable(Bridging::VlanId vlan) {
+  MORU_TRACE(8, " vlan ", vlan);
+  if (zepSde_) zepSde_->vlanFloodSetDel(vlan);
+}
+
+// --- Received hosts ---
+
+const Moru::Ptr<ReceivedHostTable>& VxlanControllerClientSm::hostTableIs(const Moru::Name& name) {
+  if (!hostTable_ || hostTable_->name() != name) hostTable_ = Moru::create<ReceivedHostTable>(name);
+  return hostTable_;
+}
+
+void VxlanControllerClientSm::hostTableDel() { hostTable_ = nullptr; }
+
+bool VxlanControllerClientSm::isVtepIpMine(VniExt, Vorn::IpAddr vtepIp,
+                                           Vorn::IntfId vtiIntfId) const {
+  MORU_TRACE(8, "vtepIp: ", vtepIp);
+  const auto status = vtiStatusDir() ? vtiStatusDir()->vtiStatus(vtiIntfId) : nullptr;
+  if (!status) return false;
+  MORU_TRACE(8, "local vtepIp: ", status->localVtepAddr(),
+             " local varp vtepIp: ", status->vArpVtepAddr());
+  if (vtepIp == status->localVtepAddr() || vtepIp == status->vArpVtepAddr()) return true;
+  if (!mlagVxlanStatus_) return false;
+  for (const auto& [type, address] : mlagVxlanStatus_->vtepTypeAddr())
+    if (address == vtepIp) return true;
+  return false;
+}
+
+void VxlanControllerClientSm::deferDeleteReceivedTableEntry(Bridging::MacVlanPair key) {
+  ReceivedEntry entry = hostTable_->receivedEntry(key);
+  if (!entry || entry.markedForDel) return;
+  MORU_TRACE(8, "defer delete of ", key, " old vtep: ", entry.vtepAddr);
+  entry.markedForDel = true;
+  hostTable_->receivedEntryIs(entry);
+  hostTable_->markedForDelCountInc();
+  MORU_TRACE(8, "new marked for deletion count ", hostTable_->markedForDelCount());
+}
+
+void VxlanControllerClientSm::deleteReceivedTableEntry(Bridging::MacVlanPair key) {
+  const ReceivedEntry* const entry = hostTable_->receivedEntry().find(key);
+  MORU_TRACE(8, " deleting ", key);
+  if (entry != nullptr && entry->markedForDel) {
+    hostTable_->markedForDelCountDec();
+    MORU_TRACE(8, " new marked for deletion count ", hostTable_->markedForDelCount());
+  }
+  hostTable_->receivedEntryDel(key);
+}
+
+void VxlanControllerClientSm::deleteRemoteMacFromController(Bridging::VlanId vlan, bool deferDel) {
+  if (!initialized()) return;
+  MORU_TRACE(8, "deleteRemoteMacFromController vlanId ", vlan, " deferDel ", deferDel);
+  const Moru::Ptr<ReceivedHostTable> table(hostTable_.get());
+  for (auto host = table->receivedEntry().keysOfVlan(vlan); host; ++host) {
+    MORU_TRACE(8, host.key().mac, " Vlan: ", vlan, " deferDel ", deferDel);
+    if (deferDel)
+      deferDeleteReceivedTableEntry(host.key());
+    else
+      deleteReceivedTableEntry(host.key());
+  }
+}
+
+// --- Deferred deletion of hosts ---
+
+void VxlanControllerClientSm::MoruUnicastDeferredDeleteClock::onAttribute(
+    Moru::AttributeId attribute, const void*) {
+  if (attribute == Moru::Clock::timeMinId) machine()->processUnicastDeferredDeletes();
+}
+
+void VxlanControllerClientSm::processUnicastDeferredDeletes() {
+  if (!initialized()) return;
+  const Moru::Ptr<ReceivedHostTable> table(hostTable_.get());
+  MORU_TRACE(8, " init ", initialized(), " convergence state ", convergenceInProgress(),
+             " marked for del count ", table->markedForDelCount());
+  if (convergenceInProgress()) {
+    // The end of that convergence arms the clock again.
+    MORU_TRACE(8, " called but nothing to do - korvo rebooted again?");
+    return;
+  }
+  if (table->markedForDelCount() == 0) {
+    endUnicastDeferredDeletes();
+    MORU_TRACE(8, " no markedForDel entries");
+    return;
+  }
+  if (unicastDeferredDeleteBookmark_ != Bridging::MacVlanPair())
+    MORU_TRACE(8, " starting at bookmark ", unicastDeferredDeleteBookmark_.mac, " vlan ",
+               unicastDeferredDeleteBookmark_.vlan);
+  else
+    MORU_TRACE(8, " no bookmark. start fresh");
+  // The default bookmark is the smallest key: the first entry follows. So does the next one, where
+  // the bookmarked entry has gone.
+  auto entry = table->receivedEntry().from(unicastDeferredDeleteBookmark_);
+  MORU_TRACE(8, " initial count ", table->markedForDelCount());
+  const double deadline = now() + maxProcessTime_;
+  while (table->markedForDelCount() != 0) {
+    if (!entry) {
+      MORU_TRACE(8, " reached end, resume from first entry");
+      entry = table->receivedEntry().begin();
+      Moru::assertThat(static_cast<bool>(entry), "iter");
+    }
+    // Read before every entry, marked or not: to look at entries takes time, too.
+    const double time = now();
+    if (time >= deadline) {
+      rescheduleUnicastDeferredDeletes(entry.key(), time);
+      return;
+    }
+    if (entry.value().markedForDel) {
+      deleteReceivedTableEntry(entry.key());
+      if (table->markedForDelCount() == 0) break;
+    }
+    ++entry;
+  }
+  MORU_TRACE_STREAM(8, " unicast mac deferred delete complete.");
+  MORU_TRACE_RING(8, " unicast mac deferred del complete");
+  endUnicastDeferredDeletes();
+}
+
+void VxlanControllerClientSm::endUnicastDeferredDeletes() {
+  unicastDeferredDeleteBookmarkIs(Bridging::MacVlanPair());
+  unicastDeferredDeletionInProgressIs(false);
+}
+
+// Armed at the current time: that yields to whatever else waits, and adds no delay.
+void VxlanControllerClientSm::rescheduleUnicastDeferredDeletes(const Bridging::MacVlanPair& next,
+                                                               double time) {
+  unicastDeferredDeleteBookmarkIs(next);
+  MORU_TRACE(8, " reschedule, resume later from ", next.mac, " vlan ", next.vlan,
+             " Remaining count ", hostTable_->markedForDelCount());
+  arm(unicastDeferredDeleteClock, time);
+}
+
+Moru::Ptr<VxlanControllerClientSm> vxlanControllerClientSmFactory(
+    const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
+    const Moru::Ptr<Moru::Dir const>& controllerStatusBaseDir,
+    const Moru::Ptr<VxlanController::ZepStateClientViewV2>& zepStateClientView,
+    const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
+    const Moru::Ptr<Mlag::Status const>& mlagStatus,
+    const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus,
+    const Moru::Ptr<Moru::Dir const>& zepStateBaseDir,
+    const Moru::Ptr<VlanVniMaps const>& vlanVniMaps, const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
+    const Moru::Ptr<L2Rib::HostInput>& l2RibZepInput,
+    const Moru::Ptr<VxlanClientConvergenceStatus>& zepConvergenceStatus) {
+  return Moru::create<VxlanControllerClientSm>(
+      vtiStatusDir, controllerStatusBaseDir, zepStateClientView, vxlanHwStatusDir, mlagStatus,
+      mlagVxlanStatus, zepStateBaseDir, vlanVniMaps, zepSde, l2RibZepInput, zepConvergenceStatus);
+}
+
+}  // namespace Vxlan

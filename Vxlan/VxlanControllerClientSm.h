@@ -1,0 +1,389 @@
+// The VXLAN controller client: the one machine that the switch's agent makes, and the root of all
+// others.
+//
+//   what the controller publishes            the client                      what it writes
+//
+//   VniFdbStatusV2, one a VNI ──────> ZepPerVniFdbStatusSm, one a VNI
+//                                          │ received host table
+//                                          v
+//                                     ReceivedHostTableToL2RibHostInputSm ──> L2Rib::HostInput
+//   ZepStateV2 ─────────────────────> ZepStateSm ───────────────────────────> ZepStateClientViewV2
+//                                          │ the root watches the view
+//   what the switch is set to              v
+//                                     deferred deletion ────────────────────> ...ConvergenceStatus
+//   VlanVniMap, one a VTI ──────────> VtiVlanVniMapSm, one a VTI
+//   VtiStatus, one a VTI ───────────> client modes, import VLANs
+//
+// A per-VNI machine stands while the client is in controller mode, the controller publishes the
+// VNI, and a VTI maps the VNI to a VLAN that is imported.
+//
+// While the controller converges, after a restart of its own, withdrawals are postponed: hosts are
+// marked only. When it has converged, the clocks are armed, and the marked hosts go in batches that
+// hold the thread for maxProcessTime at most.
+//
+// The machine is made by vxlanControllerClientSmFactory() and lives until its last pointer goes.
+// What it has written into the layer-2 RIB stays there: the next client takes it over.
+#pragma once
+
+#include "Vxlan/ReceivedHostTableToL2RibHostInputSm.h"
+#include "Vxlan/VtiVlanVniMapSm.h"
+#include "Vxlan/ZepPerVniFdbStatusSm.h"
+#include "Vxlan/ZepStateSm.h"
+#include "framework/Moru/ActivityFacility.h"
+#include "framework/Moru/Children.h"
+#include "framework/Moru/Dir.h"
+#include "framework/Moru/HashMap2018.h"
+#include "framework/Moru/Input.h"
+#include "model/L2Rib/HostInput.h"
+#include "model/L2Rib/SourceDirEntry.h"
+#include "model/Mlag/Status.h"
+#include "model/Mlag/VxlanStatus.h"
+#include "model/Vxlan/BumStatus.h"
+#include "model/Vxlan/ReceivedHostTable.h"
+#include "model/Vxlan/VlanVniMaps.h"
+#include "model/Vxlan/VtiStatusDir.h"
+#include "model/Vxlan/VxlanClientConvergenceStatus.h"
+#include "model/Vxlan/VxlanHwStatusDir.h"
+#include "model/VxlanController/ZepStateClientViewV2.h"
+
+namespace Vxlan {
+
+class VxlanControllerClientSm final : public Moru::Machine {
+ public:
+  // Any of the inputs may be null, which means that it is absent: an empty table to read, nothing
+  // to write to. One that the model refuses throws; then there is no machine.
+  VxlanControllerClientSm(
+      const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
+      const Moru::Ptr<Moru::Dir const>& controllerStatusBaseDir,
+      const Moru::Ptr<VxlanController::ZepStateClientViewV2>& zepStateClientView,
+      const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
+      const Moru::Ptr<Mlag::Status const>& mlagStatus,
+      const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus,
+      const Moru::Ptr<Moru::Dir const>& zepStateBaseDir,
+      const Moru::Ptr<VlanVniMaps const>& vlanVniMaps,
+      const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
+      const Moru::Ptr<L2Rib::HostInput>& l2RibZepInput,
+      const Moru::Ptr<VxlanClientConvergenceStatus>& zepConvergenceStatus);
+  ~VxlanControllerClientSm() override;
+
+  // --- Reactors, one a watched input ---
+
+  class MoruVtiStatusDir
+      : public Moru::Reactor<VtiStatusDir::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void notifierIs(Moru::Ptr<VtiStatusDir const> dir) override;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+  };
+
+  class MoruControllerStatusBaseDir
+      : public Moru::Reactor<Moru::Dir::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+  };
+
+  class MoruZepStateClientView
+      : public Moru::Reactor<VxlanController::ZepStateClientViewV2::Notifiee,
+                             VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+  };
+
+  // Reacts to nothing: the directory is bound for its BUM status to be read.
+  class MoruVxlanHwStatusDir
+      : public Moru::Reactor<VxlanHwStatusDir::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId, const void*) override {}
+  };
+
+  // Reacts to nothing yet: the MLAG side is to come.
+  class MoruMlagStatus
+      : public Moru::Reactor<Mlag::Status::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId, const void*) override {}
+  };
+
+  class MoruZepStateBaseDir
+      : public Moru::Reactor<Moru::Dir::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+  };
+
+  class MoruVlanVniMaps
+      : public Moru::Reactor<VlanVniMaps::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+  };
+
+  // Reacts to nothing yet: the flood sets are to come. So does the clock of their deferred
+  // deletion.
+  class MoruLocalBumStatus
+      : public Moru::Reactor<BumStatus::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId, const void*) override {}
+  };
+
+  class MoruBumDeferredDeleteClock
+      : public Moru::Reactor<Moru::Clock::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId, const void*) override {}
+  };
+
+  class MoruUnicastDeferredDeleteClock
+      : public Moru::Reactor<Moru::Clock::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+  };
+
+  // One for each VTI. Making one evaluates the modes and the import VLANs anew.
+  class MoruVtiStatus : public Moru::Reactor<VtiStatus::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void handleInitialized();
+    void doCleanup();
+    void moru_handleVtiStatus_controllerClientMode();
+    void moru_handleVtiStatus_datapathLearning();
+    void moru_handleVtiStatus_vccImportVlans(Bridging::VlanId vlan);
+  };
+
+  // --- Inputs and outputs, in the order of the constructor ---
+
+  Moru::Input<MoruVtiStatusDir> vtiStatusDir{this};
+  Moru::Input<MoruVtiStatusDir>::Is vtiStatusDirIs{vtiStatusDir};
+  Moru::Input<MoruVtiStatusDir>::Del vtiStatusDirDel{vtiStatusDir};
+
+  Moru::Input<MoruControllerStatusBaseDir> controllerStatusBaseDir{this};
+  Moru::Input<MoruControllerStatusBaseDir>::Is controllerStatusBaseDirIs{controllerStatusBaseDir};
+  Moru::Input<MoruControllerStatusBaseDir>::Del controllerStatusBaseDirDel{controllerStatusBaseDir};
+
+  Moru::Input<MoruZepStateClientView> zepStateClientView{this};
+  Moru::Input<MoruZepStateClientView>::Is zepStateClientViewIs{zepStateClientView};
+  Moru::Input<MoruZepStateClientView>::Del zepStateClientViewDel{zepStateClientView};
+
+  Moru::Input<MoruVxlanHwStatusDir> vxlanHwStatusDir{this};
+  Moru::Input<MoruVxlanHwStatusDir>::Is vxlanHwStatusDirIs{vxlanHwStatusDir};
+  Moru::Input<MoruVxlanHwStatusDir>::Del vxlanHwStatusDirDel{vxlanHwStatusDir};
+
+  Moru::Input<MoruMlagStatus> mlagStatus{this};
+  Moru::Input<MoruMlagStatus>::Is mlagStatusIs{mlagStatus};
+  Moru::Input<MoruMlagStatus>::Del mlagStatusDel{mlagStatus};
+
+  const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus() const { return mlagVxlanStatus_; }
+
+  Moru::Input<MoruZepStateBaseDir> zepStateBaseDir{this};
+  Moru::Input<MoruZepStateBaseDir>::Is zepStateBaseDirIs{zepStateBaseDir};
+  Moru::Input<MoruZepStateBaseDir>::Del zepStateBaseDirDel{zepStateBaseDir};
+
+  Moru::Input<MoruVlanVniMaps> vlanVniMaps{this};
+  Moru::Input<MoruVlanVniMaps>::Is vlanVniMapsIs{vlanVniMaps};
+  Moru::Input<MoruVlanVniMaps>::Del vlanVniMapsDel{vlanVniMaps};
+
+  const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde() const { return zepSde_; }
+  const Moru::Ptr<L2Rib::HostInput>& l2RibZepInput() const { return l2RibZepInput_; }
+  const Moru::Ptr<VxlanClientConvergenceStatus>& zepConvergenceStatus() const {
+    return zepConvergenceStatus_;
+  }
+
+  // --- Inputs that the machine makes for itself ---
+
+  Moru::Input<MoruLocalBumStatus> localBumStatus{this};
+  Moru::Input<MoruLocalBumStatus>::Is localBumStatusIs{localBumStatus};
+  Moru::Input<MoruLocalBumStatus>::Del localBumStatusDel{localBumStatus};
+
+  Moru::Input<MoruUnicastDeferredDeleteClock> unicastDeferredDeleteClock{this};
+  Moru::Input<MoruUnicastDeferredDeleteClock>::Is unicastDeferredDeleteClockIs{
+      unicastDeferredDeleteClock};
+  Moru::Input<MoruUnicastDeferredDeleteClock>::Del unicastDeferredDeleteClockDel{
+      unicastDeferredDeleteClock};
+
+  Moru::Input<MoruBumDeferredDeleteClock> bumDeferredDeleteClock{this};
+  Moru::Input<MoruBumDeferredDeleteClock>::Is bumDeferredDeleteClockIs{bumDeferredDeleteClock};
+  Moru::Input<MoruBumDeferredDeleteClock>::Del bumDeferredDeleteClockDel{bumDeferredDeleteClock};
+
+  Moru::Reactors<MoruVtiStatus> vtiStatus{this, "Vxlan::VxlanControllerClientSm::vtiStatus"};
+  Moru::Reactors<MoruVtiStatus>::Is vtiStatusIs{vtiStatus};
+  Moru::Reactors<MoruVtiStatus>::Del vtiStatusDel{vtiStatus};
+  Moru::Reactors<MoruVtiStatus>::DelAll vtiStatusDelAll{vtiStatus};
+
+  // --- Children ---
+
+  Moru::Child<ZepStateSm> zepStateSm{this};
+  Moru::Child<ZepStateSm>::Is zepStateSmIs{zepStateSm};
+  Moru::Child<ZepStateSm>::Del zepStateSmDel{zepStateSm};
+
+  using MirrorSm = ReceivedHostTableToL2RibHostInputSm;
+  Moru::Child<MirrorSm> receivedHostTableToL2RibHostInputSm{this};
+  Moru::Child<MirrorSm>::Is receivedHostTableToL2RibHostInputSmIs{
+      receivedHostTableToL2RibHostInputSm};
+  Moru::Child<MirrorSm>::Del receivedHostTableToL2RibHostInputSmDel{
+      receivedHostTableToL2RibHostInputSm};
+
+  using ZepPerVniFdbStatusSms = Moru::Children<VniExt, ZepPerVniFdbStatusSm>;
+  ZepPerVniFdbStatusSms zepPerVniFdbStatusSm{this};
+  ZepPerVniFdbStatusSms::Is zepPerVniFdbStatusSmIs{zepPerVniFdbStatusSm};
+  ZepPerVniFdbStatusSms::Del zepPerVniFdbStatusSmDel{zepPerVniFdbStatusSm};
+  ZepPerVniFdbStatusSms::DelAll zepPerVniFdbStatusSmDelAll{zepPerVniFdbStatusSm};
+
+  using VlanVniMapSms = Moru::Children<Vorn::IntfId, VtiVlanVniMapSm>;
+  VlanVniMapSms vlanVniMapSm{this};
+  VlanVniMapSms::Is vlanVniMapSmIs{vlanVniMapSm};
+  VlanVniMapSms::Del vlanVniMapSmDel{vlanVniMapSm};
+  VlanVniMapSms::DelAll vlanVniMapSmDelAll{vlanVniMapSm};
+
+  void handleInitialized();
+
+  // --- Client modes: the controller mode is on when any VTI's is, data-path learning when all are
+
+  bool vxlanControllerClientMode() const { return vxlanControllerClientMode_; }
+  void vxlanControllerClientModeIs(bool mode) { vxlanControllerClientMode_ = mode; }
+  bool datapathLearningMode() const { return datapathLearningMode_; }
+  void datapathLearningModeIs(bool mode) { datapathLearningMode_ = mode; }
+
+  // Folds one mode from the VTIs.
+  void cacheControllerClientMode();
+  void cacheDatapathLearningMode();
+
+  void handleControllerClientMode();
+  void handleDatapathLearningMode();
+
+  // Brings the controller-facing machines in line with the modes as they stand.
+  void updateControllerClientMode();
+
+  // --- VLAN-VNI maps ---
+
+  // Brings the machine of one VTI, or of all, in line with the maps.
+  void handleVlanVniMapVti(Vorn::IntfId intf);
+  void handleVlanVniMapVti();
+
+  // --- Import VLANs: the union of what the VTIs import ---
+
+  using ImportVlans = Moru::HashMap2018<Bridging::VlanId, Moru::Member>;
+  const ImportVlans& vccImportVlans() const { return vccImportVlans_; }
+  void vccImportVlansIs(Bridging::VlanId vlan);
+  void vccImportVlansDel(Bridging::VlanId vlan);
+  void vccImportVlansDelAll();
+
+  // Computes the membership of all VLANs, or of one, anew.
+  void updateAggregateImportVlans();
+  void updateAggregateImportVlans(Bridging::VlanId vlan);
+
+  // A VLAN has entered the union or left it.
+  void handleVccImportVlans(Bridging::VlanId vlan);
+
+  // --- Controller state and convergence ---
+
+  // Brings the convergence machine in line with one entry of the state directory, or with all.
+  void handleZepStateBaseDir(Moru::Name name);
+  void handleZepStateBaseDir();
+
+  // The client view has been written.
+  void handleConvergenceInProgress();
+
+  // What the client view says; false without one.
+  bool convergenceInProgress() const;
+
+  // --- Controller VNIs ---
+
+  // Brings a VNI's machine in line with its entry of the status directory, or all with all. Throws
+  // RangeException for a name that is no VNI; a new entry of VNI 0 is a fatal assertion.
+  void handleControllerVniBaseDir(Moru::Name name);
+  void handleControllerVniBaseDir();
+
+  // A VNI has become mapped or imported.
+  void vxlanControllerScanVniStatus(VniExt vni);
+
+  // Removes what the machine of one VNI has put into the switch; of all VNIs, with the machines.
+  void cleanupZepPerVniFdbStatusSm(VniExt vni, bool deferIfConverging);
+  void cleanupZepPerVniFdbStatusSm();
+
+  // Removes the flood sets of one VLAN.
+  void deleteBumVtepListTable(Bridging::VlanId vlan);
+
+  // --- Received hosts ---
+
+  // The hosts that the controller has reported; null until the machine is initialized.
+  const Moru::Ptr<ReceivedHostTable>& hostTable() const { return hostTable_; }
+
+  // Gives the table of that name, making a new one if the machine holds another, or none.
+  const Moru::Ptr<ReceivedHostTable>& hostTableIs(const Moru::Name& name);
+  void hostTableDel();
+
+  // Whether an address is one of the switch's own VTEPs, or of its MLAG peer's.
+  bool isVtepIpMine(VniExt vni, Vorn::IpAddr vtepIp, Vorn::IntfId vtiIntfId) const;
+
+  // Marks one entry for deferred deletion, unless it is marked or absent.
+  void deferDeleteReceivedTableEntry(Bridging::MacVlanPair key);
+
+  // Removes one entry.
+  void deleteReceivedTableEntry(Bridging::MacVlanPair key);
+
+  // Removes or marks all entries of one VLAN, in the order of the table.
+  void deleteRemoteMacFromController(Bridging::VlanId vlan, bool deferDel);
+
+  // --- Deferred deletion of hosts ---
+
+  // How long one run may take before it yields, in seconds; 0.01 at first.
+  double maxProcessTime() const { return maxProcessTime_; }
+  void maxProcessTimeIs(double maxProcessTime) { maxProcessTime_ = maxProcessTime; }
+
+  // The entry that the next run begins with. The default pair, the smallest key, is none.
+  const Bridging::MacVlanPair& unicastDeferredDeleteBookmark() const {
+    return unicastDeferredDeleteBookmark_;
+  }
+  void unicastDeferredDeleteBookmarkIs(const Bridging::MacVlanPair& bookmark) {
+    unicastDeferredDeleteBookmark_ = bookmark;
+  }
+
+  // One batch.
+  void processUnicastDeferredDeletes();
+
+ private:
+  void syncVtiStatuses();
+  void scanMappedVni(VniExt vni, const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& status);
+  void removeZepPerVniFdbStatusSm(VniExt vni);
+  void deleteRemoteMacsOfAllVlans();
+  bool isImportedByAnyVti(Bridging::VlanId vlan) const;
+  void unicastDeferredDeletionInProgressIs(bool inProgress);
+  void bumDeferredDeletionInProgressIs(bool inProgress);
+  void endUnicastDeferredDeletes();
+  void rescheduleUnicastDeferredDeletes(const Bridging::MacVlanPair& next, double time);
+
+  static constexpr double defaultMaxProcessTime = 0.01;
+
+  Moru::Ptr<Mlag::VxlanStatus const> mlagVxlanStatus_;
+  Moru::Ptr<L2Rib::SourceDirEntry> zepSde_;
+  Moru::Ptr<L2Rib::HostInput> l2RibZepInput_;
+  Moru::Ptr<VxlanClientConvergenceStatus> zepConvergenceStatus_;
+
+  bool vxlanControllerClientMode_ = false;
+  bool datapathLearningMode_ = true;
+  double maxProcessTime_ = defaultMaxProcessTime;
+  Bridging::MacVlanPair unicastDeferredDeleteBookmark_;
+  ImportVlans vccImportVlans_;
+  Moru::Ptr<ReceivedHostTable> hostTable_;
+};
+
+// Makes the client over its inputs, in the order of the constructor.
+Moru::Ptr<VxlanControllerClientSm> vxlanControllerClientSmFactory(
+    const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
+    const Moru::Ptr<Moru::Dir const>& controllerStatusBaseDir,
+    const Moru::Ptr<VxlanController::ZepStateClientViewV2>& zepStateClientView,
+    const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
+    const Moru::Ptr<Mlag::Status const>& mlagStatus,
+    const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus,
+    const Moru::Ptr<Moru::Dir const>& zepStateBaseDir,
+    const Moru::Ptr<VlanVniMaps const>& vlanVniMaps, const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
+    const Moru::Ptr<L2Rib::HostInput>& l2RibZepInput,
+    const Moru::Ptr<VxlanClientConvergenceStatus>& zepConvergenceStatus);
+
+}  // namespace Vxlan

@@ -1,0 +1,185 @@
+#include "Vxlan/ZepPerVniFdbStatusSm.h"
+
+#include <sstream>
+
+#include "Vxlan/Trace.h"
+#include "Vxlan/VxlanControllerClientSm.h"
+#include "Vxlan/Walk.h"
+#include "framework/Moru/Assert.h"
+
+namespace Vxlan {
+
+ZepPerVniFdbStatusSm::ZepPerVniFdbStatusSm(
+    const VniExt& vni, const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& zepVniFdbStatusV2,
+    const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
+    const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
+    const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
+    VxlanControllerClientSm* vxlanControllerClientSm)
+    : vni_(vni), zepSde_(zepSde), vxlanControllerClientSm_(vxlanControllerClientSm) {
+  zepVniFdbStatusV2Is(zepVniFdbStatusV2);
+  vtiStatusDirIs(vtiStatusDir);
+  vxlanHwStatusDirIs(vxlanHwStatusDir);
+  for (const auto& [intf, status] : vtiStatusesOf(vtiStatusDir)) vtiStatusIs(status);
+  handleInitialized();
+}
+
+ZepPerVniFdbStatusSm::~ZepPerVniFdbStatusSm() { moruDoZombieReactors(true); }
+
+void ZepPerVniFdbStatusSm::constructorCheck(
+    const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& zepVniFdbStatusV2,
+    const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
+    const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
+    const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
+    VxlanControllerClientSm* vxlanControllerClientSm) const {
+  Moru::parameterCheck("_zepVniFdbStatusV2", this->zepVniFdbStatusV2(), zepVniFdbStatusV2);
+  Moru::parameterCheck("_vtiStatusDir", this->vtiStatusDir(), vtiStatusDir);
+  Moru::parameterCheck("_vxlanHwStatusDir", this->vxlanHwStatusDir(), vxlanHwStatusDir);
+  Moru::parameterCheck("_zepSde", zepSde_, zepSde);
+  Moru::parameterCheck("_vxlanControllerClientSm", vxlanControllerClientSm_,
+                       vxlanControllerClientSm);
+}
+
+void ZepPerVniFdbStatusSm::MoruZepVniFdbStatusV2::onAttribute(Moru::AttributeId attribute,
+                                                              const void* key) {
+  using Status = VxlanController::VniFdbStatusV2;
+  switch (attribute) {
+    case Moru::idOf<&Status::macVtepTable>:
+      machine()->handleZepHostTable(Moru::keyOf<&Status::macVtepTable>(key));
+      break;
+    default:
+      break;
+  }
+}
+
+void ZepPerVniFdbStatusSm::MoruVtiStatusDir::onAttribute(Moru::AttributeId attribute,
+                                                         const void* key) {
+  if (attribute != Moru::idOf<&VtiStatusDir::vtiStatus>) return;
+  const Vorn::IntfId& intf = Moru::keyOf<&VtiStatusDir::vtiStatus>(key);
+  if (const auto status = notifier()->vtiStatus(intf))
+    machine()->vtiStatusIs(status);
+  else
+    machine()->vtiStatusDel(intf);
+}
+
+void ZepPerVniFdbStatusSm::MoruVtiStatus::onAttribute(Moru::AttributeId attribute, const void*) {
+  switch (attribute) {
+    case Moru::idOf<&VtiStatus::vArpVtepAddr>:
+      moru_handleVtiStatus_vArpVtepAddr();
+      break;
+    default:
+      break;
+  }
+}
+
+void ZepPerVniFdbStatusSm::MoruVtiStatus::moru_handleVtiStatus_vArpVtepAddr() {
+  machine()->handleVarpVtepAddr();
+}
+
+void ZepPerVniFdbStatusSm::handleInitialized() {
+  MORU_TRACE(8, " init? ", initialized());
+  initializedIs(true);
+  handleZepHostTable();
+}
+
+void ZepPerVniFdbStatusSm::handleZepHostTable() {
+  const bool datapathLearningMode = vxlanControllerClientSm_->datapathLearningMode();
+  MORU_TRACE(8, " datapathLearningMode ", datapathLearningMode);
+  if (!initialized() || datapathLearningMode) return;
+  const Moru::Ptr<VxlanController::VniFdbStatusV2 const> status(zepVniFdbStatusV2().get());
+  if (!status) return;
+  for (auto mac = status->macVtepTable().begin(); mac; ++mac) handleZepHostTable(mac.key());
+}
+
+void ZepPerVniFdbStatusSm::handleZepHostTable(Vorn::EthAddr mac) {
+  const bool datapathLearningMode = vxlanControllerClientSm_->datapathLearningMode();
+  MORU_TRACE(8, "macAddr: ", mac, " datapathLearningMode ", datapathLearningMode);
+  if (!initialized() || datapathLearningMode) return;
+  const VxlanController::MacVtepV2 macVtep = zepVniFdbStatusV2()->macVtepTable(mac);
+  for (const auto& [intf, map] : vlanVniMapsOf(vxlanControllerClientSm_->vlanVniMaps())) {
+    const Bridging::VlanIdOrNone vlan = map->vniToVlan(vni_);
+    if (!vlan) {
+      // In spite of its words the text does not end the walk: each VTI is served on its own.
+      MORU_TRACE(8, "Returning as no valid vlan-vni map found");
+      continue;
+    }
+    MORU_TRACE(8, "vniId: ", vni_, "vlanId: ", vlan);
+    handleHostOfVti(macVtep, intf, {mac, Bridging::VlanId(vlan.value())});
+  }
+}
+
+void ZepPerVniFdbStatusSm::handleHostOfVti(const VxlanController::MacVtepV2& macVtep,
+                                           const Vorn::IntfId& intf,
+                                           const Bridging::MacVlanPair& key) {
+  const bool withdrawn = macVtep == VxlanController::MacVtepV2();
+  if (!withdrawn && vxlanControllerClientSm_->isVtepIpMine(vni_, macVtep.vtepIp, intf))
+    ignoreLocalHost(macVtep, key);
+  else if (withdrawn)
+    withdrawHost(key);
+  else
+    addHost(macVtep, intf, key);
+}
+
+// A host that is local now goes at once, also during convergence: the switch itself knows better.
+void ZepPerVniFdbStatusSm::ignoreLocalHost(const VxlanController::MacVtepV2& macVtep,
+                                           const Bridging::MacVlanPair& key) {
+  MORU_TRACE(8, "Ignoring since it's a local entry, received vtepIp: ", macVtep.vtepIp);
+  if (!vxlanControllerClientSm_->hostTable()->receivedEntry().contains(key)) return;
+  MORU_TRACE(8, " delete stale macVtepPair ", key);
+  vxlanControllerClientSm_->deleteReceivedTableEntry(key);
+}
+
+void ZepPerVniFdbStatusSm::withdrawHost(const Bridging::MacVlanPair& key) {
+  MORU_TRACE(8, "Evaluating delete of remote host entry for mac: ", key.mac, " vlan: ", key.vlan);
+  Moru::assertThat(!vxlanControllerClientSm_->hostTable()->receivedEntry(key).markedForDel,
+                   "!vxlanControllerClientSm()->hostTable()->receivedEntry( key ).markedForDel()",
+                   [&] {
+                     std::ostringstream values;
+                     values << "vni " << vni_ << " host " << key;
+                     return values.str();
+                   });
+  if (vxlanControllerClientSm_->convergenceInProgress())
+    vxlanControllerClientSm_->deferDeleteReceivedTableEntry(key);
+  else
+    vxlanControllerClientSm_->deleteReceivedTableEntry(key);
+}
+
+// Written every time, though nothing but the time may differ: a re-announcement takes the mark
+// away.
+void ZepPerVniFdbStatusSm::addHost(const VxlanController::MacVtepV2& macVtep,
+                                   const Vorn::IntfId& intf, const Bridging::MacVlanPair& key) {
+  MORU_TRACE(8, "Adding remote host entry for mac: ", key.mac, " vlan: ", key.vlan,
+             " vtepIp: ", macVtep.vtepIp, " moveCount: ", macVtep.moveCount);
+  const Moru::Ptr<ReceivedHostTable> table(vxlanControllerClientSm_->hostTable().get());
+  const ReceivedEntry* const present = table->receivedEntry().find(key);
+  const bool wasMarked = present != nullptr && present->markedForDel;
+  if (wasMarked) MORU_TRACE(8, "Re-add, entry was marked for delete");
+  ReceivedEntry entry;
+  entry.key = key;
+  entry.vtiIntfId = intf;
+  entry.source = receivedEntrySource;
+  entry.vtepAddr = macVtep.vtepIp;
+  entry.moveCount = macVtep.moveCount;
+  entry.time = Moru::ActivityFacility::current()->now();
+  entry.hostKind = static_cast<std::uint8_t>(macVtep.hostKind);
+  table->receivedEntryIs(entry);
+  if (!wasMarked) return;
+  table->markedForDelCountDec();
+  MORU_TRACE(8, " new marked for deletion count ", table->markedForDelCount());
+}
+
+void ZepPerVniFdbStatusSm::handleVarpVtepAddr() {
+  MORU_TRACE(8, "vni: ", vni_);
+  if (initialized()) handleZepHostTable();
+}
+
+bool ZepPerVniFdbStatusSm::checkBumStatus() const {
+  MORU_TRACE(8);
+  if (!initialized() || !zepVniFdbStatusV2() || !vxlanHwStatusDir()) return false;
+  const Moru::Ptr<BumStatus const>& bumStatus = vxlanHwStatusDir()->bumStatus();
+  if (!bumStatus) return false;
+  if (bumStatus->bumReplicationMode() == BumReplicationMode::controller) return true;
+  MORU_TRACE(8, " Replication Mode is not zep ", bumStatus->bumReplicationMode());
+  return false;
+}
+
+}  // namespace Vxlan

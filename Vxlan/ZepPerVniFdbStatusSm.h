@@ -1,0 +1,124 @@
+// Turns what the controller publishes for one VNI into received hosts.
+//
+//   VniFdbStatusV2 (macVtepTable) ─┐
+//   VtiStatus (vArpVtepAddr) ──────┼──> ZepPerVniFdbStatusSm ──> the root's received host table
+//   VtiStatusDir (which VTIs) ─────┘
+//
+// Event sources: a change of one MAC in the controller's host table; a change of a VTI's
+// virtual-ARP VTEP address, which makes hosts local or remote. For every VTI that maps the VNI to a
+// VLAN, the host table has an entry for each of the controller's hosts, except those behind the
+// switch's own VTEP addresses. While data-path learning is on it imports nothing.
+//
+// The root makes the machine when the VNI is published, mapped and imported, and drops it when it
+// no longer is; the entries that it wrote are the root's to remove.
+#pragma once
+
+#include "framework/Moru/Children.h"
+#include "framework/Moru/Input.h"
+#include "model/L2Rib/SourceDirEntry.h"
+#include "model/Vxlan/ReceivedEntry.h"
+#include "model/Vxlan/VlanVniMaps.h"
+#include "model/Vxlan/VtiStatusDir.h"
+#include "model/Vxlan/VxlanHwStatusDir.h"
+#include "model/VxlanController/VniFdbStatusV2.h"
+
+namespace Vxlan {
+
+class VxlanControllerClientSm;
+
+class ZepPerVniFdbStatusSm final : public Moru::Machine {
+ public:
+  // The root owns the machine and outlives it. Of the others all but the first may be null.
+  ZepPerVniFdbStatusSm(const VniExt& vni,
+                       const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& zepVniFdbStatusV2,
+                       const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
+                       const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
+                       const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
+                       VxlanControllerClientSm* vxlanControllerClientSm);
+  ~ZepPerVniFdbStatusSm() override;
+
+  const VniExt& vni() const { return vni_; }
+  const VniExt& fwkKey() const { return vni_; }
+  const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde() const { return zepSde_; }
+  VxlanControllerClientSm* vxlanControllerClientSm() const { return vxlanControllerClientSm_; }
+
+  // Throws NameInUseException unless the machine was made from these.
+  void constructorCheck(const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& zepVniFdbStatusV2,
+                        const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
+                        const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
+                        const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
+                        VxlanControllerClientSm* vxlanControllerClientSm) const;
+
+  class MoruZepVniFdbStatusV2
+      : public Moru::Reactor<VxlanController::VniFdbStatusV2::NotifieeConst, ZepPerVniFdbStatusSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+  };
+
+  class MoruVtiStatusDir : public Moru::Reactor<VtiStatusDir::NotifieeConst, ZepPerVniFdbStatusSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+  };
+
+  // Reacts to nothing: the directory is bound for checkBumStatus() to read.
+  class MoruVxlanHwStatusDir
+      : public Moru::Reactor<VxlanHwStatusDir::NotifieeConst, ZepPerVniFdbStatusSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId, const void*) override {}
+  };
+
+  class MoruVtiStatus : public Moru::Reactor<VtiStatus::NotifieeConst, ZepPerVniFdbStatusSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleVtiStatus_vArpVtepAddr();
+  };
+
+  Moru::Input<MoruZepVniFdbStatusV2> zepVniFdbStatusV2{this};
+  Moru::Input<MoruZepVniFdbStatusV2>::Is zepVniFdbStatusV2Is{zepVniFdbStatusV2};
+  Moru::Input<MoruZepVniFdbStatusV2>::Del zepVniFdbStatusV2Del{zepVniFdbStatusV2};
+
+  Moru::Input<MoruVtiStatusDir> vtiStatusDir{this};
+  Moru::Input<MoruVtiStatusDir>::Is vtiStatusDirIs{vtiStatusDir};
+  Moru::Input<MoruVtiStatusDir>::Del vtiStatusDirDel{vtiStatusDir};
+
+  Moru::Input<MoruVxlanHwStatusDir> vxlanHwStatusDir{this};
+  Moru::Input<MoruVxlanHwStatusDir>::Is vxlanHwStatusDirIs{vxlanHwStatusDir};
+  Moru::Input<MoruVxlanHwStatusDir>::Del vxlanHwStatusDirDel{vxlanHwStatusDir};
+
+  Moru::Reactors<MoruVtiStatus> vtiStatus{this, "Vxlan::ZepPerVniFdbStatusSm::vtiStatus"};
+  Moru::Reactors<MoruVtiStatus>::Is vtiStatusIs{vtiStatus};
+  Moru::Reactors<MoruVtiStatus>::Del vtiStatusDel{vtiStatus};
+  Moru::Reactors<MoruVtiStatus>::DelAll vtiStatusDelAll{vtiStatus};
+
+  void handleInitialized();
+
+  // Brings the received entries of one MAC, or of all that the controller has, in line with the
+  // controller's host table.
+  void handleZepHostTable(Vorn::EthAddr mac);
+  void handleZepHostTable();
+
+  void handleVarpVtepAddr();
+
+  // Whether flood sets may be written: the hardware replicates in the controller's mode.
+  bool checkBumStatus() const;
+
+ private:
+  void handleHostOfVti(const VxlanController::MacVtepV2& macVtep, const Vorn::IntfId& intf,
+                       const Bridging::MacVlanPair& key);
+  void ignoreLocalHost(const VxlanController::MacVtepV2& macVtep, const Bridging::MacVlanPair& key);
+  void withdrawHost(const Bridging::MacVlanPair& key);
+  void addHost(const VxlanController::MacVtepV2& macVtep, const Vorn::IntfId& intf,
+               const Bridging::MacVlanPair& key);
+
+  static constexpr std::uint32_t receivedEntrySource = 10;  // the controller feed
+
+  const VniExt vni_;
+  const Moru::Ptr<L2Rib::SourceDirEntry> zepSde_;
+  VxlanControllerClientSm* const vxlanControllerClientSm_;
+};
+
+}  // namespace Vxlan

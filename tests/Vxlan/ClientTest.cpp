@@ -1,0 +1,333 @@
+// The root: its life, the modes, the VLAN-VNI maps, the import VLANs, the controller's VNIs.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "framework/Moru/Exception.h"
+#include "tests/Vxlan/World.h"
+
+namespace {
+
+using namespace Test;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const IntfId vxlan1("Vxlan1");
+const IntfId vxlan2("Vxlan2");
+
+// What an exception of the given kind says.
+template <class Kind, class Act>
+std::string refusal(Act&& act) {
+  try {
+    act();
+  } catch (const Kind& exception) {
+    return exception.what();
+  }
+  return "nothing was refused";
+}
+
+const char* const vniRange = "VniExt::value < VniExt::min or > VniExt::max not allowed";
+
+// Two VTIs with VLANs of their own, VNI 100 in the first, VNI 200 in the second, a host in each.
+struct Switch {
+  Switch() {
+    world.addVti("Vxlan1");
+    world.addVti("Vxlan2");
+    world.mapAndImport("Vxlan1", 10, 100);
+    world.mapAndImport("Vxlan2", 20, 200);
+    world.host(100, 1, 2);
+    world.host(200, 2, 2);
+    world.converging(false);
+  }
+  void start() {
+    world.start();
+    world.rest();
+  }
+  std::size_t hosts() const { return world.ribHosts().size(); }
+  World world;
+};
+
+struct ClientTest : testing::Test, Switch {};
+
+TEST_F(ClientTest, ReadsTheVtisBeforeItInitializes) {
+  world.start();
+  const auto trace = world.trace();
+  const auto first = [&](const std::string& text) {
+    return std::find_if(trace.begin(), trace.end(), [&](const std::string& message) {
+      return message.find(text) != std::string::npos;
+    });
+  };
+  EXPECT_LT(first("MoruVtiStatus::handleInitialized() init? false"),
+            first("VxlanControllerClientSm::handleInitialized() Init? false"));
+  // Each subsystem once, in this order.
+  const std::vector<std::string> order = {
+      "handleInitialized() Init? false",
+      "ReceivedHostTableToL2RibHostInputSm::handleInitialized() Init? false",
+      "updateAggregateImportVlans() init? true",
+      "handleControllerVniBaseDir() handleControllerVniBaseDir",
+      "handleZepStateBaseDir()",
+      "updateControllerClientMode() init? true",
+      "handleVlanVniMapVti()"};
+  const auto root = first("VxlanControllerClientSm::handleInitialized()");
+  std::vector<std::ptrdiff_t> places;
+  for (const std::string& text : order)
+    places.push_back(std::find_if(root, trace.end(),
+                                  [&](const std::string& message) {
+                                    return message.find(text) != std::string::npos;
+                                  }) -
+                     root);
+  EXPECT_TRUE(std::is_sorted(places.begin(), places.end())) << testing::PrintToString(places);
+  EXPECT_LT(places.back(), std::distance(root, trace.end()));
+  EXPECT_EQ(hosts(), 2U);
+}
+
+TEST(Client, DoesWithoutAnyInputThatIsAbsent) {
+  const auto liveWithout = [](auto World::*input) {
+    Switch each;
+    World& world = each.world;
+    // The client is not given it; the writers go on writing.
+    const auto kept = std::exchange(world.*input, nullptr);
+    world.start();
+    world.*input = kept;
+    world.converging(true);
+    world.withdraw(100, 1);
+    world.host(100, 3, 3);
+    world.unpublish(200);
+    world.converging(false);
+    world.rest();
+    world.unmap("Vxlan1", 10);
+    world.vti("Vxlan2")->vArpVtepAddrIs(vtep(9));
+    world.vtiStatusDir->vtiStatusDel(vxlan2);
+    EXPECT_TRUE(world.received(true).empty());
+    world.stop();
+  };
+  liveWithout(&World::vtiStatusDir);
+  liveWithout(&World::controllerStatusBaseDir);
+  liveWithout(&World::zepStateClientView);
+  liveWithout(&World::vxlanHwStatusDir);
+  liveWithout(&World::mlagVxlanStatus);
+  liveWithout(&World::zepStateBaseDir);
+  liveWithout(&World::vlanVniMaps);
+  liveWithout(&World::zepSde);
+  liveWithout(&World::l2RibZepInput);
+  liveWithout(&World::zepConvergenceStatus);
+  Vxlan::vxlanControllerClientSmFactory(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                        nullptr, nullptr, nullptr, nullptr, nullptr);
+}
+
+TEST_F(ClientTest, FoldsTheModesFromTheVtis) {
+  start();
+  const auto modes = [this] {
+    return std::pair(world.client->vxlanControllerClientMode(),
+                     world.client->datapathLearningMode());
+  };
+  EXPECT_EQ(modes(), std::pair(true, false));
+  world.vti("Vxlan1")->controllerClientModeIs(false);
+  world.vti("Vxlan2")->datapathLearningIs(true);
+  EXPECT_EQ(modes(), std::pair(true, false)) << "one VTI is enough for either";
+  world.vti("Vxlan1")->datapathLearningIs(true);
+  EXPECT_EQ(modes(), std::pair(true, true));
+  EXPECT_EQ(hosts(), 0U);
+  EXPECT_EQ(world.vnis().size(), 2U) << "the machines stay, with nothing to do";
+  world.vtiStatusDir->vtiStatusDel(vxlan2);
+  EXPECT_EQ(modes(), std::pair(true, true)) << "a VTI that goes leaves the modes as they are";
+  world.vti("Vxlan1")->datapathLearningIs(false);
+  EXPECT_EQ(modes(), std::pair(true, false)) << "only the mode that changes is folded";
+  world.addVti("Vxlan3", false, true);
+  EXPECT_EQ(modes(), std::pair(false, false));
+  EXPECT_THAT(world.vnis(), IsEmpty());
+  world.vtiStatusDir->vtiStatusDel(vxlan1);
+  world.vtiStatusDir->vtiStatusDel(IntfId("Vxlan3"));
+  world.restart();
+  EXPECT_EQ(modes(), std::pair(false, true)) << "without VTIs";
+}
+
+TEST_F(ClientTest, ClearsAVlanThatLosesItsVni) {
+  start();
+  world.zepSde->vlanFloodSetIs(VlanId(20));
+  world.unmap("Vxlan2", 20);
+  EXPECT_FALSE(world.ribHosts().contains({mac(2), VlanId(20)}));
+  EXPECT_FALSE(world.zepSde->vlanFloodSet(VlanId(20)));
+  EXPECT_THAT(world.vnis(), IsEmpty()) << "VNI 100, too, which Vxlan2 does not map";
+  EXPECT_TRUE(world.ribHosts().contains({mac(1), VlanId(10)}));
+  world.map("Vxlan1", 10, 100);
+  EXPECT_THAT(world.vnis(), ElementsAre(100)) << "until its own VTI's next update";
+  world.vti("Vxlan1")->controllerClientModeIs(false);
+  world.vti("Vxlan2")->controllerClientModeIs(false);
+  world.zepSde->vlanFloodSetIs(VlanId(10));
+  world.unmap("Vxlan1", 10);
+  EXPECT_FALSE(world.zepSde->vlanFloodSet(VlanId(10))) << "whatever the mode";
+  EXPECT_TRUE(world.traced("Returning: controllerMode = false"));
+}
+
+TEST_F(ClientTest, LeavesTheVlansOfAMapThatGoes) {
+  start();
+  world.vlanVniMaps->vlanVniMapDel(vxlan1);
+  EXPECT_EQ(world.client->vlanVniMapSm(vxlan1), nullptr);
+  EXPECT_EQ(hosts(), 2U);
+  EXPECT_THAT(world.vnis(), ElementsAre(100, 200));
+}
+
+TEST_F(ClientTest, ImportsTheUnionOfTheVtisVlans) {
+  start();
+  world.vti("Vxlan2")->vccImportVlansIs(VlanId(10));
+  world.vti("Vxlan1")->vccImportVlansDel(VlanId(10));
+  EXPECT_THAT(world.vnis(), ElementsAre(100, 200));
+  world.vti("Vxlan1")->vccImportVlansIs(VlanId(77));  // which nobody maps
+  EXPECT_TRUE(world.client->vccImportVlans().contains(VlanId(77)));
+  world.vti("Vxlan2")->vccImportVlansDel(VlanId(10));
+  EXPECT_THAT(world.vnis(), ElementsAre(200));
+  EXPECT_EQ(hosts(), 1U);
+  world.vti("Vxlan1")->vccImportVlansIs(VlanId(10));
+  EXPECT_EQ(hosts(), 2U);
+  world.vtiStatusDir->vtiStatusDel(vxlan1);
+  EXPECT_EQ(world.client->vccImportVlans().size(), 1U);
+  EXPECT_THAT(world.vnis(), ElementsAre(200));
+  // One VLAN, two VNIs by two VTIs: it starts and stops both.
+  world.map("Vxlan1", 20, 100);
+  EXPECT_THAT(world.vnis(), ElementsAre(100, 200));
+  world.vti("Vxlan2")->vccImportVlansDel(VlanId(20));
+  EXPECT_THAT(world.vnis(), IsEmpty());
+  EXPECT_EQ(hosts(), 0U);
+}
+
+TEST_F(ClientTest, FollowsAVniThatIsPublishedMappedAndImported) {
+  start();
+  auto& dir = *world.controllerStatusBaseDir;
+  world.unpublish(100);
+  EXPECT_THAT(world.vnis(), ElementsAre(200));
+  dir.entityPtrIs("100", create<VxlanController::VniFdbStatusV2>(), false);
+  EXPECT_TRUE(world.traced(" entry subdir added, but not instantiated "));
+  EXPECT_THAT(world.vnis(), ElementsAre(200));
+  dir.entryStateIs("100", true);
+  EXPECT_THAT(world.vnis(), ElementsAre(100, 200));
+  dir.entityPtrIs("300", create<VxlanController::VniFdbStatusV2>());  // mapped by nobody
+  dir.entityPtrIs("400", create<Vxlan::BumStatus>());                 // of another type
+  EXPECT_THAT(world.vnis(), ElementsAre(100, 200));
+  // Another VTI maps it to a VLAN that nobody imports: that decides, at the next evaluation.
+  world.map("Vxlan2", 21, 100);
+  dir.entryStateIs("100", false);
+  dir.entryStateIs("100", true);
+  EXPECT_THAT(world.vnis(), ElementsAre(200));
+  EXPECT_TRUE(world.traced("vlanId  21 Not a member of vccImportVlan"));
+}
+
+TEST_F(ClientTest, RefusesEntriesThatAreNamedByNoVni) {
+  start();
+  auto& dir = *world.controllerStatusBaseDir;
+  const auto status = create<VxlanController::VniFdbStatusV2>();
+  for (const char* name : {"-1", "-5", "4294967295", "4294967396", "99999999999999999999"}) {
+    EXPECT_EQ(refusal<Moru::RangeException>([&] { dir.entityPtrIs(name, status); }), vniRange);
+    EXPECT_EQ(refusal<Moru::RangeException>([&] { dir.entityPtrDel(name); }), vniRange) << name;
+  }
+  EXPECT_DEATH(dir.entityPtrIs("zero", status), "!!vniId.*entry zero");
+  dir.entityPtrIs("no number", nullptr);  // which counts as gone
+  EXPECT_EQ(hosts(), 2U);
+}
+
+TEST_F(ClientTest, RefusesWhatTheModelRefuses) {
+  start();
+  const auto& client = *world.client;
+  EXPECT_EQ(
+      refusal<Moru::RangeException>([&] { world.client->vtiStatusIs(nullptr); }),
+      "null _vtiStatus parameter to mutator for Vxlan::VxlanControllerClientSm::vtiStatus not "
+      "allowed\"");
+  EXPECT_EQ(refusal<Moru::RangeException>(
+                [&] { client.zepPerVniFdbStatusSm(VniExt(100))->vtiStatusIs(nullptr); }),
+            "null _vtiStatus parameter to mutator for Vxlan::ZepPerVniFdbStatusSm::vtiStatus not "
+            "allowed\"");
+  const auto map = world.vlanVniMaps->vlanVniMapIs(vxlan1);
+  EXPECT_EQ(refusal<Moru::RangeException>(
+                [&] { map->vlanToVspIs(VlanId(11), Vxlan::VniSourcePair(4294967295)); }),
+            vniRange);
+  map->vlanToVspDel(VlanId(11));
+  const std::string reinstantiating =
+      "Reinstantiating the pointer interface where constructor parameter attribute ";
+  EXPECT_THAT(refusal<Moru::NameInUseException>(
+                  [&] { world.vlanVniMaps->vlanVniMapIs(create<Vxlan::VlanVniMap>(vxlan1)); }),
+              testing::StartsWith(reinstantiating + "_vlanVniMap has a different value of "));
+  EXPECT_THAT(refusal<Moru::NameInUseException>([&] {
+                world.client->zepPerVniFdbStatusSmIs(
+                    VniExt(100), create<VxlanController::VniFdbStatusV2>(), world.vtiStatusDir,
+                    world.vxlanHwStatusDir, world.zepSde, world.client.get());
+              }),
+              HasSubstr("_zepVniFdbStatusV2 has a different value of "));
+  // A second controller, and then the end of either.
+  EXPECT_THAT(refusal<Moru::NameInUseException>([&] {
+                world.zepStateBaseDir->entityPtrIs("second", create<VxlanController::ZepStateV2>());
+              }),
+              HasSubstr("_zepState has a different value of "));
+  world.zepStateBaseDir->entityPtrDel("second");
+  EXPECT_EQ(client.zepStateSm(), nullptr);
+}
+
+// Each of these is done by a watcher in the middle of the sync of a VNI's hosts, and of the
+// construction of the client.
+TEST(ClientInTheMiddle, OfAReactionMayLoseItsMachinesOrItself) {
+  const std::vector<std::function<void(World&)>> deeds = {
+      [](World& world) { world.unpublish(100); },
+      [](World& world) { world.unmap("Vxlan1", 10); },
+      [](World& world) { world.vlanVniMaps->vlanVniMapDel(vxlan1); },
+      [](World& world) { world.vtiStatusDir->vtiStatusDel(vxlan1); },
+      [](World& world) { world.vti("Vxlan1")->controllerClientModeIs(false); },
+      [](World& world) { world.vti("Vxlan1")->vccImportVlansDel(VlanId(10)); },
+      [](World& world) { world.vti("Vxlan1")->datapathLearningIs(true); },
+      [](World& world) { world.zepStateBaseDir->entityPtrDel("controller"); },
+      [](World& world) { world.client = nullptr; },
+  };
+  for (std::size_t i = 0; i < deeds.size(); ++i) {
+    for (const bool duringConstruction : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "deed " << i << " at construction " << duringConstruction);
+      World world;
+      world.addVti("Vxlan1");
+      world.mapAndImport("Vxlan1", 10, 100);
+      world.converging(true);
+      for (const std::uint64_t number : {1, 2, 3}) world.host(100, number, 2);
+      if (!duringConstruction) world.start();
+      bool done = false;
+      auto watcher = watch(world.l2RibZepInput, [&] {
+        if (!std::exchange(done, true)) deeds[i](world);
+      });
+      if (duringConstruction)
+        world.start();
+      else
+        world.vti("Vxlan1")->vArpVtepAddrIs(vtep(9));  // which writes every host anew
+      EXPECT_TRUE(done);
+      watcher = nullptr;
+      if (world.client == nullptr) continue;
+      world.converging(false);
+      world.rest();
+      world.audit();
+      EXPECT_TRUE(world.received(true).empty());
+      world.restart();
+      EXPECT_EQ(world.received(), expectedHosts(world));
+    }
+  }
+}
+
+TEST(ClientInTheMiddle, OfItsEndHearsNothingMore) {
+  World world;
+  world.addVti("Vxlan1");
+  world.mapAndImport("Vxlan1", 10, 100);
+  world.host(100, 1, 2);
+  world.zepSde->vlanFloodSetIs(VlanId(10));
+  world.converging(true);
+  world.start();
+  int calls = 0;
+  // The end of the client ends the convergence window, and that is seen.
+  const auto watcher = watch(world.zepStateClientView, [&] {
+    ++calls;
+    world.host(100, 2, 2);
+    world.vti("Vxlan1")->vccImportVlansDel(VlanId(10));
+    world.unmap("Vxlan1", 10);
+    world.vti("Vxlan1")->controllerClientModeIs(false);
+  });
+  world.client = nullptr;
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(world.ribHosts().size(), 1U) << "what stands in the RIB is for the next client";
+  EXPECT_TRUE(world.zepSde->vlanFloodSet(VlanId(10)));
+  EXPECT_EQ(world.facility->nextDue(), Moru::Clock::never);
+}
+
+}  // namespace

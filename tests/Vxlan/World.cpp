@@ -1,0 +1,256 @@
+#include "tests/Vxlan/World.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Vxlan/Trace.h"
+#include "Vxlan/Walk.h"
+
+namespace Test {
+
+namespace {
+
+constexpr Moru::TraceFacility::Levels level8 = 1U << 8;
+
+template <class E>
+void count(World::Liveness& counts, const Ptr<E>& entity) {
+  if (entity) counts[entity.get()] = {entity->references(), entity->notifiees()};
+}
+
+}  // namespace
+
+World::World(double timePerRead)
+    : time(create<Moru::VirtualTime>(0, timePerRead)),
+      facility(create<Moru::ActivityFacility>(time)) {
+  Moru::ActivityFacility::currentIs(facility);
+  Vxlan::traceFacility.streamLevelsIs(level8);
+  Moru::traceSinkIs([this](const Moru::TraceMessage& message) {
+    if (message.facility == "Vxlan") trace_.emplace_back(message.text);
+  });
+}
+
+World::~World() {
+  if (client) stop();
+  Moru::traceSinkIs({});
+  Vxlan::traceFacility.streamLevelsIs(0);
+}
+
+void World::start() {
+  livenessBefore_ = liveness();
+  client = Vxlan::vxlanControllerClientSmFactory(
+      vtiStatusDir, controllerStatusBaseDir, zepStateClientView, vxlanHwStatusDir, mlagStatus,
+      mlagVxlanStatus, zepStateBaseDir, vlanVniMaps, zepSde, l2RibZepInput, zepConvergenceStatus);
+}
+
+// Each entity must be as if there had never been a client. Of those that have come since it was
+// made the references are not known.
+void World::stop() {
+  client = nullptr;
+  for (const auto& [entity, counts] : liveness()) {
+    EXPECT_EQ(counts.second, 0U) << "a watcher was left behind";
+    if (livenessBefore_.contains(entity)) {
+      EXPECT_LE(counts.first, livenessBefore_[entity].first) << "a reference was left behind";
+    }
+  }
+  EXPECT_EQ(facility->nextDue(), Moru::Clock::never) << "a clock is armed for nobody";
+}
+
+World::Liveness World::liveness() const {
+  Liveness counts;
+  count(counts, vtiStatusDir);
+  count(counts, controllerStatusBaseDir);
+  count(counts, zepStateClientView);
+  count(counts, vxlanHwStatusDir);
+  count(counts, mlagStatus);
+  count(counts, mlagVxlanStatus);
+  count(counts, zepStateBaseDir);
+  count(counts, vlanVniMaps);
+  count(counts, zepSde);
+  count(counts, l2RibZepInput);
+  count(counts, zepConvergenceStatus);
+  for (const auto& [intf, status] : Vxlan::vtiStatusesOf(vtiStatusDir)) count(counts, status);
+  for (const auto& [intf, map] : Vxlan::vlanVniMapsOf(vlanVniMaps)) count(counts, map);
+  if (controllerStatusBaseDir)
+    for (const auto& [name, entry] : controllerStatusBaseDir->entityPtr())
+      count(counts, entry.entityPtr);
+  count(counts, controllerState_);
+  return counts;
+}
+
+Ptr<Vxlan::VtiStatus> World::addVti(const char* intf, bool controllerClientMode,
+                                    bool datapathLearning) {
+  auto status = create<Vxlan::VtiStatus>(IntfId(intf));
+  status->controllerClientModeIs(controllerClientMode);
+  status->datapathLearningIs(datapathLearning);
+  status->localVtepAddrIs(vtep(1));
+  vtiStatusDir->vtiStatusIs(status);
+  return status;
+}
+
+Ptr<Vxlan::VtiStatus> World::vti(const char* intf) const {
+  return vtiStatusDir->vtiStatus(IntfId(intf));
+}
+
+void World::mapAndImport(const char* intf, int vlan, std::uint32_t vni) {
+  vti(intf)->vccImportVlansIs(VlanId(vlan));
+  map(intf, vlan, vni);
+}
+
+void World::map(const char* intf, int vlan, std::uint32_t vni) const {
+  const auto map = vlanVniMaps->vlanVniMapIs(IntfId(intf));
+  const Vxlan::VniSourcePair before = map->vlanToVsp(VlanId(vlan));
+  if (!!before && before.vni() != VniExt(vni) &&
+      map->vniToVlan(before.vni()) == Bridging::VlanIdOrNone(vlan))
+    map->vniToVlanDel(before.vni());
+  map->vniToVlanIs(VniExt(vni), Bridging::VlanIdOrNone(vlan));
+  map->vlanToVspIs(VlanId(vlan), Vxlan::VniSourcePair(vni));
+}
+
+void World::unmap(const char* intf, int vlan) const {
+  const auto map = vlanVniMaps->vlanVniMap(IntfId(intf));
+  const Vxlan::VniSourcePair before = map->vlanToVsp(VlanId(vlan));
+  if (!!before && map->vniToVlan(before.vni()) == Bridging::VlanIdOrNone(vlan))
+    map->vniToVlanDel(before.vni());
+  map->vlanToVspDel(VlanId(vlan));
+}
+
+Ptr<VxlanController::VniFdbStatusV2> World::publish(std::uint32_t vni) {
+  const std::string name = std::to_string(vni);
+  if (const auto present = controllerStatusBaseDir->entityPtr(name))
+    return Moru::staticPtrCast<VxlanController::VniFdbStatusV2>(present);
+  auto status = create<VxlanController::VniFdbStatusV2>();
+  controllerStatusBaseDir->entityPtrIs(name, status);
+  return status;
+}
+
+void World::unpublish(std::uint32_t vni) const {
+  controllerStatusBaseDir->entityPtrDel(std::to_string(vni));
+}
+
+void World::host(std::uint32_t vni, std::uint64_t macNumber, std::uint32_t vtepNumber,
+                 std::uint32_t moveCount) {
+  publish(vni)->macVtepTableIs(
+      mac(macNumber), VxlanController::MacVtepV2{mac(macNumber), vtep(vtepNumber), moveCount});
+}
+
+void World::withdraw(std::uint32_t vni, std::uint64_t macNumber) {
+  publish(vni)->macVtepTableDel(mac(macNumber));
+}
+
+void World::converging(bool inProgress) {
+  if (!controllerState_) {
+    controllerState_ = create<VxlanController::ZepStateV2>();
+    controllerState_->convergenceInProgressIs(inProgress);
+    zepStateBaseDir->entityPtrIs("controller", controllerState_);
+  }
+  controllerState_->convergenceInProgressIs(inProgress);
+}
+
+Hosts World::received(bool marked) const {
+  Hosts hosts;
+  for (const auto& [key, entry] : client->hostTable()->receivedEntry())
+    if (entry.markedForDel == marked)
+      hosts[key] = {entry.vtiIntfId, entry.vtepAddr, entry.moveCount};
+  return hosts;
+}
+
+Hosts World::ribHosts() const {
+  Hosts hosts;
+  for (const auto& [key, host] : l2RibZepInput->host())
+    hosts[key] = {host.dest.intfId(), host.dest.vtepAddr(0), host.moveCount};
+  return hosts;
+}
+
+std::vector<std::uint32_t> World::vnis() const {
+  std::vector<std::uint32_t> vnis;
+  for (const auto& [vni, machine] : client->zepPerVniFdbStatusSm()) vnis.push_back(vni.value());
+  std::sort(vnis.begin(), vnis.end());
+  return vnis;
+}
+
+void World::audit() const {
+  const auto& table = *client->hostTable();
+  const Hosts marked = received(true);
+  ASSERT_EQ(table.markedForDelCount(), marked.size());
+  Hosts all = received();
+  all.insert(marked.begin(), marked.end());
+  ASSERT_EQ(ribHosts(), all) << "the RIB is the table's mirror";
+  for (const auto& [key, host] : l2RibZepInput->host()) {
+    const Vxlan::ReceivedEntry entry = table.receivedEntry(key);
+    ASSERT_TRUE(host.key == key && entry.key == key && host.time == entry.time &&
+                host.source == 10 && host.kind == entry.hostKind && host.entryType == 16)
+        << host << " of " << entry;
+  }
+  std::size_t indexed = 0;
+  for (int vlan = 1; vlan <= VlanId::max; ++vlan)
+    for (auto host = table.receivedEntry().keysOfVlan(VlanId(vlan)); host; ++host) ++indexed;
+  ASSERT_EQ(indexed, table.receivedEntrys());
+}
+
+std::vector<std::string> World::trace() { return std::exchange(trace_, {}); }
+
+bool World::traced(const std::string& text) {
+  return std::any_of(trace_.begin(), trace_.end(), [&](const std::string& message) {
+    return message.find(text) != std::string::npos;
+  });
+}
+
+namespace {
+
+// Whether a client that starts now would follow the VNI.
+bool isFollowed(const World& world, VniExt vni) {
+  bool mapped = false;
+  for (const auto& [intf, map] : world.vlanVniMaps->vlanVniMap()) {
+    const Bridging::VlanIdOrNone vlan = map->vniToVlan(vni);
+    if (!vlan) continue;
+    mapped = true;
+    bool imported = false;
+    for (const auto& [name, vti] : world.vtiStatusDir->vtiStatus())
+      imported = imported || vti->vccImportVlans(VlanId(vlan.value()));
+    if (!imported) return false;
+  }
+  return mapped;
+}
+
+}  // namespace
+
+std::vector<std::uint32_t> expectedVnis(const World& world) {
+  std::vector<std::uint32_t> vnis;
+  bool controllerMode = false;
+  for (const auto& [intf, vti] : world.vtiStatusDir->vtiStatus())
+    controllerMode = controllerMode || vti->controllerClientMode();
+  if (!controllerMode) return vnis;
+  for (const auto& [name, entry] : world.controllerStatusBaseDir->entityPtr()) {
+    const VniExt vni(std::stoll(name.stringValue()));
+    if (entry.entryState && isFollowed(world, vni)) vnis.push_back(vni.value());
+  }
+  std::sort(vnis.begin(), vnis.end());
+  return vnis;
+}
+
+Hosts expectedHosts(const World& world) {
+  Hosts hosts;
+  bool learning = true;
+  for (const auto& [intf, vti] : world.vtiStatusDir->vtiStatus())
+    learning = learning && vti->datapathLearning();
+  if (learning) return hosts;
+  for (const std::uint32_t vni : expectedVnis(world)) {
+    const auto status = Moru::staticPtrCast<VxlanController::VniFdbStatusV2>(
+        world.controllerStatusBaseDir->entityPtr(std::to_string(vni)));
+    for (const auto& [intf, map] : world.vlanVniMaps->vlanVniMap()) {
+      const Bridging::VlanIdOrNone vlan = map->vniToVlan(VniExt(vni));
+      if (!vlan) continue;
+      const auto vti = world.vtiStatusDir->vtiStatus(intf);
+      for (const auto& [address, macVtep] : status->macVtepTable()) {
+        if (vti &&
+            (macVtep.vtepIp == vti->localVtepAddr() || macVtep.vtepIp == vti->vArpVtepAddr()))
+          continue;
+        hosts[{address, VlanId(vlan.value())}] = {intf, macVtep.vtepIp, macVtep.moveCount};
+      }
+    }
+  }
+  return hosts;
+}
+
+}  // namespace Test
