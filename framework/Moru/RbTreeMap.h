@@ -22,9 +22,13 @@
 namespace Moru {
 
 template <class Key, class Value, class Less = std::less<Key>, class Hash = std::hash<Key>>
-class RbTreeMap : SlotTable<Key, Value, Hash> {
+class RbTreeMap : protected SlotTable<Key, Value, Hash> {
   using Table = SlotTable<Key, Value, Hash>;
+
+ protected:
   using typename Table::Slot;
+
+ private:
   using Order = SortedBlocks<Key, Slot, Less>;
 
   template <class Map, class ValueType>
@@ -75,12 +79,13 @@ class RbTreeMap : SlotTable<Key, Value, Hash> {
   Iterator from(const Key& key) { return Iterator(*this, order_.notLess(key)); }
   ConstIterator from(const Key& key) const { return ConstIterator(*this, order_.notLess(key)); }
 
- private:
+ protected:
   void remove(Slot slot) {
     order_.erase(this->element(slot).key);
     Table::remove(slot);
   }
 
+ private:
   Order order_;
 };
 
