@@ -321,6 +321,9 @@ class VxlanControllerClientSm final : public Moru::Machine {
   // Whether an address is one of the switch's own VTEPs, or of its MLAG peer's.
   bool isVtepIpMine(VniExt vni, Vorn::IpAddr vtepIp, Vorn::IntfId vtiIntfId) const;
 
+  // Has the processor fetch what is read of a host that will be written soon. Changes nothing.
+  void prefetchHost(const Bridging::MacVlanPair& key) const;
+
   // Marks one entry for deferred deletion, unless it is marked or absent.
   void deferDeleteReceivedTableEntry(Bridging::MacVlanPair key);
 
@@ -353,6 +356,8 @@ class VxlanControllerClientSm final : public Moru::Machine {
   void removeZepPerVniFdbStatusSm(VniExt vni);
   void deleteRemoteMacsOfAllVlans();
   bool isImportedByAnyVti(Bridging::VlanId vlan) const;
+  void prefetchDeletions(const Bridging::MacVlanPair* farKey,
+                         const Bridging::MacVlanPair* nearKey) const;
   void unicastDeferredDeletionInProgressIs(bool inProgress);
   void bumDeferredDeletionInProgressIs(bool inProgress);
   void endUnicastDeferredDeletes();

@@ -102,8 +102,10 @@ void ZepPerVniFdbStatusSm::handleZepHostTable(Vorn::EthAddr mac) {
       MORU_TRACE(8, "Returning as no valid vlan-vni map found");
       continue;
     }
+    const Bridging::MacVlanPair key{mac, Bridging::VlanId(vlan.value())};
+    vxlanControllerClientSm_->prefetchHost(key);
     MORU_TRACE(8, "vniId: ", vni_, "vlanId: ", vlan);
-    handleHostOfVti(macVtep, intf, {mac, Bridging::VlanId(vlan.value())});
+    handleHostOfVti(macVtep, intf, key);
   }
 }
 

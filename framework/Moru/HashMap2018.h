@@ -40,6 +40,8 @@ class HashMap2018 : SlotTable<Key, Value, Hash> {
   using Table::contains;
   using Table::empty;
   using Table::find;
+  using Table::prefetch;
+  using Table::prefetchElement;
   using Table::size;
   using Table::value;
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 #include "framework/Moru/Assert.h"
@@ -47,8 +48,15 @@ class RbTreeMap : protected SlotTable<Key, Value, Hash> {
   using Table::contains;
   using Table::empty;
   using Table::find;
+  using Table::prefetchElement;
   using Table::size;
   using Table::value;
+
+  // As in SlotTable, and of the order what an element that comes or goes touches.
+  void prefetch(const Key& key) const {
+    Table::prefetch(key);
+    order_.prefetch(key);
+  }
 
   // Adds an element, or gives it another value. True if the key is new.
   bool is(const Key& key, Value value) {
@@ -121,10 +129,20 @@ class RbTreeMap<Key, Value, Less, Hash>::IteratorOf {
 
   Entry operator*() const { return {key_, value()}; }
 
+  // The element so many places further on, if it is close at hand: for who wants to look ahead.
+  // None otherwise, and when elements have come or gone since the last step.
+  std::optional<Entry> ahead(std::size_t count) const {
+    const Order& order = map_->order_;
+    if (ended_ || version_ != order.version()) return std::nullopt;
+    const auto place = order.ahead(place_, count);
+    if (order.isEnd(place)) return std::nullopt;
+    return Entry{order.key(place), map_->element(order.payload(place)).value};
+  }
+
   IteratorOf& operator++() {
     if (ended_) return *this;
     const Order& order = map_->order_;
-    comeTo(version_ == order.version() ? order.next(place_) : order.greater(key_));
+    comeTo(version_ == order.version() ? order.next(place_) : order.greater(key_, place_));
     return *this;
   }
 
@@ -136,7 +154,13 @@ class RbTreeMap<Key, Value, Less, Hash>::IteratorOf {
     if (ended_) return;
     place_ = place;
     key_ = order.key(place);
+    // The elements lie in the order of their coming: fetched ahead, they are there when the walk
+    // is.
+    const auto coming = order.ahead(place, prefetchDistance);
+    if (!order.isEnd(coming)) map_->prefetchSlot(order.payload(coming));
   }
+
+  static constexpr std::size_t prefetchDistance = 24;
 
   Map* map_;
   typename Order::Place place_;

@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "framework/Moru/Hash.h"
+#include "framework/Moru/LargeAllocator.h"
+#include "framework/Moru/Prefetch.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -46,6 +48,20 @@ class SlotIndex {
     return none;
   }
 
+  // Has the processor fetch what a lookup under `hash` will read first.
+  void prefetch(std::size_t hash) const {
+    if (!buckets_.empty()) prefetchLine(&buckets_[homeOf(hash).bucket]);
+  }
+
+  // The slot that such a lookup would ask about first; none if it would ask about none.
+  Slot firstFor(std::size_t hash) const {
+    if (buckets_.empty()) return none;
+    const Home home = homeOf(hash);
+    const Bucket& bucket = buckets_[home.bucket];
+    const unsigned fits = bucket.fits(home.tag);
+    return fits != 0 ? bucket.slots[static_cast<unsigned>(std::countr_zero(fits))] : none;
+  }
+
   // True if another entry wants a larger index: grow() first, and enter all anew.
   bool isFull() const { return entries_ >= buckets_.size() * meanLoad; }
 
@@ -53,7 +69,7 @@ class SlotIndex {
   void grow() {
     bucketsLog2_ = buckets_.empty() ? 0 : bucketsLog2_ + 1;
     // Released first: the two need never stand side by side.
-    std::vector<Bucket>().swap(buckets_);
+    std::vector<Bucket, LargeAllocator<Bucket>>().swap(buckets_);
     buckets_.resize(std::size_t{1} << bucketsLog2_);
     entries_ = 0;
   }
@@ -137,7 +153,7 @@ class SlotIndex {
 
   std::size_t after(std::size_t bucket) const { return (bucket + 1) & (buckets_.size() - 1); }
 
-  std::vector<Bucket> buckets_;
+  std::vector<Bucket, LargeAllocator<Bucket>> buckets_;
   unsigned bucketsLog2_ = 0;
   std::size_t entries_ = 0;
 };

@@ -2,6 +2,7 @@
 // moved. A slot that is given back is used again, the last one first. Inside the framework only.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +10,9 @@
 #include <new>
 #include <utility>
 #include <vector>
+
+#include "framework/Moru/LargeAllocator.h"
+#include "framework/Moru/Prefetch.h"
 
 namespace Moru {
 
@@ -61,6 +65,15 @@ class SlotPool {
     return element;
   }
 
+  // Has the processor fetch the slot's place, whatever is there.
+  void prefetch(Slot slot) const {
+    constexpr std::size_t line = 64;
+    const auto* const place = reinterpret_cast<const std::byte*>(&cell(slot));
+    for (std::size_t offset = 0; offset < sizeof(Cell); offset += line)
+      prefetchLine(place + offset);
+    prefetchLine(place + sizeof(Cell) - 1);
+  }
+
   // No slot from here on has ever held an element.
   Slot end() const { return used_; }
 
@@ -81,16 +94,25 @@ class SlotPool {
   static constexpr unsigned wordBits = 64;
 
   // The first chunks double in size, so that small pools are small; from `largest` on they are
-  // equal, so that no more than one chunk of a large pool stands empty.
+  // equal, so that no more than one chunk of a large pool stands empty. (The system gives memory to
+  // what has been used of a chunk, and no sooner.)
   static constexpr Slot first = 8;
-  static constexpr Slot largest = 8192;
-  static constexpr unsigned firstLog2 = std::countr_zero(first);
-  static constexpr unsigned largestLog2 = std::countr_zero(largest);
-
+  static constexpr std::size_t largestChunk = std::size_t{16} << 20;  // bytes
   union Cell {
     alignas(T) std::byte bytes[sizeof(T)];
     Slot nextFree;
   };
+  using Allocator = LargeAllocator<Cell>;
+
+  struct Release {
+    std::size_t cells;
+    void operator()(Cell* chunk) const { Allocator().deallocate(chunk, cells); }
+  };
+
+  static constexpr std::size_t largest =
+      std::max<std::size_t>(std::bit_floor(largestChunk / sizeof(Cell)), first);
+  static constexpr unsigned firstLog2 = std::countr_zero(first);
+  static constexpr unsigned largestLog2 = std::countr_zero(largest);
 
   struct Place {
     std::size_t chunk;
@@ -116,12 +138,14 @@ class SlotPool {
 
   void makeRoom() {
     const Place place = placeOf(used_);
-    if (place.chunk == chunks_.size())
-      chunks_.push_back(std::make_unique_for_overwrite<Cell[]>(chunkSize(place.chunk)));
+    if (place.chunk == chunks_.size()) {
+      const std::size_t cells = chunkSize(place.chunk);
+      chunks_.emplace_back(Allocator().allocate(cells), Release{cells});
+    }
     if (used_ % wordBits == 0) occupied_.push_back(0);
   }
 
-  std::vector<std::unique_ptr<Cell[]>> chunks_;
+  std::vector<std::unique_ptr<Cell[], Release>> chunks_;
   std::vector<Word> occupied_;
   Slot used_ = 0;
   Slot free_ = none;

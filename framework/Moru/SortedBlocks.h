@@ -11,8 +11,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <vector>
+
+#include "framework/Moru/Prefetch.h"
+#include "framework/Moru/SlotPool.h"
 
 namespace Moru {
 
@@ -40,6 +42,34 @@ class SortedBlocks {
   // The first key that is not less than `key`, or that is greater.
   Place notLess(const Key& key) const { return settled(lowerBound<false>(key)); }
   Place greater(const Key& key) const { return settled(lowerBound<true>(key)); }
+
+  // The same, and found at once if that is where `place`, of an earlier version, has come to stand.
+  Place greater(const Key& key, const Place& place) const {
+    if (place.block < blocks_.size() && place.position > 0) {
+      const Block& block = *blocks_[place.block];
+      if (place.position < block.count && Less()(block.keys[place.position - 1], key) &&
+          Less()(key, block.keys[place.position]))
+        return place;
+    }
+    return greater(key);
+  }
+
+  // The place so many keys further on, if it is in the same block; else the end.
+  Place ahead(const Place& place, std::size_t count) const {
+    if (place.position + count < blocks_[place.block]->count)
+      return {place.block, place.position + count};
+    return {blocks_.size(), 0};
+  }
+
+  // Has the processor fetch where the key stands.
+  void prefetch(const Key& key) const {
+    if (blocks_.empty()) return;
+    const Block& block = *blocks_[blockOf(key)];
+    prefetchLine(&block.count);
+    // The first steps of a search.
+    for (std::size_t eighth = 1; eighth < 8; ++eighth)
+      prefetchLine(&block.keys[blockSize * eighth / 8]);
+  }
 
   // Adds a key that is not there.
   void insert(const Key& key, const Payload& payload) {
@@ -86,6 +116,7 @@ class SortedBlocks {
     }
 
     std::size_t count = 0;
+    std::uint32_t slot = 0;  // in the pool
     // One more than it holds, so that the place behind the last can be pointed at.
     std::array<Key, blockSize + 1> keys;
     std::array<Payload, blockSize + 1> payloads;
@@ -107,13 +138,22 @@ class SortedBlocks {
     return static_cast<std::size_t>(first - keys) + (count == 1 && below(*first) ? 1 : 0);
   }
 
+  // The block that holds the key, or would. It is often the one that was asked for last.
+  std::size_t blockOf(const Key& key) const {
+    const bool isLast = lastBlock_ < lowest_.size() && !Less()(key, lowest_[lastBlock_]) &&
+                        (lastBlock_ + 1 == lowest_.size() || Less()(key, lowest_[lastBlock_ + 1]));
+    if (!isLast)
+      lastBlock_ =
+          std::max<std::size_t>(countBelow<true>(lowest_.data(), lowest_.size(), key), 1) - 1;
+    return lastBlock_;
+  }
+
   // The place of the first key that is not less than `key` (or greater, with `OrEqual`), or of the
   // end of its block.
   template <bool OrEqual>
   Place lowerBound(const Key& key) const {
     if (blocks_.empty()) return {};
-    const std::size_t block =
-        std::max<std::size_t>(countBelow<true>(lowest_.data(), lowest_.size(), key), 1) - 1;
+    const std::size_t block = blockOf(key);
     return {block, countBelow<OrEqual>(blocks_[block]->keys.data(), blocks_[block]->count, key)};
   }
 
@@ -125,11 +165,14 @@ class SortedBlocks {
   }
 
   void insertBlock(std::size_t block, const Key& lowest) {
+    const std::uint32_t slot = pool_.add();
+    pool_[slot].slot = slot;
     lowest_.insert(lowest_.begin() + static_cast<std::ptrdiff_t>(block), lowest);
-    blocks_.insert(blocks_.begin() + static_cast<std::ptrdiff_t>(block), std::make_unique<Block>());
+    blocks_.insert(blocks_.begin() + static_cast<std::ptrdiff_t>(block), &pool_[slot]);
   }
 
   void eraseBlock(std::size_t block) {
+    pool_.take(blocks_[block]->slot);
     lowest_.erase(lowest_.begin() + static_cast<std::ptrdiff_t>(block));
     blocks_.erase(blocks_.begin() + static_cast<std::ptrdiff_t>(block));
   }
@@ -169,7 +212,9 @@ class SortedBlocks {
 
   // Of each block a key that is not greater than any of its own, and greater than all before it.
   std::vector<Key> lowest_;
-  std::vector<std::unique_ptr<Block>> blocks_;
+  std::vector<Block*> blocks_;
+  SlotPool<Block> pool_;  // in which they stand
+  mutable std::size_t lastBlock_ = 0;
   std::uint64_t version_ = 0;
 };
 

@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -47,6 +48,8 @@ class VlanIndexedMap : Moru::RbTreeMap<Key, Detail::LinkedInVlan<Value>> {
 
   using Table::contains;
   using Table::empty;
+  using Table::prefetch;
+  using Table::prefetchElement;
   using Table::size;
 
   // Null when there is no such element. The pointer is good until the element is removed.
@@ -130,6 +133,11 @@ class VlanIndexedMap<Key, Value>::ConstIterator {
   const Key& key() const { return at_.key(); }
   const Value& value() const { return at_.value().value; }
   Entry operator*() const { return {key(), value()}; }
+  std::optional<Entry> ahead(std::size_t count) const {
+    const auto entry = at_.ahead(count);
+    if (!entry) return std::nullopt;
+    return Entry{entry->key, entry->value.value};
+  }
   ConstIterator& operator++() {
     ++at_;
     return *this;
@@ -151,6 +159,11 @@ class VlanIndexedMap<Key, Value>::VlanIterator {
 
   // The key that the iterator has come to, which may have been removed since.
   const Key& key() const { return keys_[at_]; }
+
+  // The key so many places further on; null behind the end.
+  const Key* ahead(std::size_t count) const {
+    return at_ + count < keys_.size() ? &keys_[at_ + count] : nullptr;
+  }
 
   VlanIterator& operator++() {
     if (added_ != map_->added_)
