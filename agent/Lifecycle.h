@@ -1,0 +1,38 @@
+// Whether a client runs, and which inputs the next one is handed as null: what the start, stop and
+// absent lines of a journal say, and whether they stand where they may.
+//
+// A journal without a start line starts the client before its first line. Whether it has one must
+// therefore be known from the beginning, which is why journals are read twice (JournalFile.h).
+#pragma once
+
+#include "agent/Inputs.h"
+#include "agent/Journal.h"
+
+namespace Agent {
+
+class Lifecycle {
+ public:
+  explicit Lifecycle(bool journalHasStart) : running_(!journalHasStart) {}
+
+  bool running() const { return running_; }
+  const InputSet& absent() const { return absent_; }
+
+  // Follows an action, to be called before it is carried out. Throws JournalError, and changes
+  // nothing, if it is out of place.
+  void follow(const Action& action);
+
+  // The client could not be built: none runs.
+  void clientFailed() { running_ = false; }
+
+ private:
+  void follow(const Start&);
+  void follow(const Stop&);
+  void follow(const Absent& absent);
+  template <class Other>
+  void follow(const Other&) {}
+
+  bool running_;
+  InputSet absent_;
+};
+
+}  // namespace Agent
