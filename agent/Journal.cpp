@@ -65,9 +65,9 @@ Action actionOf(std::span<const Field> actions, const Field& value) {
   const Field& action = onlyAction(actions);
   const bool isSet = action.name == "set";
   if (isSet && !value.value)
-    throw JournalError("set has no \"value\": expected what to set the path to");
+    throw JournalError("set has no value: expected what to set the path to");
   if (!isSet && value.value)
-    throw JournalError("\"value\" beside " + std::string(action.name) +
+    throw JournalError("value beside " + std::string(action.name) +
                        ": expected it beside set only");
   if (isSet) return setOf(toText(*action.value, action.name), *value.value);
   if (action.name == "del") return delOf(toText(*action.value, action.name));

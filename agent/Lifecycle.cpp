@@ -3,7 +3,9 @@
 namespace Agent {
 
 void Lifecycle::follow(const Action& action) {
-  std::visit([this](const auto& each) { follow(each); }, action);
+  if (const auto* start = std::get_if<Start>(&action)) return follow(*start);
+  if (const auto* stop = std::get_if<Stop>(&action)) return follow(*stop);
+  if (const auto* absent = std::get_if<Absent>(&action)) return follow(*absent);
 }
 
 void Lifecycle::follow(const Start&) {

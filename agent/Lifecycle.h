@@ -20,17 +20,14 @@ class Lifecycle {
   // Follows an action, to be called before it is carried out. Throws JournalError, and changes
   // nothing, if it is out of place.
   void follow(const Action& action);
+  void follow(const Start& start);
+  void follow(const Stop& stop);
+  void follow(const Absent& absent);
 
   // The client could not be built: none runs.
   void clientFailed() { running_ = false; }
 
  private:
-  void follow(const Start&);
-  void follow(const Stop&);
-  void follow(const Absent& absent);
-  template <class Other>
-  void follow(const Other&) {}
-
   bool running_;
   InputSet absent_;
 };

@@ -190,6 +190,7 @@ Ptr<VniFdbStatusV2> StateStore::vniPresent(const Moru::Name& name) const {
   return Moru::dynamicPtrCast<VniFdbStatusV2>(controllerStatusBaseDir->entityPtr(name));
 }
 
+// An entry that is made for its first host or list is announced before that is written.
 Ptr<VniFdbStatusV2> StateStore::vniMade(const Moru::Name& name) {
   if (Ptr<VniFdbStatusV2> present = vniPresent(name)) return present;
   if (controllerStatusBaseDir->entityPtr(name))

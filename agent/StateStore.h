@@ -3,7 +3,8 @@
 //
 // Changes are written in a fixed order, each write notifying before the next: what a client sees of
 // a change is the same in every run. A new entity is filled before it is added to its directory or
-// collection. In a list that is given whole, members whose value stays are not written again.
+// collection; only a controller entry that is made for its first host or list comes before them. In
+// a list that is given whole, members whose value stays are not written again.
 #pragma once
 
 #include "agent/Change.h"

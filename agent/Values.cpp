@@ -13,8 +13,10 @@ constexpr std::string_view numberText = "a whole number from 0 to 4294967295";
 constexpr std::string_view vlanText = "the number of a VLAN";
 constexpr std::string_view vniText = "the number of a VNI";
 
-// Errors show values, which may be long: their beginning is enough to find them.
-std::string shortened(std::string text) {
+// A value as an error shows it, on one line: its beginning is enough to find it.
+std::string shown(std::string text) {
+  const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' '; };
+  std::ranges::replace_if(text, isControl, '?');
   constexpr std::size_t maxLength = 80;
   if (text.size() <= maxLength) return text;
   std::size_t end = maxLength;
@@ -74,23 +76,23 @@ std::string listed(std::span<const Field> fields) {
 Field& fieldNamed(std::string_view name, std::span<Field> fields) {
   const auto field = std::ranges::find(fields, name, &Field::name);
   if (field == fields.end())
-    throw JournalError("unknown key \"" + shortened(std::string(name)) + "\": expected " +
+    throw JournalError("unknown key \"" + shown(std::string(name)) + "\": expected " +
                        listed(fields));
   if (field->value)
-    throw JournalError("\"" + std::string(name) + "\" is given twice: expected each key once");
+    throw JournalError(std::string(name) + " is given twice: expected each key once");
   return *field;
 }
 
 }  // namespace
 
 void refuse(std::string_view what, std::string_view value, std::string_view expected) {
-  throw JournalError(std::string(what) + " is \"" + shortened(std::string(value)) +
-                     "\": expected " + std::string(expected));
+  throw JournalError(std::string(what) + " is \"" + shown(std::string(value)) + "\": expected " +
+                     std::string(expected));
 }
 
 void refuse(std::string_view what, Json value, std::string_view expected) {
-  throw JournalError('"' + std::string(what) + "\" is " + shortened(simdjson::minify(value)) +
-                     ": expected " + std::string(expected));
+  throw JournalError(std::string(what) + " is " + shown(simdjson::minify(value)) + ": expected " +
+                     std::string(expected));
 }
 
 std::uint32_t numberOf(std::string_view text, std::string_view what) {

@@ -73,7 +73,7 @@ std::array<Field, sizeof...(Names)> fieldsOf(Json object, std::string_view what,
 template <class T>
 T need(const Field& field, T (*convert)(Json, std::string_view)) {
   if (!field.value)
-    throw JournalError('"' + std::string(field.name) + "\" is missing: expected it in \"value\"");
+    throw JournalError(std::string(field.name) + " is missing: expected it in value");
   return convert(*field.value, field.name);
 }
 
@@ -102,8 +102,10 @@ std::vector<std::pair<Key, Value>> toTable(Json value, std::string_view what,
                                            Key (*keyOf)(std::string_view, std::string_view),
                                            Value (*convert)(Json, std::string_view)) {
   std::vector<std::pair<Key, Value>> table;
-  for (const auto& [key, member] : toObject(value, what, expected))
-    table.emplace_back(keyOf(key, what), convert(member, what));
+  for (const auto& [text, member] : toObject(value, what, expected)) {
+    const Key key = keyOf(text, what);
+    table.emplace_back(key, convert(member, what));
+  }
   const auto key = [](const auto& entry) { return entry.first; };
   std::ranges::sort(table, {}, key);
   if (std::ranges::adjacent_find(table, {}, key) != table.end())
