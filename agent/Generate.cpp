@@ -81,7 +81,7 @@ class Generator {
 
   // text(0) to text(count - 1), with commas between them.
   template <class Text>
-  std::string listOf(std::uint32_t count, Text text) const {
+  static std::string listOf(std::uint32_t count, Text text) {
     std::string list;
     for (std::uint32_t i = 0; i < count; ++i) list.append(i == 0 ? "" : ",").append(text(i));
     return list;
@@ -166,6 +166,7 @@ class Generator {
 
 void generate(const GenerateOptions& options, std::ostream& out) {
   check(options.vnis, 1, GenerateOptions::maxVnis, "the number of VNIs");
+  check(options.hostsPerVni, 0, GenerateOptions::maxHostsPerVni, "the number of hosts of a VNI");
   check(options.vteps, 1, GenerateOptions::maxVteps, "the number of VTEPs");
   Generator(options, out).run();
 }

@@ -8,7 +8,8 @@
 namespace Agent {
 
 struct GenerateOptions {
-  static constexpr std::uint32_t maxVnis = 4094;    // one for each VLAN
+  static constexpr std::uint32_t maxVnis = 4094;  // one for each VLAN
+  static constexpr std::uint32_t maxHostsPerVni = 1 << 24;
   static constexpr std::uint32_t maxVteps = 65534;  // 10.1.0.1 and so on
 
   std::uint32_t vnis = 10;          // 1 to maxVnis, with the VLANs 1 to `vnis`, all imported

@@ -80,7 +80,8 @@ TEST(Generate, DependsOnItsOptionsAlone) {
 
 TEST(Generate, RefusesWhatNoSwitchHas) {
   for (const GenerateOptions& options :
-       {GenerateOptions{.vnis = 0}, GenerateOptions{.vnis = 4095}, GenerateOptions{.vteps = 0}})
+       {GenerateOptions{.vnis = 0}, GenerateOptions{.vnis = 4095}, GenerateOptions{.vteps = 0},
+        GenerateOptions{.hostsPerVni = (1 << 24) + 1}})
     EXPECT_THROW(generated(options), std::invalid_argument);
 }
 
