@@ -1,0 +1,170 @@
+#include "agent/DiffView.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent/FloodSetText.h"
+#include "agent/Text.h"
+
+namespace Agent {
+
+namespace {
+
+const Vorn::IpGenAddr& vtepOf(const Vxlan::ReceivedEntry& entry) { return entry.vtepAddr; }
+Vorn::IpGenAddr vtepOf(const L2Rib::Host& host) { return host.dest.vtepAddr(0); }
+
+bool isMarked(const Vxlan::ReceivedEntry& entry) { return entry.markedForDel; }
+bool isMarked(const L2Rib::Host&) { return false; }
+
+// Columns of flags that are counted, and then told of each host.
+struct HostChange {
+  bool moved;
+  bool marked;
+  bool unmarked;
+
+  bool isOther() const { return !moved && !marked && !unmarked; }
+};
+
+template <class Record>
+HostChange changeOf(const Change<Record>& change) {
+  const auto& [before, after] = change;
+  return {vtepOf(before) != vtepOf(after), !isMarked(before) && isMarked(after),
+          isMarked(before) && !isMarked(after)};
+}
+
+template <class Record>
+std::string changeText(const Change<Record>& change) {
+  const HostChange what = changeOf(change);
+  std::string text;
+  const auto also = [&text](const std::string& more) { text += (text.empty() ? "" : ", ") + more; };
+  if (what.moved) also("moved from " + vtepOf(change.before).stringValue());
+  if (what.marked) also("newly marked");
+  if (what.unmarked) also("no longer marked");
+  if (what.isOther()) also("changed otherwise");
+  return text;
+}
+
+template <class Record>
+std::string summary(const ListChanges<Record>& changes) {
+  std::size_t moved = 0;
+  std::size_t marked = 0;
+  std::size_t unmarked = 0;
+  std::size_t other = 0;
+  for (const Change<Record>& change : changes.changed) {
+    const HostChange what = changeOf(change);
+    if (what.moved) ++moved;
+    if (what.marked) ++marked;
+    if (what.unmarked) ++unmarked;
+    if (what.isOther()) ++other;
+  }
+  std::string text;
+  const auto count = [&text](std::size_t number, const char* what) {
+    if (number > 0) text += (text.empty() ? "" : ", ") + std::to_string(number) + ' ' + what;
+  };
+  count(changes.added.size(), "added");
+  count(changes.gone.size(), "gone");
+  count(moved, "moved");
+  count(marked, "newly marked");
+  count(unmarked, "no longer marked");
+  count(other, "changed otherwise");
+  return text;
+}
+
+std::string summary(const ListChanges<VlanFloodSetSnapshot>& changes) {
+  return std::to_string(changes.added.size()) + " added, " + std::to_string(changes.gone.size()) +
+         " gone, " + std::to_string(changes.changed.size()) + " changed";
+}
+
+template <class Record>
+std::vector<std::string> cellsOf(const Record& host) {
+  return {host.key.mac.stringValue(), std::to_string(host.key.vlan.value()),
+          vtepOf(host).stringValue()};
+}
+
+std::vector<std::string> cellsOf(const VlanFloodSetSnapshot& each) {
+  if (!each.floodSet) return {std::to_string(each.vlan.value()), "none", "", ""};
+  return {std::to_string(each.vlan.value()), each.floodSet->mac.stringValue(),
+          typeText(each.floodSet->type), destsText(*each.floodSet)};
+}
+
+// Two flood sets of the same MAC.
+std::string changeText(const Change<VlanFloodSetSnapshot>& change) {
+  const FloodSetSnapshot& before = *change.before.floodSet;
+  return "was " + typeText(before.type) + ' ' + destsText(before);
+}
+
+// A row of the printed table: one of the three is set.
+template <class Record>
+struct Row {
+  const Record* added = nullptr;
+  const Record* gone = nullptr;
+  const Change<Record>* changed = nullptr;
+};
+
+template <class Record>
+std::vector<Row<Record>> rowsOf(const ListChanges<Record>& changes) {
+  std::vector<Row<Record>> rows;
+  rows.reserve(changes.added.size() + changes.gone.size() + changes.changed.size());
+  for (const Record& each : changes.added) rows.push_back({.added = &each});
+  for (const Record& each : changes.gone) rows.push_back({.gone = &each});
+  for (const Change<Record>& each : changes.changed) rows.push_back({.changed = &each});
+  return rows;
+}
+
+template <class Record>
+void addRow(TextTable& table, const Row<Record>& row, bool colours) {
+  const auto add = [&](const char* sign, const Record& record, const std::string& text,
+                       Colour colour) {
+    std::vector<std::string> cells = cellsOf(record);
+    cells.insert(cells.begin(), sign);
+    cells.push_back(text);
+    table.add(std::move(cells), colours ? colour : Colour::none);
+  };
+  if (row.added != nullptr)
+    add("+", *row.added, "", Colour::added);
+  else if (row.gone != nullptr)
+    add("-", *row.gone, "", Colour::gone);
+  else
+    add("*", row.changed->after, changeText(*row.changed), Colour::changed);
+}
+
+template <class Record>
+void printChanges(std::ostream& out, const std::string& what, std::vector<std::string> columns,
+                  const ListChanges<Record>& changes, const TableOptions& options) {
+  printFirst(
+      out, what + ": " + summary(changes), std::move(columns), rowsOf(changes), options.mostRows,
+      [&](TextTable& table, const Row<Record>& row) { addRow(table, row, options.colours); });
+}
+
+// "VNIs: +10010 -10020"
+template <class Number>
+void printNumbers(std::ostream& out, const char* what, const ListChanges<Number>& changes) {
+  if (changes.empty()) return;
+  out << what << ':';
+  for (const Number& number : changes.added) out << " +" << number;
+  for (const Number& number : changes.gone) out << " -" << number;
+  out << '\n';
+}
+
+}  // namespace
+
+void printTable(std::ostream& out, const Diff& diff, const TableOptions& options) {
+  out << "== " << diff.now.label << " at " << secondsText(diff.now.at) << ", since ";
+  if (diff.since)
+    out << diff.since->label << " at " << secondsText(diff.since->at);
+  else
+    out << "the beginning";
+  out << (diff.empty() ? ": nothing changed\n" : "\n");
+  for (const FlagChange& flag : diff.flags)
+    out << flag.name << ": " << flagText(flag.before) << " -> " << flagText(flag.after) << '\n';
+  printNumbers(out, "import VLANs", diff.vccImportVlans);
+  printNumbers(out, "VNIs", diff.vnis);
+  const std::vector<std::string> hostColumns{"", "MAC", "VLAN", "VTEP", ""};
+  printChanges(out, "received hosts", hostColumns, diff.received, options);
+  printChanges(out, "hosts of the layer-2 RIB", hostColumns, diff.hosts, options);
+  printChanges(out, "flood sets", {"", "VLAN", "MAC", "type", "destinations", ""}, diff.floodSets,
+               options);
+}
+
+}  // namespace Agent

@@ -1,0 +1,104 @@
+#include "agent/Text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <ctime>
+#include <iomanip>
+#include <sstream>
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+const char* codeOf(Colour colour) {
+  switch (colour) {
+    case Colour::added:
+      return "\033[32m";
+    case Colour::gone:
+      return "\033[31m";
+    case Colour::changed:
+      return "\033[33m";
+    case Colour::none:
+      break;
+  }
+  return "";
+}
+
+bool isNumber(const std::string& cell) {
+  const auto isDigit = [](unsigned char c) { return std::isdigit(c) != 0; };
+  const auto rest = std::find_if_not(cell.begin(), cell.end(), isDigit);
+  return rest == cell.end() || (*rest == '.' && std::all_of(rest + 1, cell.end(), isDigit));
+}
+
+struct Column {
+  std::size_t width;
+  bool numeric;
+};
+
+std::string lineOf(const std::vector<std::string>& cells, const std::vector<Column>& columns) {
+  std::ostringstream line;
+  for (std::size_t i = 0; i < cells.size(); ++i)
+    line << "  " << (columns[i].numeric ? std::right : std::left)
+         << std::setw(static_cast<int>(columns[i].width)) << cells[i];
+  std::string text = std::move(line).str();
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
+}  // namespace
+
+std::string secondsText(double seconds) {
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(6) << seconds << " s";
+  return std::move(text).str();
+}
+
+std::string utcText(std::int64_t nanoseconds) {
+  constexpr std::int64_t second = 1'000'000'000;
+  std::int64_t part = nanoseconds % second;
+  if (part < 0) part += second;
+  const std::time_t seconds = (nanoseconds - part) / second;
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  std::ostringstream text;
+  text << std::put_time(&utc, "%Y-%m-%d %H:%M:%S") << '.' << std::setfill('0') << std::setw(6)
+       << part / 1'000;
+  return std::move(text).str();
+}
+
+const char* onOff(bool value) { return value ? "on" : "off"; }
+
+std::string flagText(const std::optional<bool>& flag) { return flag ? onOff(*flag) : "absent"; }
+
+void printColoured(std::ostream& out, Colour colour, const std::string& text) {
+  out << codeOf(colour) << text << (colour == Colour::none ? "" : "\033[0m");
+}
+
+void TextTable::add(std::vector<std::string> cells, Colour colour) {
+  rows_.push_back({std::move(cells), colour});
+}
+
+bool TextTable::isNumeric(std::size_t column) const {
+  return std::all_of(rows_.begin(), rows_.end(),
+                     [&](const Row& row) { return isNumber(row.cells[column]); });
+}
+
+std::size_t TextTable::width(std::size_t column) const {
+  std::size_t width = titles_[column].size();
+  for (const Row& row : rows_) width = std::max(width, row.cells[column].size());
+  return width;
+}
+
+void TextTable::print(std::ostream& out) const {
+  std::vector<Column> columns;
+  for (std::size_t i = 0; i < titles_.size(); ++i) columns.push_back({width(i), isNumeric(i)});
+  if (!rows_.empty()) out << lineOf(titles_, columns) << '\n';
+  for (const Row& row : rows_) {
+    printColoured(out, row.colour, lineOf(row.cells, columns));
+    out << '\n';
+  }
+  if (leftOut_ > 0) out << "  ... " << leftOut_ << " more\n";
+}
+
+}  // namespace Agent

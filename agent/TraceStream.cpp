@@ -1,0 +1,32 @@
+#include "agent/TraceStream.h"
+
+#include <chrono>
+#include <utility>
+
+#include "agent/Text.h"
+
+namespace Agent {
+
+std::string timeOfDay() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return utcText(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+}
+
+TraceStream::TraceStream(std::ostream& out, unsigned mostLevel,
+                         std::vector<Moru::TraceFacility*> facilities,
+                         std::function<std::string()> timeText)
+    : facilities_(std::move(facilities)) {
+  Moru::traceSinkIs([&out, timeText = std::move(timeText)](const Moru::TraceMessage& message) {
+    out << timeText() << ' ' << message.level << ' ' << message.text << '\n';
+  });
+  const Moru::TraceFacility::Levels levels = (2U << mostLevel) - 1;
+  for (Moru::TraceFacility* const facility : facilities_)
+    facility->streamLevelsIs(levels & Moru::TraceFacility::allLevels);
+}
+
+TraceStream::~TraceStream() {
+  for (Moru::TraceFacility* const facility : facilities_) facility->streamLevelsIs(0);
+  Moru::traceSinkIs(nullptr);
+}
+
+}  // namespace Agent
