@@ -17,7 +17,7 @@ Vorn::IpGenAddr vtepOf(const L2Rib::Host& host) { return host.dest.vtepAddr(0); 
 bool isMarked(const Vxlan::ReceivedEntry& entry) { return entry.markedForDel; }
 bool isMarked(const L2Rib::Host&) { return false; }
 
-// Columns of flags that are counted, and then told of each host.
+// What is counted of the changes, and told of each.
 struct HostChange {
   bool moved;
   bool marked;
@@ -41,8 +41,10 @@ std::string changeText(const Change<Record>& change) {
   if (what.moved) also("moved from " + vtepOf(change.before).stringValue());
   if (what.marked) also("newly marked");
   if (what.unmarked) also("no longer marked");
-  if (what.isOther()) also("changed otherwise");
-  return text;
+  if (change.before.moveCount != change.after.moveCount)
+    also("moves " + std::to_string(change.before.moveCount) + " to " +
+         std::to_string(change.after.moveCount));
+  return text.empty() ? "changed otherwise" : text;
 }
 
 template <class Record>

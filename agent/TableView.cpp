@@ -25,12 +25,19 @@ struct HostPair {
   bool isMarked() const { return received != nullptr && received->markedForDel; }
 };
 
+const std::vector<L2Rib::Host>& hostsOf(const Snapshot& snapshot) {
+  static const std::vector<L2Rib::Host> none;
+  return snapshot.hosts ? *snapshot.hosts : none;
+}
+
+const std::vector<Vxlan::ReceivedEntry>& entriesOf(const Snapshot& snapshot) {
+  static const std::vector<Vxlan::ReceivedEntry> none;
+  return snapshot.client ? snapshot.client->hostTable.entries : none;
+}
+
 // Both lists are sorted by the key.
-std::vector<HostPair> pairUp(const Snapshot& snapshot) {
-  static const std::vector<L2Rib::Host> noHosts;
-  static const std::vector<Vxlan::ReceivedEntry> noEntries;
-  const auto& hosts = snapshot.hosts ? *snapshot.hosts : noHosts;
-  const auto& entries = snapshot.client ? snapshot.client->hostTable.entries : noEntries;
+std::vector<HostPair> pairUp(const std::vector<L2Rib::Host>& hosts,
+                             const std::vector<Vxlan::ReceivedEntry>& entries) {
   std::vector<HostPair> pairs;
   pairs.reserve(std::max(hosts.size(), entries.size()));
   auto host = hosts.begin();
@@ -50,10 +57,10 @@ struct Counts {
   std::size_t received = 0;
   std::size_t marked = 0;
 
-  void add(const HostPair& host) {
-    if (host.rib != nullptr) ++rib;
-    if (host.received != nullptr) ++received;
-    if (host.isMarked()) ++marked;
+  void add(const L2Rib::Host&) { ++rib; }
+  void add(const Vxlan::ReceivedEntry& entry) {
+    ++received;
+    if (entry.markedForDel) ++marked;
   }
 };
 
@@ -104,13 +111,16 @@ std::string vniText(const Snapshot& snapshot, const Bridging::VlanId& vlan) {
   return vni != snapshot.vlanToVni->end() ? std::to_string(vni->second.value()) : "";
 }
 
-void printCounts(std::ostream& out, const Snapshot& snapshot, const std::vector<HostPair>& hosts,
-                 std::size_t most) {
+void printCounts(std::ostream& out, const Snapshot& snapshot, std::size_t most) {
   std::map<Bridging::VlanId, Counts> ofVlan;
   std::map<Vorn::IpGenAddr, Counts> ofVtep;
-  for (const HostPair& host : hosts) {
-    ofVlan[host.key().vlan].add(host);
-    ofVtep[host.vtep()].add(host);
+  for (const L2Rib::Host& host : hostsOf(snapshot)) {
+    ofVlan[host.key.vlan].add(host);
+    ofVtep[host.dest.vtepAddr(0)].add(host);
+  }
+  for (const Vxlan::ReceivedEntry& entry : entriesOf(snapshot)) {
+    ofVlan[entry.key.vlan].add(entry);
+    ofVtep[entry.vtepAddr].add(entry);
   }
   const auto counted = [](std::vector<std::string> cells, const Counts& counts) {
     for (const std::size_t count : {counts.rib, counts.received, counts.marked})
@@ -174,11 +184,11 @@ void printTable(std::ostream& out, const Snapshot& snapshot, const TableOptions&
   out << "== " << snapshot.label << " at " << secondsText(snapshot.at) << '\n';
   printModes(out, snapshot);
   printTotals(out, snapshot);
-  const std::vector<HostPair> hosts = pairUp(snapshot);
-  printCounts(out, snapshot, hosts, options.mostRows);
+  printCounts(out, snapshot, options.mostRows);
   printFloodSets(out, snapshot, options.mostRows);
-  printFirst(out, "hosts", {"MAC", "VLAN", "VNI", "VTEP", "VTI", "moves", "time", ""}, hosts,
-             options.mostRows, [&](TextTable& table, const HostPair& host) {
+  printFirst(out, "hosts", {"MAC", "VLAN", "VNI", "VTEP", "VTI", "moves", "time", ""},
+             pairUp(hostsOf(snapshot), entriesOf(snapshot)), options.mostRows,
+             [&](TextTable& table, const HostPair& host) {
                addHost(table, snapshot, host, options.colours);
              });
 }

@@ -1,1 +1,224 @@
+// The trace command over ring files, also of processes that come and go, and the trace stream.
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "agent/Text.h"
+#include "agent/TraceCommand.h"
+#include "agent/TraceStream.h"
+#include "framework/Moru/Trace.h"
+
+namespace TraceViewTest {
+
+inline constinit Moru::TraceFacility traceFacility{"Test"};
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+void say(const std::string& text) { MORU_TRACE(3, " ", text); }
+void whisper(const std::string& text) { MORU_TRACE(8, " ", text); }
+const std::string sayText = "void TraceViewTest::say(const std::string&) ";
+const std::string whisperText = "void TraceViewTest::whisper(const std::string&) ";
+
+class TraceViewTest : public testing::Test {
+ protected:
+  TraceViewTest() {
+    char name[] = "/tmp/trace-view-test-XXXXXX";
+    directory = mkdtemp(name);
+    options.file = directory + "/test.rlg";
+    Ringlog::directoryIs(directory);
+  }
+  ~TraceViewTest() override {
+    Ringlog::close();
+    Ringlog::directoryIs("");
+    std::filesystem::remove_all(directory);
+  }
+
+  static void open() { Ringlog::open("test.rlg", std::vector<std::size_t>(10, 4)); }
+  // As a process that starts anew does.
+  static void reopen() {
+    Ringlog::close();
+    open();
+  }
+
+  // The lines of the output without their times, which are checked; headers as "#".
+  std::vector<std::string> lines() {
+    std::ostringstream out;
+    status = traceCommand(options, out, errors);
+    std::istringstream in(out.str());
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) {
+      if (!line.starts_with('#')) {
+        EXPECT_THAT(line.substr(0, 27), MatchesRegex("20..-..-.. ..:..:..[.]...... "));
+        line.erase(0, 27);
+      }
+      lines.push_back(line);
+    }
+    return lines;
+  }
+
+  std::string header() const {
+    return "# " + options.file + ": process " + std::to_string(getpid());
+  }
+
+  std::string directory;
+  Agent::TraceOptions options;
+  std::ostringstream errors;
+  int status = -1;
+};
+
+TEST_F(TraceViewTest, FiltersByLevelAndText) {
+  open();
+  say("first");
+  whisper("second");
+  say("third");
+  EXPECT_THAT(lines(),
+              ElementsAre(header(), "3 Test " + sayText + "first",
+                          "8 Test " + whisperText + "second", "3 Test " + sayText + "third"));
+  options.mostLevel = 3;
+  EXPECT_THAT(lines(), ElementsAre(header(), HasSubstr("first"), HasSubstr("third")));
+  options.mostLevel = 2;
+  EXPECT_THAT(lines(), ElementsAre(header()));
+  options.mostLevel = 9;
+  options.grep = "say.*(d|e)$";
+  EXPECT_THAT(lines(), ElementsAre(header(), HasSubstr("third")));
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(errors.str(), IsEmpty());
+}
+
+TEST_F(TraceViewTest, PrintsJsonWithBytesThatAreNoText) {
+  open();
+  say("\"\xff\n");
+  options.json = true;
+  std::ostringstream out;
+  EXPECT_EQ(traceCommand(options, out, errors), 0);
+  std::istringstream in(out.str());
+  std::string line;
+  std::getline(in, line);
+  EXPECT_EQ(nlohmann::json::parse(line),
+            nlohmann::json({{"file", options.file}, {"process", getpid()}}));
+  std::getline(in, line);
+  const auto message = nlohmann::json::parse(line);
+  EXPECT_EQ(message["level"], 3);
+  EXPECT_EQ(message["facility"], "Test");
+  EXPECT_EQ(message["text"], sayText + "\"\ufffd\n");
+  EXPECT_EQ(message["time"], Agent::utcText(message["ns"]));
+  EXPECT_FALSE(std::getline(in, line));
+}
+
+TEST_F(TraceViewTest, SaysWhyThereIsNothingToShow) {
+  const auto error = [this] {
+    errors.str("");
+    EXPECT_THAT(lines(), IsEmpty());
+    EXPECT_EQ(status, 1);
+    return errors.str();
+  };
+  options.follow = [] { return true; };  // errors end this, too
+  EXPECT_EQ(error(), options.file + ": No such file or directory\n");
+  std::ofstream(options.file) << "no ring at all";
+  EXPECT_THAT(error(), StartsWith(options.file + ": not a trace ring file: "));
+  options.file = directory;
+  EXPECT_EQ(error(), directory + ": not a regular file\n");
+  options.grep = "(";
+  EXPECT_THAT(error(), StartsWith("the regular expression '(' is not valid: "));
+}
+
+TEST_F(TraceViewTest, ShowsWhatIsSoundOfADamagedFile) {
+  open();
+  say("sound");
+  whisper("lost");
+  Ringlog::close();
+  const auto before = lines();
+  std::fstream file(options.file, std::ios::in | std::ios::out | std::ios::binary);
+  constexpr std::size_t regions = 4096;
+  constexpr std::size_t regionSize = 4096;
+  file.seekp(regions + 8 * regionSize);
+  file.write("\xff\xff\xff\xff\xff\xff\xff\xff", 8);
+  file.close();
+  int turns = 0;
+  options.follow = [&turns] { return ++turns < 4; };
+  EXPECT_THAT(lines(), ElementsAre(header(), HasSubstr("sound")));
+  EXPECT_EQ(status, 0);
+  const std::string start = options.file + ": problem: level 8: ";
+  EXPECT_THAT(errors.str(), StartsWith(start));
+  EXPECT_EQ(errors.str().rfind(start), 0U) << "said once, though the file is read four times";
+}
+
+TEST_F(TraceViewTest, FollowsTheFileAndTheOneThatTakesItsPlace) {
+  open();
+  say("at first");
+  const std::vector<std::function<void()>> turns{
+      [] { say("later"); },
+      [] {},
+      [] {
+        say("last of the former");
+        reopen();
+        say("first of the next");
+      },
+      [this] {
+        Ringlog::close();
+        std::filesystem::rename(options.file, options.file + ".prev");
+      },
+      [this] { std::ofstream(options.file) << "half of a hea"; },
+      [this] {
+        std::filesystem::remove(options.file);
+        open();
+        say("again");
+      },
+  };
+  std::size_t turn = 0;
+  options.follow = [&] {
+    if (turn == turns.size()) return false;
+    turns[turn++]();
+    return true;
+  };
+  EXPECT_THAT(lines(), ElementsAre(header(), HasSubstr("at first"), HasSubstr("later"),
+                                   HasSubstr("last of the former"), header(),
+                                   HasSubstr("first of the next"), header(), HasSubstr("again")));
+  EXPECT_EQ(turn, turns.size());
+  EXPECT_THAT(errors.str(), IsEmpty());
+}
+
+TEST_F(TraceViewTest, StopsFollowingWhenAskedTo) {
+  open();
+  std::atomic<bool> stop = false;
+  const Agent::Pause pause = Agent::pauseUntil(stop, std::chrono::milliseconds(0));
+  EXPECT_TRUE(pause());
+  stop = true;
+  EXPECT_FALSE(pause());
+  options.follow = pause;
+  EXPECT_THAT(lines(), ElementsAre(header()));
+}
+
+TEST(TraceStreamTest, PrintsTheLevelsThatAreOnForAsLongAsItLives) {
+  std::ostringstream out;
+  {
+    const Agent::TraceStream stream(out, 3, {&traceFacility}, [] { return "now"; });
+    say("shown");
+    whisper("too low");
+  }
+  say("afterwards");
+  {
+    const Agent::TraceStream stream(out, 9, {&traceFacility}, [] { return "then"; });
+    whisper("all levels");
+  }
+  EXPECT_EQ(out.str(), "now 3 " + sayText + "shown\nthen 8 " + whisperText + "all levels\n");
+  EXPECT_EQ(traceFacility.streamLevels(), 0U);
+}
+
+TEST(TextTest, CutsTimesToMicrosecondsAlsoBefore1970) {
+  EXPECT_EQ(Agent::utcText(1'000'000'000'999'999'999), "2001-09-09 01:46:40.999999");
+  EXPECT_EQ(Agent::utcText(-1), "1969-12-31 23:59:59.999999");
+}
+
+}  // namespace TraceViewTest
