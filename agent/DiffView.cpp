@@ -37,13 +37,13 @@ template <class Record>
 std::string changeText(const Change<Record>& change) {
   const HostChange what = changeOf(change);
   std::string text;
-  const auto also = [&text](const std::string& more) { text += (text.empty() ? "" : ", ") + more; };
-  if (what.moved) also("moved from " + vtepOf(change.before).stringValue());
-  if (what.marked) also("newly marked");
-  if (what.unmarked) also("no longer marked");
+  if (what.moved) appendTo(text, ", ", "moved from " + vtepOf(change.before).stringValue());
+  if (what.marked) appendTo(text, ", ", "newly marked");
+  if (what.unmarked) appendTo(text, ", ", "no longer marked");
   if (change.before.moveCount != change.after.moveCount)
-    also("moves " + std::to_string(change.before.moveCount) + " to " +
-         std::to_string(change.after.moveCount));
+    appendTo(text, ", ",
+             "moves " + std::to_string(change.before.moveCount) + " to " +
+                 std::to_string(change.after.moveCount));
   return text.empty() ? "changed otherwise" : text;
 }
 
@@ -62,7 +62,7 @@ std::string summary(const ListChanges<Record>& changes) {
   }
   std::string text;
   const auto count = [&text](std::size_t number, const char* what) {
-    if (number > 0) text += (text.empty() ? "" : ", ") + std::to_string(number) + ' ' + what;
+    if (number > 0) appendTo(text, ", ", std::to_string(number) + ' ' + what);
   };
   count(changes.added.size(), "added");
   count(changes.gone.size(), "gone");

@@ -1,5 +1,7 @@
 #include "agent/FloodSetText.h"
 
+#include "agent/Text.h"
+
 namespace Agent {
 
 std::string destText(const L2Rib::Dest& dest) {
@@ -9,7 +11,7 @@ std::string destText(const L2Rib::Dest& dest) {
 
 std::string destsText(const FloodSetSnapshot& floodSet) {
   std::string text;
-  for (const L2Rib::Dest& dest : floodSet.dests) text += (text.empty() ? "" : " ") + destText(dest);
+  for (const L2Rib::Dest& dest : floodSet.dests) appendTo(text, " ", destText(dest));
   return text.empty() ? "none" : text;
 }
 

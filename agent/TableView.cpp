@@ -67,8 +67,7 @@ struct Counts {
 template <class Number>
 std::string joined(const std::vector<Number>& numbers) {
   std::string text;
-  for (const Number& number : numbers)
-    text += (text.empty() ? "" : " ") + std::to_string(number.value());
+  for (const Number& number : numbers) appendTo(text, " ", std::to_string(number.value()));
   return text.empty() ? "none" : text;
 }
 
@@ -156,14 +155,13 @@ void printFloodSets(std::ostream& out, const Snapshot& snapshot, std::size_t mos
 // What is unusual about a host. Without a client or a RIB there is nothing to compare.
 std::string remark(const Snapshot& snapshot, const HostPair& host) {
   std::string text = host.isMarked() ? "marked for deletion" : "";
-  const auto also = [&text](const std::string& more) { text += (text.empty() ? "" : ", ") + more; };
   if (!snapshot.client || !snapshot.hosts) return text;
   if (host.rib == nullptr)
-    also("not in the RIB");
+    appendTo(text, ", ", "not in the RIB");
   else if (host.received == nullptr)
-    also("not received");
+    appendTo(text, ", ", "not received");
   else if (host.received->vtepAddr != host.vtep())
-    also("received from " + host.received->vtepAddr.stringValue());
+    appendTo(text, ", ", "received from " + host.received->vtepAddr.stringValue());
   return text;
 }
 

@@ -71,6 +71,11 @@ const char* onOff(bool value) { return value ? "on" : "off"; }
 
 std::string flagText(const std::optional<bool>& flag) { return flag ? onOff(*flag) : "absent"; }
 
+void appendTo(std::string& list, std::string_view separator, std::string_view item) {
+  if (!list.empty()) list += separator;
+  list += item;
+}
+
 void printColoured(std::ostream& out, Colour colour, const std::string& text) {
   out << codeOf(colour) << text << (colour == Colour::none ? "" : "\033[0m");
 }

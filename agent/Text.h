@@ -6,6 +6,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -23,6 +24,9 @@ const char* onOff(bool value);
 
 // The same, or "absent".
 std::string flagText(const std::optional<bool>& flag);
+
+// Appends to a list within a text: `separator` goes before `item` unless the list is empty.
+void appendTo(std::string& list, std::string_view separator, std::string_view item);
 
 enum class Colour { none, added, gone, changed };
 

@@ -39,8 +39,8 @@ struct File {
   Identity identity;
   Ringlog::Contents contents;
 
-  // Without a header, which names the process, there is nothing to read.
-  bool isRing() const { return contents.process != 0; }
+  // A file whose header cannot be read names no process, and says why.
+  bool isRing() const { return contents.process != 0 || contents.problems.empty(); }
 };
 
 // The contents and the identity of one and the same file, which may be replaced at any time; none

@@ -189,6 +189,7 @@ TEST(DiffTest, IsEmptyForTheSameAndFullForTheFirst) {
   EXPECT_EQ(first.hosts.added.size(), 3U);
   EXPECT_EQ(first.received.added.size(), 2U);
   EXPECT_EQ(first.flags.size(), 7U);
+  EXPECT_EQ(json::parse(jsonText(first))["since"], nullptr);
   const Snapshot stopped{.label = "stopped", .hosts = one.hosts, .floodSets = one.floodSets};
   const auto stop = compare(&one, stopped);
   EXPECT_EQ(stop.received.gone.size(), 2U);

@@ -1,6 +1,9 @@
 // The trace command over ring files, also of processes that come and go, and the trace stream.
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -18,7 +21,6 @@ namespace TraceViewTest {
 
 inline constinit Moru::TraceFacility traceFacility{"Test"};
 
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -138,16 +140,18 @@ TEST_F(TraceViewTest, ShowsWhatIsSoundOfADamagedFile) {
   say("sound");
   whisper("lost");
   Ringlog::close();
-  const auto before = lines();
   std::fstream file(options.file, std::ios::in | std::ios::out | std::ios::binary);
   constexpr std::size_t regions = 4096;
   constexpr std::size_t regionSize = 4096;
   file.seekp(regions + 8 * regionSize);
   file.write("\xff\xff\xff\xff\xff\xff\xff\xff", 8);
+  file.seekp(40);  // the number of messages of statements without room
+  file.write("\x03", 1);
   file.close();
   int turns = 0;
   options.follow = [&turns] { return ++turns < 4; };
-  EXPECT_THAT(lines(), ElementsAre(header(), HasSubstr("sound")));
+  EXPECT_THAT(lines(),
+              ElementsAre(header(), HasSubstr("sound"), StartsWith("# 3 messages were dropped")));
   EXPECT_EQ(status, 0);
   const std::string start = options.file + ": problem: level 8: ";
   EXPECT_THAT(errors.str(), StartsWith(start));
