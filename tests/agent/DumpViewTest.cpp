@@ -247,22 +247,24 @@ TEST(TableViewTest, PrintsASummaryAndTheHosts) {
   Snapshot snapshot = sample();
   snapshot.vlanToVni = {{Bridging::VlanId(10), Vxlan::VniExt(10010)}};
   snapshot.hosts->push_back(host(4, "10.0.0.9", 20));
-  snapshot.client->hostTable.entries[1] = entry(2, "10.0.0.9", true);
-  snapshot.client->hostTable.entries.push_back(entry(5, "10.0.0.3"));
+  auto& entries = snapshot.client->hostTable.entries;
+  entries[1] = entry(2, "10.0.0.9", true);
+  entries.push_back(entry(5, "10.0.0.3"));
+  entries.insert(entries.begin(), entry(0, "10.0.0.2"));
   EXPECT_EQ(tableText(snapshot), R"(== after-restart at 12.000000 s
 controller client mode on, data path learning off, MLAG BUM off
 import VLANs: 10
 VNIs: 10010
 convergence in progress: on; deferred deletion: unicast on, BUM off
-layer-2 RIB: 4 hosts; received: 3 hosts, 1 marked for deletion
+layer-2 RIB: 4 hosts; received: 4 hosts, 1 marked for deletion
 hosts by VLAN
   VLAN    VNI  RIB  received  marked
-    10  10010    2         3       2
+    10  10010    2         4       2
     20           1         0       0
   4094           1         0       0
 hosts by VTEP
   VTEP      RIB  received  marked
-  10.0.0.2    1         1       1
+  10.0.0.2    1         2       1
   10.0.0.3    2         1       0
   10.0.0.9    1         1       1
 flood sets
@@ -271,6 +273,7 @@ flood sets
     10  ff:ff:ff:ff:ff:ff  sendToAll  10.0.0.2 10.0.0.3 tunnel 7
 hosts
   MAC                VLAN    VNI  VTEP      VTI          moves  time
+  02:00:00:00:00:00    10  10010  10.0.0.2  Vxlan1           0  3.000000 s  not in the RIB
   02:00:00:00:00:01    10  10010  10.0.0.2  Vxlan1  4294967295  0.250000 s  marked for deletion
   02:00:00:00:00:02    10  10010  10.0.0.3  Vxlan1  4294967295  0.250000 s  marked for deletion, received from 10.0.0.9
   02:00:00:00:00:03  4094         10.0.0.3  Vxlan1  4294967295  0.250000 s  not received

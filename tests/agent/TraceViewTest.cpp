@@ -179,6 +179,7 @@ TEST_F(TraceViewTest, FollowsTheFileAndTheOneThatTakesItsPlace) {
         open();
         say("again");
       },
+      [this] { std::filesystem::rename(options.file + ".prev", options.file); },
   };
   std::size_t turn = 0;
   options.follow = [&] {
@@ -186,9 +187,11 @@ TEST_F(TraceViewTest, FollowsTheFileAndTheOneThatTakesItsPlace) {
     turns[turn++]();
     return true;
   };
-  EXPECT_THAT(lines(), ElementsAre(header(), HasSubstr("at first"), HasSubstr("later"),
-                                   HasSubstr("last of the former"), header(),
-                                   HasSubstr("first of the next"), header(), HasSubstr("again")));
+  EXPECT_THAT(lines(),
+              ElementsAre(header(), HasSubstr("at first"), HasSubstr("later"),
+                          HasSubstr("last of the former"), header(), HasSubstr("first of the next"),
+                          header(), HasSubstr("again"), header(), HasSubstr("first of the next")))
+      << "also of a file that is older than the one before";
   EXPECT_EQ(turn, turns.size());
   EXPECT_THAT(errors.str(), IsEmpty());
 }
@@ -211,7 +214,8 @@ TEST(TraceStreamTest, PrintsTheLevelsThatAreOnForAsLongAsItLives) {
     say("shown");
     whisper("too low");
   }
-  say("afterwards");
+  traceFacility.streamLevelsIs(Moru::TraceFacility::allLevels);
+  say("to nobody");
   {
     const Agent::TraceStream stream(out, 9, {&traceFacility}, [] { return "then"; });
     whisper("all levels");
