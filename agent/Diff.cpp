@@ -82,7 +82,7 @@ Diff compare(const Snapshot* before, const Snapshot& after) {
   const auto key = [](const auto& record) { return record.key; };
 
   Diff diff{.now = {after.label, after.at}};
-  if (before != nullptr) diff.since = Dump{before->label, before->at};
+  if (before != nullptr) diff.since = DumpId{before->label, before->at};
   diff.flags = compareFlags(before, after);
   diff.vccImportVlans = compareLists(oldClient.vccImportVlans, client.vccImportVlans, itself);
   diff.vnis = compareLists(oldClient.vnis, client.vnis, itself);

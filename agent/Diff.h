@@ -13,7 +13,7 @@
 namespace Agent {
 
 template <class Record>
-struct Change {
+struct Changed {
   Record before;
   Record after;
 };
@@ -23,7 +23,7 @@ template <class Record>
 struct ListChanges {
   std::vector<Record> added{};
   std::vector<Record> gone{};
-  std::vector<Change<Record>> changed{};  // of the same key, and different otherwise
+  std::vector<Changed<Record>> changed{};  // of the same key, and different otherwise
 
   bool empty() const { return added.empty() && gone.empty() && changed.empty(); }
 };
@@ -34,14 +34,14 @@ struct FlagChange {
   std::optional<bool> after;
 };
 
-struct Dump {
+struct DumpId {
   std::string label;
   double at;  // seconds from the start of the recording
 };
 
 struct Diff {
-  std::optional<Dump> since{};  // nullopt for the first dump, of which everything is new
-  Dump now;
+  std::optional<DumpId> since{};  // nullopt for the first dump, of which everything is new
+  DumpId now;
   std::vector<FlagChange> flags{};
   ListChanges<Bridging::VlanId> vccImportVlans{};
   ListChanges<Vxlan::VniExt> vnis{};

@@ -27,14 +27,14 @@ struct HostChange {
 };
 
 template <class Record>
-HostChange changeOf(const Change<Record>& change) {
+HostChange changeOf(const Changed<Record>& change) {
   const auto& [before, after] = change;
   return {vtepOf(before) != vtepOf(after), !isMarked(before) && isMarked(after),
           isMarked(before) && !isMarked(after)};
 }
 
 template <class Record>
-std::string changeText(const Change<Record>& change) {
+std::string changeText(const Changed<Record>& change) {
   const HostChange what = changeOf(change);
   std::string text;
   if (what.moved) appendTo(text, ", ", "moved from " + vtepOf(change.before).stringValue());
@@ -53,7 +53,7 @@ std::string summary(const ListChanges<Record>& changes) {
   std::size_t marked = 0;
   std::size_t unmarked = 0;
   std::size_t other = 0;
-  for (const Change<Record>& change : changes.changed) {
+  for (const Changed<Record>& change : changes.changed) {
     const HostChange what = changeOf(change);
     if (what.moved) ++moved;
     if (what.marked) ++marked;
@@ -91,7 +91,7 @@ std::vector<std::string> cellsOf(const VlanFloodSetSnapshot& each) {
 }
 
 // Two flood sets of the same MAC.
-std::string changeText(const Change<VlanFloodSetSnapshot>& change) {
+std::string changeText(const Changed<VlanFloodSetSnapshot>& change) {
   const FloodSetSnapshot& before = *change.before.floodSet;
   return "was " + typeText(before.type) + ' ' + destsText(before);
 }
@@ -101,7 +101,7 @@ template <class Record>
 struct Row {
   const Record* added = nullptr;
   const Record* gone = nullptr;
-  const Change<Record>* changed = nullptr;
+  const Changed<Record>* changed = nullptr;
 };
 
 template <class Record>
@@ -110,7 +110,7 @@ std::vector<Row<Record>> rowsOf(const ListChanges<Record>& changes) {
   rows.reserve(changes.added.size() + changes.gone.size() + changes.changed.size());
   for (const Record& each : changes.added) rows.push_back({.added = &each});
   for (const Record& each : changes.gone) rows.push_back({.gone = &each});
-  for (const Change<Record>& each : changes.changed) rows.push_back({.changed = &each});
+  for (const Changed<Record>& each : changes.changed) rows.push_back({.changed = &each});
   return rows;
 }
 

@@ -53,13 +53,13 @@ Json jsonOf(const VlanFloodSetSnapshot& each) {
 }
 
 template <class Record>
-Json jsonOf(const Change<Record>& change) {
+Json jsonOf(const Changed<Record>& change) {
   return {{"before", jsonOf(change.before)}, {"after", jsonOf(change.after)}};
 }
 
 Json jsonOf(const std::optional<bool>& flag) { return flag ? Json(*flag) : Json(nullptr); }
 
-Json jsonOf(const Dump& dump) { return {{"dump", dump.label}, {"at", dump.at}}; }
+Json jsonOf(const DumpId& dump) { return {{"dump", dump.label}, {"at", dump.at}}; }
 
 // `"name": [...]`, a record at a time.
 template <class Record>
