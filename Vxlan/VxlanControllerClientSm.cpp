@@ -1,9 +1,11 @@
 #include "Vxlan/VxlanControllerClientSm.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <sstream>
 
+#include "Vxlan/FloodSets.h"
 #include "Vxlan/Trace.h"
 #include "Vxlan/Walk.h"
 #include "framework/Moru/Assert.h"
@@ -91,6 +93,7 @@ VxlanControllerClientSm::~VxlanControllerClientSm() {
   hostTableDel();
   receivedHostTableToL2RibHostInputSmDel();
   zepPerVniFdbStatusSmDelAll();
+  zepMlagBumStatusSmDel();
   vlanVniMapSmDelAll();
   // Without the maps a VLAN that is no longer imported takes nothing with it: what stands in the
   // layer-2 RIB stays for the next client.
@@ -221,10 +224,11 @@ void VxlanControllerClientSm::updateControllerClientMode() {
   handleZepStateBaseDir();
   if (!vxlanControllerClientMode_) {
     cleanupZepPerVniFdbStatusSm();
-    return;
+  } else {
+    if (datapathLearningMode_) deleteRemoteMacsOfAllVlans();
+    handleControllerVniBaseDir();
   }
-  if (datapathLearningMode_) deleteRemoteMacsOfAllVlans();
-  handleControllerVniBaseDir();
+  handleMlagState();
 }
 
 // What the data path learns now must not be held from the controller, too.
@@ -364,7 +368,11 @@ void VxlanControllerClientSm::handleConvergenceInProgress() {
   unicastDeferredDeletionInProgressIs(!converging);
   bumDeferredDeletionInProgressIs(!converging);
   // A batch that is under way stays armed during a new convergence, and finds that out by itself.
-  if (converging) return;
+  // The flood sets' run starts over after it: VLANs that it has left behind may be stale anew.
+  if (converging) {
+    bumDeferredDeleteBookmarkValidIs(false);
+    return;
+  }
   const double time = now();
   arm(unicastDeferredDeleteClock, time);
   arm(bumDeferredDeleteClock, time);
@@ -469,7 +477,11 @@ void VxlanControllerClientSm::cleanupZepPerVniFdbStatusSm(VniExt vni, bool defer
     const Bridging::VlanId vlan(mapped.value());
     if (deferIfConverging && vxlanControllerClientMode_ && convergenceInProgress()) deferred = true;
     deleteRemoteMacFromController(vlan, deferred);
-    if (!deferred) deleteBumVtepListTable(vlan);
+    if (deferred) continue;  // to the deferred deletion after the convergence
+    if (const auto machine = zepMlagBumStatusSm())
+      machine->markAndSweep(vlan);
+    else
+      deleteBumVtepListTable(vlan);
   }
   if (!found) MORU_TRACE(8, "Missing vlan-to-vni mapping");
 }
@@ -484,9 +496,104 @@ void VxlanControllerClientSm::cleanupZepPerVniFdbStatusSm() {
   }
 }
 
+// --- Flood sets ---
+
+void VxlanControllerClientSm::MoruMlagStatus::notifierIs(Moru::Ptr<Mlag::Status const> status) {
+  Reactor::notifierIs(std::move(status));
+  if (notifier()) machine()->handleMlagState();
+}
+
+void VxlanControllerClientSm::MoruMlagStatus::onAttribute(Moru::AttributeId attribute,
+                                                          const void*) {
+  if (attribute == Moru::idOf<&Mlag::Status::mlagState>) machine()->handleMlagState();
+}
+
+void VxlanControllerClientSm::MoruLocalBumStatus::notifierIs(Moru::Ptr<BumStatus const> status) {
+  Reactor::notifierIs(std::move(status));
+  if (notifier()) machine()->handleBumReplicationMode();
+}
+
+void VxlanControllerClientSm::MoruLocalBumStatus::onAttribute(Moru::AttributeId attribute,
+                                                              const void*) {
+  if (attribute == Moru::idOf<&BumStatus::bumReplicationMode>)
+    machine()->handleBumReplicationMode();
+}
+
+VxlanControllerClientSm::MlagBumChild::~MlagBumChild() {
+  if (machine_) retire(*machine_);
+}
+
+Moru::Ptr<ZepMlagBumStatusSm> VxlanControllerClientSm::MlagBumChild::set(
+    const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus,
+    const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
+    const Moru::Ptr<VlanVniMaps const>& vlanVniMaps, const Moru::Ptr<L2Rib::SourceDirEntry>& sde) {
+  if (machine_ && machine_->isMadeFrom(mlagVxlanStatus, vxlanHwStatusDir, vlanVniMaps, sde))
+    return machine_;
+  const auto machine =
+      zepMlagBumStatusSmFactory(mlagVxlanStatus, vxlanHwStatusDir, vlanVniMaps, sde);
+  adopt(*machine);
+  del();
+  machine_ = machine;
+  machine->hasNotificationActiveIs(true);
+  return machine;
+}
+
+void VxlanControllerClientSm::MlagBumChild::del() {
+  if (const auto former = std::exchange(machine_, nullptr)) former->moruDoZombieReactors(true);
+}
+
+void VxlanControllerClientSm::MlagBumChild::hasNotificationActiveIs(bool active) {
+  if (const auto machine = machine_) machine->hasNotificationActiveIs(active);
+}
+
+void VxlanControllerClientSm::MlagBumChild::moruDoZombieReactors(bool zombie) {
+  if (const auto machine = machine_) machine->moruDoZombieReactors(zombie);
+}
+
+bool VxlanControllerClientSm::isMlagBumWanted() const {
+  if (!vxlanControllerClientMode_) return false;
+  Moru::assertThat(mlagStatus() != nullptr, "mlagStatus()");
+  return mlagStatus()->mlagState() == Mlag::MlagState::active;
+}
+
+void VxlanControllerClientSm::handleMlagState() {
+  if (!initialized()) return;
+  MORU_TRACE(8, "handleMlagState",
+             mlagStatus() ? mlagStatus()->mlagState() : Mlag::MlagState::disabled);
+  if (isMlagBumWanted())
+    zepMlagBumStatusSmIs(mlagVxlanStatus_, vxlanHwStatusDir(), vlanVniMaps(), zepSde_);
+  // Asked anew: making it writes flood sets, and what comes of that may have ended its reason.
+  if (!isMlagBumWanted()) zepMlagBumStatusSmDel();
+}
+
+void VxlanControllerClientSm::handleBumReplicationMode() {
+  MORU_TRACE(8, "handleBumReplicationMode");
+  if (!initialized()) return;
+  const BumReplicationMode mode = localBumReplicationMode();
+  if (mode != BumReplicationMode::controller) {
+    MORU_TRACE(8, " Replication Mode is not zep ", " bum replication mode: ", mode);
+    deleteBumVtepListTable();
+    return;
+  }
+  for (const auto& [vni, machine] : zepPerVniFdbStatusSm()) {
+    machine->handleMacVtepMultiPathTable();
+    for (const auto& [mac, floodList] : machine->macVtepFloodListTableSm())
+      floodList->handleInitialized();
+  }
+}
+
+BumReplicationMode VxlanControllerClientSm::localBumReplicationMode() const {
+  return localBumStatus() ? localBumStatus()->bumReplicationMode() : BumReplicationMode::unknown;
+}
+
 void VxlanControllerClientSm::deleteBumVtepListTable(Bridging::VlanId vlan) {
   MORU_TRACE(8, " vlan ", vlan);
   if (zepSde_) zepSde_->vlanFloodSetDel(vlan);
+}
+
+void VxlanControllerClientSm::deleteBumVtepListTable() {
+  MORU_TRACE(8);
+  if (zepSde_) zepSde_->vlanFloodSetDelAll();
 }
 
 // --- Received hosts ---
@@ -629,6 +736,162 @@ void VxlanControllerClientSm::rescheduleUnicastDeferredDeletes(const Bridging::M
   MORU_TRACE(8, " reschedule, resume later from ", next.mac, " vlan ", next.vlan,
              " Remaining count ", hostTable_->markedForDelCount());
   arm(unicastDeferredDeleteClock, time);
+}
+
+// --- Deferred deletion of flood sets ---
+
+void VxlanControllerClientSm::MoruBumDeferredDeleteClock::onAttribute(Moru::AttributeId attribute,
+                                                                      const void*) {
+  if (attribute == Moru::Clock::timeMinId) machine()->processBumDeferredDeletes();
+}
+
+// Whether what stands in the flood sets is what the controller asks for, rather than the MLAG peer
+// or nobody.
+bool VxlanControllerClientSm::ownsFloodSets() const {
+  return !zepMlagBumStatusSm() && localBumReplicationMode() == BumReplicationMode::controller;
+}
+
+void VxlanControllerClientSm::processBumDeferredDeletes() {
+  if (!initialized()) return;
+  const Moru::Ptr<L2Rib::SourceDirEntry> sde = zepSde_;
+  const std::size_t floodLists = sde ? sde->vlanFloodSet().size() : 0;
+  MORU_TRACE(8, " init: ", initialized(), " convergence in progress: ", convergenceInProgress(),
+             " vlan flood list count: ", floodLists,
+             " bum replication mode: ", localBumReplicationMode());
+  if (convergenceInProgress()) return;  // the end of which arms the clock again
+  if (floodLists == 0 || !ownsFloodSets()) {
+    MORU_TRACE(8, " no bumDeferredDeletion ");
+    endBumDeferredDeletes();
+    return;
+  }
+  const double deadline = now() + maxProcessTime_;
+  const Bridging::VlanId startKey = beginBumBatch();
+  for (unsigned vlan = startKey.value(); bumRun_.vlansLeft != 0; ++vlan, --bumRun_.vlansLeft) {
+    if (vlan > Bridging::VlanId::max) {
+      MORU_TRACE(8, " reached end, resume from first entry", " startKey vlan ", startKey);
+      vlan = Bridging::VlanId::min;
+    }
+    const auto vlanFloodSet = sde->vlanFloodSet(Bridging::VlanId(vlan));
+    if (!vlanFloodSet) continue;
+    const double time = now();
+    if (time >= deadline) {
+      rescheduleBumDeferredDeletes(vlanFloodSet->vlanId(), time);
+      return;
+    }
+    MORU_TRACE(8, " iter vlan ", vlanFloodSet->vlanId());
+    deleteStaleFloodSets(vlanFloodSet);
+    // What was deleted may have come to somebody who has begun another time.
+    if (convergenceInProgress()) return;
+    if (!ownsFloodSets()) break;
+  }
+  MORU_TRACE(8, " flood list deferred delete complete. Deleted ", bumRun_.deleted);
+  endBumDeferredDeletes();
+}
+
+// The VLAN to begin with.
+Bridging::VlanId VxlanControllerClientSm::beginBumBatch() {
+  if (!bumDeferredDeleteBookmarkValid_) {
+    MORU_TRACE(8, " no bookmark. start fresh");
+    bumRun_ = {Bridging::VlanId::max, 0};
+    return Bridging::VlanId(Bridging::VlanId::min);
+  }
+  MORU_TRACE(8, " starting at bookmark vlan ", bumDeferredDeleteBookmark_);
+  if (bumRun_.vlansLeft == 0) bumRun_ = {Bridging::VlanId::max, 0};
+  return bumDeferredDeleteBookmark_;
+}
+
+void VxlanControllerClientSm::endBumDeferredDeletes() {
+  bumRun_ = {};
+  bumDeferredDeleteBookmarkValidIs(false);
+  bumDeferredDeletionInProgressIs(false);
+}
+
+void VxlanControllerClientSm::rescheduleBumDeferredDeletes(const Bridging::VlanId& next,
+                                                           double time) {
+  bumDeferredDeleteBookmarkIs(next);
+  bumDeferredDeleteBookmarkValidIs(true);
+  MORU_TRACE(8, " reschedule, resume later from vlan ", next, " Deleted count ", bumRun_.deleted);
+  arm(bumDeferredDeleteClock, time);
+}
+
+// Those of the VNIs that the VTIs map the VLAN to: one VTI's VLAN may well be another's, too, and
+// stand for another VNI there.
+VxlanControllerClientSm::PerVniSms VxlanControllerClientSm::perVniSmsOf(
+    const Bridging::VlanId& vlan) const {
+  PerVniSms machines;
+  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps())) {
+    const VniSourcePair vsp = map->vlanToVsp(vlan);
+    if (!vsp) continue;
+    if (auto machine = zepPerVniFdbStatusSm(vsp.vni())) machines.push_back(std::move(machine));
+  }
+  return machines;
+}
+
+// Removes what none of the VLAN's VNIs asks for.
+void VxlanControllerClientSm::deleteStaleFloodSets(
+    const Moru::Ptr<L2Rib::VlanFloodSet>& vlanFloodSet) {
+  const Bridging::VlanId& vlan = vlanFloodSet->vlanId();
+  const PerVniSms machines = perVniSmsOf(vlan);
+  if (machines.empty()) {
+    MORU_TRACE(8, " deleting vlan ", vlan);
+    zepSde_->vlanFloodSetDel(vlan);
+    ++bumRun_.deleted;
+    return;
+  }
+  for (const auto& [mac, floodSet] : vlanFloodSet->floodSet()) {
+    const auto isAskedFor = [&mac = mac](const auto& machine) {
+      return machine->multiPath(mac) != nullptr || machine->floodList(mac) != nullptr;
+    };
+    if (std::any_of(machines.begin(), machines.end(), isAskedFor)) {
+      deleteStaleDests(floodSet, machines);
+    } else {
+      MORU_TRACE(8, " deleting vlan ", vlan, " mac ", mac);
+      vlanFloodSet->floodSetDel(mac);
+      ++bumRun_.deleted;
+    }
+  }
+}
+
+void VxlanControllerClientSm::deleteStaleDests(const Moru::Ptr<L2Rib::FloodSet>& floodSet,
+                                               const PerVniSms& machines) {
+  const Vorn::EthAddr& mac = floodSet->macAddr();
+  for (const auto& machine : machines) checkDestCount(*floodSet, *machine, false);
+  bumRun_.deleted += sweepDests(floodSet, [&](const L2Rib::Dest& dest) {
+    return std::any_of(machines.begin(), machines.end(),
+                       [&](const auto& machine) { return machine->isDestAskedFor(mac, dest); });
+  });
+  for (const auto& machine : machines) checkDestCount(*floodSet, *machine, true);
+}
+
+// All that a list holds stands in the flood set, and nothing else once that has been swept. Where
+// it does not, that is told, and no more: two VNIs may share the VLAN.
+void VxlanControllerClientSm::checkDestCount(const L2Rib::FloodSet& floodSet,
+                                             const ZepPerVniFdbStatusSm& machine,
+                                             bool swept) const {
+  const std::size_t dests = floodSet.destSets();
+  const auto* const multiPath = machine.multiPath(floodSet.macAddr());
+  const auto* const floodList = machine.floodList(floodSet.macAddr());
+  if (multiPath == nullptr && floodList == nullptr) return;
+  const std::size_t vteps =
+      multiPath != nullptr ? multiPath->vtepIpLists() : floodList->vtepIpFloodLists();
+  if (!swept && dests > vteps) MORU_TRACE(8, " flood dest count mismatch ", dests, " > ", vteps);
+  if (swept ? dests == vteps : dests >= vteps) return;
+  if (multiPath != nullptr && swept)
+    MORU_TRACE(8,
+               "fsIter->destSets() == vniFdbStatus->macVtepMultiPathTable( macAddr ) "
+               ".vtepIpLists()");
+  else if (multiPath != nullptr)
+    MORU_TRACE(8,
+               "fsIter->destSets() >= vniFdbStatus->macVtepMultiPathTable( macAddr )"
+               ".vtepIpLists()");
+  else if (swept)
+    MORU_TRACE(8,
+               "fsIter->destSets() == vniFdbStatus->macVtepFloodListTable( macAddr ) "
+               "->vtepIpFloodLists()");
+  else
+    MORU_TRACE(8,
+               "fsIter->destSets() >= vniFdbStatus->macVtepFloodListTable( macAddr ) "
+               "->vtepIpFloodLists()");
 }
 
 Moru::Ptr<VxlanControllerClientSm> vxlanControllerClientSmFactory(

@@ -4,6 +4,7 @@
 //   what the controller publishes            the client                      what it writes
 //
 //   VniFdbStatusV2, one a VNI ──────> ZepPerVniFdbStatusSm, one a VNI
+//                                          ├───────────────────────────────> L2Rib::SourceDirEntry
 //                                          │ received host table
 //                                          v
 //                                     ReceivedHostTableToL2RibHostInputSm ──> L2Rib::HostInput
@@ -13,20 +14,29 @@
 //                                     deferred deletion ────────────────────> ...ConvergenceStatus
 //   VlanVniMap, one a VTI ──────────> VtiVlanVniMapSm, one a VTI
 //   VtiStatus, one a VTI ───────────> client modes, import VLANs
+//   Mlag::VxlanStatus, the peer's ──> ZepMlagBumStatusSm ───────────────────> L2Rib::SourceDirEntry
 //
 // A per-VNI machine stands while the client is in controller mode, the controller publishes the
 // VNI, and a VTI maps the VNI to a VLAN that is imported.
 //
 // While the controller converges, after a restart of its own, withdrawals are postponed: hosts are
-// marked only. When it has converged, the clocks are armed, and the marked hosts go in batches that
-// hold the thread for maxProcessTime at most.
+// marked only, VTEPs stay in their flood sets. When it has converged, the clocks are armed, and the
+// marked hosts, and what no flood list asks for any more, go in batches that hold the thread for
+// maxProcessTime at most.
+//
+// While the switch is one half of an active MLAG pair, and in controller mode, its flood sets are
+// kept equal to the peer's, and the deferred deletion leaves them alone.
 //
 // The machine is made by vxlanControllerClientSmFactory() and lives until its last pointer goes.
 // What it has written into the layer-2 RIB stays there: the next client takes it over.
 #pragma once
 
+#include <cstddef>
+#include <vector>
+
 #include "Vxlan/ReceivedHostTableToL2RibHostInputSm.h"
 #include "Vxlan/VtiVlanVniMapSm.h"
+#include "Vxlan/ZepMlagBumStatusSm.h"
 #include "Vxlan/ZepPerVniFdbStatusSm.h"
 #include "Vxlan/ZepStateSm.h"
 #include "framework/Moru/ActivityFacility.h"
@@ -99,12 +109,12 @@ class VxlanControllerClientSm final : public Moru::Machine {
     void onAttribute(Moru::AttributeId, const void*) override {}
   };
 
-  // Reacts to nothing yet: the MLAG side is to come.
   class MoruMlagStatus
       : public Moru::Reactor<Mlag::Status::NotifieeConst, VxlanControllerClientSm> {
    public:
     using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId, const void*) override {}
+    void notifierIs(Moru::Ptr<Mlag::Status const> status) override;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
   };
 
   class MoruZepStateBaseDir
@@ -121,23 +131,22 @@ class VxlanControllerClientSm final : public Moru::Machine {
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
   };
 
-  // Reacts to nothing yet: the flood sets are to come. So does the clock of their deferred
-  // deletion.
   class MoruLocalBumStatus
       : public Moru::Reactor<BumStatus::NotifieeConst, VxlanControllerClientSm> {
    public:
     using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId, const void*) override {}
-  };
-
-  class MoruBumDeferredDeleteClock
-      : public Moru::Reactor<Moru::Clock::NotifieeConst, VxlanControllerClientSm> {
-   public:
-    using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId, const void*) override {}
+    void notifierIs(Moru::Ptr<BumStatus const> status) override;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
   };
 
   class MoruUnicastDeferredDeleteClock
+      : public Moru::Reactor<Moru::Clock::NotifieeConst, VxlanControllerClientSm> {
+   public:
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId attribute, const void* key) override;
+  };
+
+  class MoruBumDeferredDeleteClock
       : public Moru::Reactor<Moru::Clock::NotifieeConst, VxlanControllerClientSm> {
    public:
     using Reactor::Reactor;
@@ -234,6 +243,34 @@ class VxlanControllerClientSm final : public Moru::Machine {
   ZepPerVniFdbStatusSms::Del zepPerVniFdbStatusSmDel{zepPerVniFdbStatusSm};
   ZepPerVniFdbStatusSms::DelAll zepPerVniFdbStatusSmDelAll{zepPerVniFdbStatusSm};
 
+  // Null unless MLAG is active and the client is in controller mode. Asked for with other inputs
+  // than it was made from, it is replaced.
+  class MlagBumChild : Moru::Part {
+   public:
+    using Is = Moru::IsMutator<MlagBumChild>;
+    using Del = Moru::DelMutator<MlagBumChild>;
+
+    explicit MlagBumChild(Moru::Reactive* owner) : Part(owner) {}
+    ~MlagBumChild() override;
+    const Moru::Ptr<ZepMlagBumStatusSm>& operator()() const { return machine_; }
+
+   private:
+    friend Is;
+    friend Del;
+    Moru::Ptr<ZepMlagBumStatusSm> set(const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus,
+                                      const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
+                                      const Moru::Ptr<VlanVniMaps const>& vlanVniMaps,
+                                      const Moru::Ptr<L2Rib::SourceDirEntry>& sde);
+    void del();
+    void hasNotificationActiveIs(bool active) override;
+    void moruDoZombieReactors(bool zombie) override;
+
+    Moru::Ptr<ZepMlagBumStatusSm> machine_;
+  };
+  MlagBumChild zepMlagBumStatusSm{this};
+  MlagBumChild::Is zepMlagBumStatusSmIs{zepMlagBumStatusSm};
+  MlagBumChild::Del zepMlagBumStatusSmDel{zepMlagBumStatusSm};
+
   using VlanVniMapSms = Moru::Children<Vorn::IntfId, VtiVlanVniMapSm>;
   VlanVniMapSms vlanVniMapSm{this};
   VlanVniMapSms::Is vlanVniMapSmIs{vlanVniMapSm};
@@ -306,8 +343,19 @@ class VxlanControllerClientSm final : public Moru::Machine {
   void cleanupZepPerVniFdbStatusSm(VniExt vni, bool deferIfConverging);
   void cleanupZepPerVniFdbStatusSm();
 
-  // Removes the flood sets of one VLAN.
+  // --- Flood sets ---
+
+  // Makes or drops the machine that copies the MLAG peer's flood sets. Without an MLAG status there
+  // is no MLAG while the controller mode is off; with the mode on that is a fatal assertion.
+  void handleMlagState();
+
+  // Brings the flood sets back when the hardware has come to replicate in the controller's mode,
+  // and removes them all when it has left it.
+  void handleBumReplicationMode();
+
+  // Removes the flood sets of one VLAN, or of all.
   void deleteBumVtepListTable(Bridging::VlanId vlan);
+  void deleteBumVtepListTable();
 
   // --- Received hosts ---
 
@@ -333,7 +381,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
   // Removes or marks all entries of one VLAN, in the order of the table.
   void deleteRemoteMacFromController(Bridging::VlanId vlan, bool deferDel);
 
-  // --- Deferred deletion of hosts ---
+  // --- Deferred deletion ---
 
   // How long one run may take before it yields, in seconds; 0.01 at first.
   double maxProcessTime() const { return maxProcessTime_; }
@@ -347,8 +395,17 @@ class VxlanControllerClientSm final : public Moru::Machine {
     unicastDeferredDeleteBookmark_ = bookmark;
   }
 
-  // One batch.
+  // The VLAN that the next run of the flood sets' deletion begins with, if it is valid.
+  const Bridging::VlanId& bumDeferredDeleteBookmark() const { return bumDeferredDeleteBookmark_; }
+  void bumDeferredDeleteBookmarkIs(const Bridging::VlanId& vlan) {
+    bumDeferredDeleteBookmark_ = vlan;
+  }
+  bool bumDeferredDeleteBookmarkValid() const { return bumDeferredDeleteBookmarkValid_; }
+  void bumDeferredDeleteBookmarkValidIs(bool valid) { bumDeferredDeleteBookmarkValid_ = valid; }
+
+  // One batch of either.
   void processUnicastDeferredDeletes();
+  void processBumDeferredDeletes();
 
  private:
   void syncVtiStatuses();
@@ -363,6 +420,26 @@ class VxlanControllerClientSm final : public Moru::Machine {
   void endUnicastDeferredDeletes();
   void rescheduleUnicastDeferredDeletes(const Bridging::MacVlanPair& next, double time);
 
+  // The run over the VLANs' flood sets goes round the VLAN numbers once, in as many batches as it
+  // takes: which flood sets come and go meanwhile makes no difference to where it is.
+  struct BumRun {
+    unsigned vlansLeft = 0;  // how many numbers it has still to come to; 0 between runs
+    std::size_t deleted = 0;
+  };
+  using PerVniSms = std::vector<Moru::Ptr<ZepPerVniFdbStatusSm>>;
+
+  bool isMlagBumWanted() const;
+  BumReplicationMode localBumReplicationMode() const;
+  bool ownsFloodSets() const;
+  Bridging::VlanId beginBumBatch();
+  void endBumDeferredDeletes();
+  void rescheduleBumDeferredDeletes(const Bridging::VlanId& next, double time);
+  PerVniSms perVniSmsOf(const Bridging::VlanId& vlan) const;
+  void deleteStaleFloodSets(const Moru::Ptr<L2Rib::VlanFloodSet>& vlanFloodSet);
+  void deleteStaleDests(const Moru::Ptr<L2Rib::FloodSet>& floodSet, const PerVniSms& machines);
+  void checkDestCount(const L2Rib::FloodSet& floodSet, const ZepPerVniFdbStatusSm& machine,
+                      bool swept) const;
+
   static constexpr double defaultMaxProcessTime = 0.01;
 
   Moru::Ptr<Mlag::VxlanStatus const> mlagVxlanStatus_;
@@ -374,6 +451,9 @@ class VxlanControllerClientSm final : public Moru::Machine {
   bool datapathLearningMode_ = true;
   double maxProcessTime_ = defaultMaxProcessTime;
   Bridging::MacVlanPair unicastDeferredDeleteBookmark_;
+  Bridging::VlanId bumDeferredDeleteBookmark_;
+  bool bumDeferredDeleteBookmarkValid_ = false;
+  BumRun bumRun_;
   ImportVlans vccImportVlans_;
   Moru::Ptr<ReceivedHostTable> hostTable_;
 };

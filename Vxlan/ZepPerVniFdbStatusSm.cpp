@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "Vxlan/FloodSets.h"
 #include "Vxlan/Trace.h"
 #include "Vxlan/VxlanControllerClientSm.h"
 #include "Vxlan/Walk.h"
@@ -23,7 +24,11 @@ ZepPerVniFdbStatusSm::ZepPerVniFdbStatusSm(
   handleInitialized();
 }
 
-ZepPerVniFdbStatusSm::~ZepPerVniFdbStatusSm() { moruDoZombieReactors(true); }
+ZepPerVniFdbStatusSm::~ZepPerVniFdbStatusSm() {
+  moruDoZombieReactors(true);
+  // Without their cleanup(): the flood sets of a VNI that goes are the root's to remove.
+  macVtepFloodListTableSmDelAll();
+}
 
 void ZepPerVniFdbStatusSm::constructorCheck(
     const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& zepVniFdbStatusV2,
@@ -45,6 +50,12 @@ void ZepPerVniFdbStatusSm::MoruZepVniFdbStatusV2::onAttribute(Moru::AttributeId 
   switch (attribute) {
     case Moru::idOf<&Status::macVtepTable>:
       machine()->handleZepHostTable(Moru::keyOf<&Status::macVtepTable>(key));
+      break;
+    case Moru::idOf<&Status::macVtepMultiPathTable>:
+      machine()->handleMacVtepMultiPathTable(Moru::keyOf<&Status::macVtepMultiPathTable>(key));
+      break;
+    case Moru::idOf<&Status::macVtepFloodListTable>:
+      machine()->handleMacVtepFloodListTable(Moru::keyOf<&Status::macVtepFloodListTable>(key));
       break;
     default:
       break;
@@ -79,7 +90,11 @@ void ZepPerVniFdbStatusSm::handleInitialized() {
   MORU_TRACE(8, " init? ", initialized());
   initializedIs(true);
   handleZepHostTable();
+  handleMacVtepMultiPathTable();
+  handleMacVtepFloodListTable();
 }
+
+// --- Hosts ---
 
 void ZepPerVniFdbStatusSm::handleZepHostTable() {
   const bool datapathLearningMode = vxlanControllerClientSm_->datapathLearningMode();
@@ -95,7 +110,7 @@ void ZepPerVniFdbStatusSm::handleZepHostTable(Vorn::EthAddr mac) {
   MORU_TRACE(8, "macAddr: ", mac, " datapathLearningMode ", datapathLearningMode);
   if (!initialized() || datapathLearningMode) return;
   const VxlanController::MacVtepV2 macVtep = zepVniFdbStatusV2()->macVtepTable(mac);
-  for (const auto& [intf, map] : vlanVniMapsOf(vxlanControllerClientSm_->vlanVniMaps())) {
+  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps())) {
     const Bridging::VlanIdOrNone vlan = map->vniToVlan(vni_);
     if (!vlan) {
       // In spite of its words the text does not end the walk: each VTI is served on its own.
@@ -172,6 +187,111 @@ void ZepPerVniFdbStatusSm::addHost(const VxlanController::MacVtepV2& macVtep,
 void ZepPerVniFdbStatusSm::handleVarpVtepAddr() {
   MORU_TRACE(8, "vni: ", vni_);
   if (initialized()) handleZepHostTable();
+}
+
+// --- Multipath entries and flood lists ---
+
+void ZepPerVniFdbStatusSm::handleMacVtepMultiPathTable() {
+  MORU_TRACE(8, " init? ", initialized());
+  if (!checkBumStatus()) return;
+  const Moru::Ptr<VxlanController::VniFdbStatusV2 const> status(zepVniFdbStatusV2().get());
+  for (auto mac = status->macVtepMultiPathTable().begin(); mac; ++mac)
+    handleMacVtepMultiPathTable(mac.key());
+}
+
+void ZepPerVniFdbStatusSm::handleMacVtepMultiPathTable(Vorn::EthAddr mac) {
+  MORU_TRACE(8, " init? ", initialized());
+  if (!checkBumStatus()) return;
+  const auto multiPath = zepVniFdbStatusV2()->macVtepMultiPathTable(mac);
+  forEachVlan([&](const Bridging::VlanId& vlan) {
+    if (!!multiPath)
+      installMultiPath(multiPath, mac, vlan);
+    else
+      withdrawMultiPath(mac, vlan);
+  });
+}
+
+// The flags of the list say nothing, neither in the sweep nor to what is added.
+void ZepPerVniFdbStatusSm::installMultiPath(const VxlanController::MacVtepMultiPathV2& multiPath,
+                                            const Vorn::EthAddr& mac,
+                                            const Bridging::VlanId& vlan) const {
+  const auto floodSet = zepSde_->vlanFloodSetIs(vlan)->floodSetIs(mac);
+  floodSet->floodSetTypeIs(L2Rib::FloodSetType::sendToAny);
+  MORU_TRACE(8, "(", mac, ") listType: sendToAny vtepAddr len ", multiPath.vtepIpLists());
+  // During convergence VTEPs only come. Those that do not come back, the deferred deletion removes.
+  if (!vxlanControllerClientSm_->convergenceInProgress())
+    sweepDests(floodSet, [&](const L2Rib::Dest& dest) {
+      return isDestListed(
+          dest, [&](const Vorn::IpAddr& ip) { return multiPath.vtepIpList.contains(ip); });
+    });
+  for (const auto& [ip, flag] : multiPath.vtepIpList) floodSet->destSetIs(destOf(ip), true);
+}
+
+// At once, also during convergence: the flood list that the entry stood before takes its place.
+void ZepPerVniFdbStatusSm::withdrawMultiPath(const Vorn::EthAddr& mac,
+                                             const Bridging::VlanId& vlan) const {
+  MORU_TRACE(8, " deleting ", mac, " from vlanFloodSet");
+  deleteFloodSet(zepSde_, zepSde_->vlanFloodSetIs(vlan), mac);
+  if (floodList(mac) == nullptr) return;
+  MORU_TRACE(8, " mac ", mac, " found in macVtepFloodListTable");
+  // It has no machine yet while this one is being made.
+  if (const auto machine = macVtepFloodListTableSm(mac)) machine->handleInitialized();
+}
+
+// The machines stand whatever the BUM mode is, and see to that themselves: they are what brings the
+// lists back when the mode returns.
+void ZepPerVniFdbStatusSm::handleMacVtepFloodListTable() {
+  MORU_TRACE(8, " init? ", initialized());
+  const Moru::Ptr<VxlanController::VniFdbStatusV2 const> status(zepVniFdbStatusV2().get());
+  if (!status) return;
+  for (auto mac = status->macVtepFloodListTable().begin(); mac; ++mac)
+    handleMacVtepFloodListTable(mac.key());
+}
+
+void ZepPerVniFdbStatusSm::handleMacVtepFloodListTable(Vorn::EthAddr mac) {
+  MORU_TRACE(8, " mac ", mac);
+  if (const auto list = zepVniFdbStatusV2()->macVtepFloodListTable(mac)) {
+    macVtepFloodListTableSmIs(mac, list, zepSde_, this);
+  } else if (const auto machine = macVtepFloodListTableSm(mac)) {
+    machine->cleanup();
+    macVtepFloodListTableSmDel(mac);
+  }
+}
+
+const Moru::Ptr<VlanVniMaps const>& ZepPerVniFdbStatusSm::vlanVniMaps() const {
+  return vxlanControllerClientSm_->vlanVniMaps();
+}
+
+// The VLAN that one VTI maps the VNI to.
+Bridging::VlanIdOrNone ZepPerVniFdbStatusSm::vlanOf(const VlanVniMap& map) const {
+  const Bridging::VlanIdOrNone vlan = map.vniToVlan(vni_);
+  if (!vlan)
+    MORU_TRACE(8, " no vlan-vni map found for vni: ", vni_);
+  else
+    MORU_TRACE(8, " vni: ", vni_, " vlan: ", vlan);
+  return vlan;
+}
+
+const VxlanController::MacVtepMultiPathV2* ZepPerVniFdbStatusSm::multiPath(
+    const Vorn::EthAddr& mac) const {
+  if (!zepVniFdbStatusV2()) return nullptr;
+  const auto* const entry = zepVniFdbStatusV2()->macVtepMultiPathTable().find(mac);
+  return entry != nullptr && !!*entry ? entry : nullptr;
+}
+
+const VxlanController::MacVtepFloodListV2* ZepPerVniFdbStatusSm::floodList(
+    const Vorn::EthAddr& mac) const {
+  if (!zepVniFdbStatusV2()) return nullptr;
+  const auto* const list = zepVniFdbStatusV2()->macVtepFloodListTable().find(mac);
+  return list != nullptr ? list->get() : nullptr;
+}
+
+bool ZepPerVniFdbStatusSm::isDestAskedFor(const Vorn::EthAddr& mac, const L2Rib::Dest& dest) const {
+  return isDestListed(dest, [&](const Vorn::IpAddr& ip) {
+    if (const auto* const entry = multiPath(mac)) return entry->vtepIpList.contains(ip);
+    const auto* const list = floodList(mac);
+    return list != nullptr && list->vtepIpFloodList(ip);
+  });
 }
 
 bool ZepPerVniFdbStatusSm::checkBumStatus() const {

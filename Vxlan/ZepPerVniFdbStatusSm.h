@@ -1,18 +1,25 @@
-// Turns what the controller publishes for one VNI into received hosts.
+// Turns what the controller publishes for one VNI into received hosts and flood sets.
 //
 //   VniFdbStatusV2 (macVtepTable) ─┐
 //   VtiStatus (vArpVtepAddr) ──────┼──> ZepPerVniFdbStatusSm ──> the root's received host table
-//   VtiStatusDir (which VTIs) ─────┘
+//   VtiStatusDir (which VTIs) ─────┘       │          │
+//   VniFdbStatusV2 (macVtepMultiPathTable) ┘          └────────> L2Rib::SourceDirEntry
+//   VniFdbStatusV2 (macVtepFloodListTable) ──> MacVtepFloodListTableSm, one a MAC ──┘
 //
-// Event sources: a change of one MAC in the controller's host table; a change of a VTI's
+// Event sources: a change of one MAC in one of the controller's three tables; a change of a VTI's
 // virtual-ARP VTEP address, which makes hosts local or remote. For every VTI that maps the VNI to a
 // VLAN, the host table has an entry for each of the controller's hosts, except those behind the
-// switch's own VTEP addresses. While data-path learning is on it imports nothing.
+// switch's own VTEP addresses; while data-path learning is on it imports none. In the same VLANs a
+// MAC with a multipath entry has a flood set that sends to any one of its VTEPs, and a MAC that has
+// a flood list alone has one that sends to all; while the hardware does not replicate in the
+// controller's mode, nothing is written there.
 //
 // The root makes the machine when the VNI is published, mapped and imported, and drops it when it
-// no longer is; the entries that it wrote are the root's to remove.
+// no longer is; the entries and flood sets that it wrote are the root's to remove.
 #pragma once
 
+#include "Vxlan/MacVtepFloodListTableSm.h"
+#include "Vxlan/Walk.h"
 #include "framework/Moru/Children.h"
 #include "framework/Moru/Input.h"
 #include "model/L2Rib/SourceDirEntry.h"
@@ -94,6 +101,12 @@ class ZepPerVniFdbStatusSm final : public Moru::Machine {
   Moru::Reactors<MoruVtiStatus>::Del vtiStatusDel{vtiStatus};
   Moru::Reactors<MoruVtiStatus>::DelAll vtiStatusDelAll{vtiStatus};
 
+  using MacVtepFloodListTableSms = Moru::Children<Vorn::EthAddr, MacVtepFloodListTableSm>;
+  MacVtepFloodListTableSms macVtepFloodListTableSm{this};
+  MacVtepFloodListTableSms::Is macVtepFloodListTableSmIs{macVtepFloodListTableSm};
+  MacVtepFloodListTableSms::Del macVtepFloodListTableSmDel{macVtepFloodListTableSm};
+  MacVtepFloodListTableSms::DelAll macVtepFloodListTableSmDelAll{macVtepFloodListTableSm};
+
   void handleInitialized();
 
   // Brings the received entries of one MAC, or of all that the controller has, in line with the
@@ -103,10 +116,37 @@ class ZepPerVniFdbStatusSm final : public Moru::Machine {
 
   void handleVarpVtepAddr();
 
+  // Brings the flood sets of one MAC, or of all that the controller has, in line with the
+  // controller's multipath table.
+  void handleMacVtepMultiPathTable(Vorn::EthAddr mac);
+  void handleMacVtepMultiPathTable();
+
+  // Brings the flood list machine of one MAC, or of all that the controller has, in line with the
+  // controller's flood list table.
+  void handleMacVtepFloodListTable(Vorn::EthAddr mac);
+  void handleMacVtepFloodListTable();
+
   // Whether flood sets may be written: the hardware replicates in the controller's mode.
   bool checkBumStatus() const;
 
+  // Calls handle(vlan) for each VTI that maps the VNI to a VLAN, if there is a source directory
+  // entry to write to.
+  template <class Handle>
+  void forEachVlan(Handle&& handle) const;
+
+  // What the controller asks for a MAC: the VTEPs of its multipath entry, or else of its flood
+  // list. Null or false if it asks for nothing; a multipath entry without VTEPs is none. The
+  // pointers are good until the controller changes the entry.
+  const VxlanController::MacVtepMultiPathV2* multiPath(const Vorn::EthAddr& mac) const;
+  const VxlanController::MacVtepFloodListV2* floodList(const Vorn::EthAddr& mac) const;
+  bool isDestAskedFor(const Vorn::EthAddr& mac, const L2Rib::Dest& dest) const;
+
  private:
+  const Moru::Ptr<VlanVniMaps const>& vlanVniMaps() const;
+  Bridging::VlanIdOrNone vlanOf(const VlanVniMap& map) const;
+  void installMultiPath(const VxlanController::MacVtepMultiPathV2& multiPath,
+                        const Vorn::EthAddr& mac, const Bridging::VlanId& vlan) const;
+  void withdrawMultiPath(const Vorn::EthAddr& mac, const Bridging::VlanId& vlan) const;
   void handleHostOfVti(const VxlanController::MacVtepV2& macVtep, const Vorn::IntfId& intf,
                        const Bridging::MacVlanPair& key);
   void ignoreLocalHost(const VxlanController::MacVtepV2& macVtep, const Bridging::MacVlanPair& key);
@@ -120,5 +160,13 @@ class ZepPerVniFdbStatusSm final : public Moru::Machine {
   const Moru::Ptr<L2Rib::SourceDirEntry> zepSde_;
   VxlanControllerClientSm* const vxlanControllerClientSm_;
 };
+
+template <class Handle>
+void ZepPerVniFdbStatusSm::forEachVlan(Handle&& handle) const {
+  if (!zepSde_) return;
+  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps()))
+    if (const Bridging::VlanIdOrNone vlan = vlanOf(*map); !!vlan)
+      handle(Bridging::VlanId(vlan.value()));
+}
 
 }  // namespace Vxlan

@@ -1,0 +1,47 @@
+// What the machines that write flood sets have in common.
+#pragma once
+
+#include "framework/Moru/Ptr.h"
+#include "model/L2Rib/Dest.h"
+#include "model/L2Rib/FloodSet.h"
+#include "model/L2Rib/SourceDirEntry.h"
+#include "model/Vorn/EthAddr.h"
+#include "model/Vorn/IpAddr.h"
+
+namespace Vxlan {
+
+// The destination that stands for a VTEP.
+inline L2Rib::Dest destOf(const Vorn::IpAddr& vtep) {
+  return {L2Rib::DestId{}, L2Rib::DestDataVxlan{vtep}};
+}
+
+// Whether the VTEP of a destination satisfies `isListed(address)`. A destination that the client
+// would not have written, of another kind or with an IPv6 address, is on no list.
+template <class IsListed>
+bool isDestListed(const L2Rib::Dest& dest, IsListed&& isListed) {
+  if (dest.tag() != L2Rib::DestTag::vxlan) return false;
+  const Vorn::IpGenAddr address = dest.vxlan().vtepAddr;
+  return !address.isIp6() && isListed(address.ip4());
+}
+
+// Removes the destinations that `isKept(dest)` says no to, and says how many.
+template <class IsKept>
+std::size_t sweepDests(Moru::Ptr<L2Rib::FloodSet> floodSet, IsKept&& isKept) {
+  std::size_t swept = 0;
+  for (auto dest = floodSet->destSet().begin(); dest; ++dest) {
+    if (isKept(dest.key())) continue;
+    floodSet->destSetDel(dest.key());
+    ++swept;
+  }
+  return swept;
+}
+
+// Removes the flood set of one MAC, and that of the VLAN if it was the last.
+inline void deleteFloodSet(const Moru::Ptr<L2Rib::SourceDirEntry>& sde,
+                           const Moru::Ptr<L2Rib::VlanFloodSet>& vlanFloodSet,
+                           const Vorn::EthAddr& mac) {
+  vlanFloodSet->floodSetDel(mac);
+  if (vlanFloodSet->floodSet().empty()) sde->vlanFloodSetDel(vlanFloodSet->vlanId());
+}
+
+}  // namespace Vxlan
