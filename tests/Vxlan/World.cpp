@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sstream>
 
 #include "Vxlan/Trace.h"
 #include "Vxlan/Walk.h"
@@ -23,6 +24,9 @@ void count(World::Liveness& counts, const Ptr<E>& entity) {
 World::World(double timePerRead)
     : time(create<Moru::VirtualTime>(0, timePerRead)),
       facility(create<Moru::ActivityFacility>(time)) {
+  vxlanHwStatusDir->bumStatusIs(bumStatus);
+  mlagVxlanStatus->peerBumStatusIs(peerBumStatus);
+  mlagVxlanStatus->peerSourceDirEntryIs(peerSde);
   Moru::ActivityFacility::currentIs(facility);
   Vxlan::traceFacility.streamLevelsIs(level8);
   Moru::traceSinkIs([this](const Moru::TraceMessage& message) {
@@ -75,6 +79,14 @@ World::Liveness World::liveness() const {
     for (const auto& [name, entry] : controllerStatusBaseDir->entityPtr())
       count(counts, entry.entityPtr);
   count(counts, controllerState_);
+  count(counts, bumStatus);
+  count(counts, peerBumStatus);
+  count(counts, peerSde);
+  for (const auto& [vlan, vlanFloodSet] : peerSde->vlanFloodSet()) {
+    count(counts, vlanFloodSet);
+    for (const auto& [address, floodSet] : vlanFloodSet->floodSet()) count(counts, floodSet);
+  }
+  for (const auto& list : floodLists_) count(counts, list);
   return counts;
 }
 
@@ -147,6 +159,54 @@ void World::converging(bool inProgress) {
   controllerState_->convergenceInProgressIs(inProgress);
 }
 
+void World::floodList(std::uint32_t vni, std::uint64_t macNumber, const Vteps& vteps) {
+  const auto status = publish(vni);
+  if (!status->macVtepFloodListTable(mac(macNumber))) {
+    const auto list = floodLists_.emplace_back(create<VxlanController::MacVtepFloodListV2>());
+    for (const std::uint32_t number : vteps) list->vtepIpFloodListIs(vtep(number), true);
+    status->macVtepFloodListTableIs(mac(macNumber), list);
+    return;
+  }
+  const auto list = floodListOf(vni, macNumber);
+  for (auto each = list->vtepIpFloodList().begin(); each; ++each)
+    if (!vteps.contains(each.key().value() - vtep(0).value())) list->vtepIpFloodListDel(each.key());
+  for (const std::uint32_t number : vteps)
+    if (!list->vtepIpFloodList(vtep(number))) list->vtepIpFloodListIs(vtep(number), true);
+}
+
+Ptr<VxlanController::MacVtepFloodListV2> World::floodListOf(std::uint32_t vni,
+                                                            std::uint64_t macNumber) {
+  return *std::find(floodLists_.begin(), floodLists_.end(),
+                    publish(vni)->macVtepFloodListTable(mac(macNumber)));
+}
+
+void World::multiPath(std::uint32_t vni, std::uint64_t macNumber, const Vteps& vteps) {
+  VxlanController::MacVtepMultiPathV2 entry(mac(macNumber));
+  for (const std::uint32_t number : vteps) entry.vtepIpList[vtep(number)] = number % 2 == 0;
+  publish(vni)->macVtepMultiPathTableIs(mac(macNumber), entry);
+}
+
+void World::withdrawFloodList(std::uint32_t vni, std::uint64_t macNumber) {
+  publish(vni)->macVtepFloodListTableDel(mac(macNumber));
+}
+
+void World::withdrawMultiPath(std::uint32_t vni, std::uint64_t macNumber) {
+  publish(vni)->macVtepMultiPathTableDel(mac(macNumber));
+}
+
+void World::bumModes(Vxlan::BumReplicationMode local, Vxlan::BumReplicationMode peer) const {
+  bumStatus->bumReplicationModeIs(local);
+  peerBumStatus->bumReplicationModeIs(peer);
+}
+
+void World::mlag(bool active) const {
+  mlagStatus->mlagStateIs(active ? Mlag::MlagState::active : Mlag::MlagState::disabled);
+}
+
+Ptr<L2Rib::FloodSet> World::peerFloodSet(int vlan, std::uint64_t macNumber) const {
+  return peerSde->vlanFloodSetIs(VlanId(vlan))->floodSetIs(mac(macNumber));
+}
+
 Hosts World::received(bool marked) const {
   Hosts hosts;
   for (const auto& [key, entry] : client->hostTable()->receivedEntry())
@@ -160,6 +220,39 @@ Hosts World::ribHosts() const {
   for (const auto& [key, host] : l2RibZepInput->host())
     hosts[key] = {host.dest.intfId(), host.dest.vtepAddr(0), host.moveCount};
   return hosts;
+}
+
+namespace {
+
+std::string floodSetText(L2Rib::FloodSetType type, const Vteps& vteps) {
+  std::ostringstream text;
+  if (type == L2Rib::FloodSetType::sendToAll)
+    text << "all";
+  else if (type == L2Rib::FloodSetType::sendToAny)
+    text << "any";
+  else
+    text << type << ':';
+  for (const std::uint32_t number : vteps) text << ' ' << number;
+  return text.str();
+}
+
+std::uint64_t numberOf(const EthAddr& address) { return address.value() - mac(0).value(); }
+std::uint32_t numberOf(const IpAddr& address) { return address.value() - vtep(0).value(); }
+
+}  // namespace
+
+FloodSets floodSetsOf(const L2Rib::SourceDirEntry& sde) {
+  FloodSets sets;
+  for (const auto& [vlan, vlanFloodSet] : sde.vlanFloodSet()) {
+    if (vlanFloodSet->floodSet().empty()) sets[{vlan.value(), 0}] = "empty";
+    for (const auto& [address, floodSet] : vlanFloodSet->floodSet()) {
+      Vteps vteps;
+      for (const auto& [each, flag] : floodSet->destSet())
+        if (flag) vteps.insert(numberOf(each.vxlan().vtepAddr.ip4()));
+      sets[{vlan.value(), numberOf(address)}] = floodSetText(floodSet->floodSetType(), vteps);
+    }
+  }
+  return sets;
 }
 
 std::vector<std::uint32_t> World::vnis() const {
@@ -251,6 +344,31 @@ Hosts expectedHosts(const World& world) {
     }
   }
   return hosts;
+}
+
+FloodSets expectedFloodSets(const World& world) {
+  FloodSets sets;
+  if (world.bumStatus->bumReplicationMode() != Vxlan::BumReplicationMode::controller) return sets;
+  for (const std::uint32_t vni : expectedVnis(world)) {
+    const auto status = Moru::staticPtrCast<VxlanController::VniFdbStatusV2>(
+        world.controllerStatusBaseDir->entityPtr(std::to_string(vni)));
+    std::map<std::uint64_t, std::string> byMac;
+    for (const auto& [address, list] : status->macVtepFloodListTable()) {
+      Vteps vteps;
+      for (const auto& [ip, flag] : list->vtepIpFloodList()) vteps.insert(numberOf(ip));
+      byMac[numberOf(address)] = floodSetText(L2Rib::FloodSetType::sendToAll, vteps);
+    }
+    for (const auto& [address, entry] : status->macVtepMultiPathTable()) {
+      Vteps vteps;
+      for (const auto& [ip, flag] : entry.vtepIpList) vteps.insert(numberOf(ip));
+      if (!vteps.empty())
+        byMac[numberOf(address)] = floodSetText(L2Rib::FloodSetType::sendToAny, vteps);
+    }
+    for (const auto& [intf, map] : world.vlanVniMaps->vlanVniMap())
+      if (const Bridging::VlanIdOrNone vlan = map->vniToVlan(VniExt(vni)); !!vlan)
+        for (const auto& [number, text] : byMac) sets[{vlan.value(), number}] = text;
+  }
+  return sets;
 }
 
 }  // namespace Test

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -30,6 +31,18 @@ inline IpAddr vtep(std::uint32_t number) { return IpAddr(0x0a000000 + number); }
 // What matters of a received host: VTI, VTEP, move count.
 using HostFacts = std::tuple<IntfId, Vorn::IpGenAddr, std::uint32_t>;
 using Hosts = std::map<MacVlanPair, HostFacts>;
+
+// The flood sets by VLAN and number of the MAC, each as its type and the numbers of its VTEPs: "all
+// 2 3", "any 4", "7: 2". A VLAN without any stands under MAC 0.
+using FloodSets = std::map<std::pair<int, std::uint64_t>, std::string>;
+using Vteps = std::set<std::uint32_t>;
+
+// Those of one entry. Destinations whose flag is false do not count.
+FloodSets floodSetsOf(const L2Rib::SourceDirEntry& sde);
+
+inline L2Rib::Dest dest(std::uint32_t vtepNumber) {
+  return {L2Rib::DestId{}, L2Rib::DestDataVxlan{vtep(vtepNumber)}};
+}
 
 // Calls a function at every change of an entity, until it is released.
 template <class E>
@@ -88,6 +101,18 @@ class World {
             std::uint32_t moveCount = 0);
   void withdraw(std::uint32_t vni, std::uint64_t macNumber);
   void converging(bool inProgress);
+  // A flood list is changed in place, VTEP by VTEP; a multipath entry as a whole.
+  void floodList(std::uint32_t vni, std::uint64_t macNumber, const Vteps& vteps);
+  Ptr<VxlanController::MacVtepFloodListV2> floodListOf(std::uint32_t vni, std::uint64_t macNumber);
+  void multiPath(std::uint32_t vni, std::uint64_t macNumber, const Vteps& vteps);
+  void withdrawFloodList(std::uint32_t vni, std::uint64_t macNumber);
+  void withdrawMultiPath(std::uint32_t vni, std::uint64_t macNumber);
+
+  // --- The replication modes, and the MLAG peer ---
+
+  void bumModes(Vxlan::BumReplicationMode local, Vxlan::BumReplicationMode peer) const;
+  void mlag(bool active) const;
+  Ptr<L2Rib::FloodSet> peerFloodSet(int vlan, std::uint64_t macNumber) const;  // makes it
 
   // --- Time ---
 
@@ -98,6 +123,7 @@ class World {
 
   Hosts received(bool marked = false) const;  // entries of the host table with that mark
   Hosts ribHosts() const;
+  FloodSets floodSets() const { return floodSetsOf(*zepSde); }
   std::vector<std::uint32_t> vnis() const;  // that have a machine, ascending
 
   // Stops the test unless all that must always hold does.
@@ -124,6 +150,11 @@ class World {
   Ptr<Vxlan::VxlanClientConvergenceStatus> zepConvergenceStatus =
       create<Vxlan::VxlanClientConvergenceStatus>();
 
+  // What two of them point to.
+  Ptr<Vxlan::BumStatus> bumStatus = create<Vxlan::BumStatus>();
+  Ptr<Vxlan::BumStatus> peerBumStatus = create<Vxlan::BumStatus>();
+  Ptr<L2Rib::SourceDirEntry> peerSde = create<L2Rib::SourceDirEntry>();
+
   Ptr<Vxlan::VxlanControllerClientSm> client;
 
   // The references to every entity, and the reactors on it.
@@ -133,13 +164,15 @@ class World {
   Liveness liveness() const;
 
   Ptr<VxlanController::ZepStateV2> controllerState_;
+  std::vector<Ptr<VxlanController::MacVtepFloodListV2>> floodLists_;  // all that were published
   Liveness livenessBefore_;
   std::vector<std::string> trace_;
 };
 
-// The hosts that the client should have, computed from the inputs alone, and the VNIs that should
-// have a machine.
+// The hosts that the client should have, computed from the inputs alone, the flood sets (without
+// MLAG), and the VNIs that should have a machine.
 Hosts expectedHosts(const World& world);
+FloodSets expectedFloodSets(const World& world);
 std::vector<std::uint32_t> expectedVnis(const World& world);
 
 }  // namespace Test

@@ -1,0 +1,366 @@
+// The copying of the MLAG peer's flood sets.
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "framework/Moru/Exception.h"
+#include "tests/Vxlan/World.h"
+
+namespace {
+
+using namespace Test;
+using testing::IsEmpty;
+using Mode = Vxlan::BumReplicationMode;
+
+const L2Rib::FloodSetType sendToAll = L2Rib::FloodSetType::sendToAll;
+
+// Two VLANs, both modes the controller's, an active pair, and MAC 1 of the peer's VLAN 10.
+struct MlagTest : testing::Test {
+  MlagTest() {
+    world.addVti("Vxlan1");
+    world.mapAndImport("Vxlan1", 10, 100);
+    world.mapAndImport("Vxlan1", 20, 200);
+    world.bumModes(Mode::controller, Mode::controller);
+    world.mlag(true);
+    set = world.peerFloodSet(10, 1);
+    set->floodSetTypeIs(sendToAll);
+    set->destSetIs(dest(2), true);
+    set->destSetIs(dest(3), false);
+    world.converging(false);
+  }
+  void start() {
+    world.start();
+    world.rest();
+    world.trace();
+  }
+  void peerMode(Mode mode) const { world.peerBumStatus->bumReplicationModeIs(mode); }
+  void expectCopied() const { EXPECT_EQ(world.floodSets(), floodSetsOf(*world.peerSde)); }
+  const Ptr<Vxlan::ZepMlagBumStatusSm>& machine() const {
+    return world.client->zepMlagBumStatusSm();
+  }
+  Ptr<L2Rib::FloodSet> local(int vlan, std::uint64_t number) const {
+    const auto vlanFloodSet = world.zepSde->vlanFloodSet(VlanId(vlan));
+    return vlanFloodSet ? vlanFloodSet->floodSet(mac(number)) : nullptr;
+  }
+
+  World world;
+  Ptr<L2Rib::FloodSet> set;
+};
+
+TEST_F(MlagTest, FollowsThePeer) {
+  start();
+  EXPECT_EQ(world.floodSets(), (FloodSets{{{10, 1}, "all 2"}}));
+  EXPECT_EQ(local(10, 1)->destSets(), 1U) << "a false flag is no destination";
+  set->destSetIs(dest(3), true);
+  set->destSetIs(dest(2), false);
+  set->floodSetTypeIs(L2Rib::FloodSetType(7));
+  EXPECT_EQ(world.floodSets(), (FloodSets{{{10, 1}, "7: 3"}}));
+  EXPECT_EQ(local(10, 1)->destSets(), 1U);
+  set->destSetDel(dest(3));
+  world.peerFloodSet(10, 2)->destSetIs(dest(4), true);
+  world.peerFloodSet(20, 5)->destSetIs(L2Rib::Dest(L2Rib::DestId(9), L2Rib::DestDataVxlan{vtep(6)}),
+                                       true);
+  expectCopied();
+  // Filled before they are added, and in the place of others.
+  const auto filled = create<L2Rib::FloodSet>(mac(5));
+  filled->destSetIs(dest(8), true);
+  world.peerSde->vlanFloodSetIs(VlanId(20))->floodSetIs(filled);
+  expectCopied();
+  const auto filledVlan = create<L2Rib::VlanFloodSet>(VlanId(10));
+  filledVlan->floodSetIs(mac(6))->destSetIs(dest(9), true);
+  world.peerSde->vlanFloodSetIs(filledVlan);
+  expectCopied();
+  world.peerFloodSet(10, 6)->destSetIs(dest(10), true);
+  expectCopied();
+  set->destSetIs(dest(11), true);  // which is the peer's no longer
+  expectCopied();
+  filledVlan->floodSetDel(mac(6));
+  expectCopied();
+  world.peerSde->vlanFloodSetDel(VlanId(10));
+  EXPECT_TRUE(world.traced("Deleting local vlanFloodSet"));
+  expectCopied();
+}
+
+TEST_F(MlagTest, SweepsWhatThePeerLacksWhetherOrNotItCopies) {
+  for (const Mode mode : {Mode::unknown, Mode::controller}) {
+    peerMode(mode);
+    const auto& sde = world.zepSde;
+    sde->vlanFloodSetDelAll();
+    sde->vlanFloodSetIs(VlanId(20))->floodSetIs(mac(1));  // which the peer lacks
+    sde->vlanFloodSetIs(VlanId(30))->floodSetIs(mac(1));  // mapped by nobody
+    const auto vlan = sde->vlanFloodSetIs(VlanId(10));
+    for (const std::uint64_t number : {1, 2, 3})
+      for (const std::uint32_t vtepNumber : {2, 3, 4})
+        vlan->floodSetIs(mac(number))->destSetIs(dest(vtepNumber), true);
+    world.start();
+    EXPECT_EQ(world.floodSets(),
+              (FloodSets{{{10, 1}, mode == Mode::controller ? "all 2" : "0: 2"}, {{30, 1}, "0:"}}));
+    EXPECT_TRUE(world.traced("markAndSweep vlan=20"));
+    EXPECT_TRUE(world.traced("Sweeping vlan 20"));
+    if (mode == Mode::unknown) {
+      EXPECT_TRUE(world.traced("Sweeping 02:00:00:00:00:02 from vlan 10"));
+      EXPECT_TRUE(world.traced("Sweeping vxlan 10.0.0.4 from 02:00:00:00:00:01 on vlan 10"));
+    }
+    world.stop();
+  }
+  start();
+}
+
+TEST_F(MlagTest, CopiesWhileBothReplicateForTheController) {
+  peerMode(Mode::unknown);
+  start();
+  EXPECT_EQ(machine()->bumRepMode(), Mode::unknown);
+  EXPECT_THAT(world.floodSets(), IsEmpty());
+  set->destSetIs(dest(4), true);
+  world.peerFloodSet(20, 1)->destSetIs(dest(4), true);
+  EXPECT_THAT(world.floodSets(), IsEmpty());
+  peerMode(Mode::controller);
+  EXPECT_TRUE(world.traced("handling vtep 20"));
+  expectCopied();
+  const FloodSets before = world.floodSets();
+  peerMode(Mode::unknown);
+  EXPECT_EQ(world.floodSets(), before) << "what is there stays";
+  set->destSetIs(dest(5), true);
+  set->destSetDel(dest(2));
+  world.peerFloodSet(20, 2);
+  EXPECT_EQ(world.floodSets(), before);
+  set->floodSetTypeIs(L2Rib::FloodSetType(9));
+  EXPECT_EQ(local(10, 1)->floodSetType(), L2Rib::FloodSetType(9)) << "the type always follows";
+  world.peerSde->vlanFloodSetDel(VlanId(20));
+  EXPECT_FALSE(world.zepSde->vlanFloodSet(VlanId(20))) << "so does the end of a VLAN";
+  peerMode(Mode::controller);
+  expectCopied();
+  world.bumStatus->bumReplicationModeIs(Mode::unknown);
+  EXPECT_THAT(world.floodSets(), IsEmpty()) << "the root clears all";
+  set->destSetIs(dest(6), true);
+  EXPECT_THAT(world.floodSets(), IsEmpty());
+  world.bumStatus->bumReplicationModeIs(Mode::controller);
+  expectCopied();
+}
+
+TEST_F(MlagTest, FollowsAVlanWhileItHasAVni) {
+  world.peerFloodSet(30, 1)->destSetIs(dest(2), true);
+  start();
+  EXPECT_EQ(world.floodSets(), (FloodSets{{{10, 1}, "all 2"}})) << "VLAN 30 has none";
+  world.map("Vxlan1", 30, 300);
+  expectCopied();
+  // The machine by itself keeps what it has; it is the root that clears a VLAN without a VNI.
+  const auto other = create<L2Rib::SourceDirEntry>();
+  const auto alone = Vxlan::zepMlagBumStatusSmFactory(world.mlagVxlanStatus, world.vxlanHwStatusDir,
+                                                      world.vlanVniMaps, other);
+  EXPECT_EQ(floodSetsOf(*other), world.floodSets());
+  world.unmap("Vxlan1", 10);
+  EXPECT_EQ(world.floodSets(), (FloodSets{{{30, 1}, "0: 2"}}));
+  EXPECT_TRUE(floodSetsOf(*other).contains({10, 1}));
+  set->destSetIs(dest(4), true);
+  world.peerFloodSet(10, 2);
+  EXPECT_EQ(floodSetsOf(*other).at({10, 1}), "all 2");
+  EXPECT_FALSE(floodSetsOf(*other).contains({10, 2}));
+  world.map("Vxlan1", 10, 100);
+  expectCopied();
+  EXPECT_EQ(floodSetsOf(*other), world.floodSets());
+  world.vlanVniMaps->vlanVniMapDel(IntfId("Vxlan1"));
+  set->destSetIs(dest(5), true);
+  expectCopied();
+}
+
+// The controller's machines write the same flood sets, and take them away.
+TEST_F(MlagTest, CopiesAnewWhatOthersHaveRemoved) {
+  start();
+  world.peerFloodSet(10, 2)->destSetIs(dest(2), true);
+  world.multiPath(100, 2, {8});
+  world.withdrawMultiPath(100, 2);
+  EXPECT_FALSE(local(10, 2));
+  world.peerFloodSet(10, 2)->destSetIs(dest(3), true);
+  expectCopied();
+  world.zepSde->vlanFloodSetDel(VlanId(10));
+  world.peerFloodSet(10, 3);
+  expectCopied();
+}
+
+TEST_F(MlagTest, IsThereWhileThePairIsActiveAndTheClientInControllerMode) {
+  world.mlag(false);
+  start();
+  EXPECT_EQ(machine(), nullptr);
+  world.multiPath(100, 9, {2});
+  world.mlag(true);
+  ASSERT_NE(machine(), nullptr);
+  EXPECT_FALSE(local(10, 9));
+  const auto first = machine();
+  world.vti("Vxlan1")->datapathLearningIs(true);  // which evaluates it anew
+  EXPECT_EQ(machine(), first);
+  // With another input it is another.
+  world.client->vlanVniMapsIs(create<Vxlan::VlanVniMaps>());
+  world.client->handleMlagState();
+  EXPECT_NE(machine(), first);
+  EXPECT_EQ(first->remoteSde.reactor()->notifier(), nullptr) << "the first reacts no more";
+  world.client->vlanVniMapsIs(world.vlanVniMaps);
+  const auto status = create<Mlag::Status>();
+  world.client->mlagStatusIs(status);
+  EXPECT_EQ(machine(), nullptr);
+  world.client->mlagStatusIs(world.mlagStatus);
+  EXPECT_NE(machine(), nullptr);
+  world.vti("Vxlan1")->controllerClientModeIs(false);
+  EXPECT_EQ(machine(), nullptr);
+  world.vti("Vxlan1")->controllerClientModeIs(true);
+  EXPECT_NE(machine(), nullptr);
+  // A VNI that goes is swept, not wiped.
+  world.zepSde->vlanFloodSetIs(VlanId(10))->floodSetIs(mac(4));
+  world.publish(100);
+  world.unpublish(100);
+  expectCopied();
+  world.mlagStatus->mlagStateIs(Mlag::MlagState(3));
+  EXPECT_EQ(machine(), nullptr);
+  EXPECT_TRUE(local(10, 1)) << "what has been copied stays";
+}
+
+TEST_F(MlagTest, NeedsItsInputsAndRefusesNull) {
+  start();
+  const auto reactor = machine()->vlanFloodSet(VlanId(10));
+  try {
+    reactor->floodSetIs(nullptr);
+    FAIL();
+  } catch (const Moru::RangeException& exception) {
+    EXPECT_STREQ(exception.what(),
+                 "null _floodSet parameter to mutator for "
+                 "Vxlan::ZepMlagBumStatusSm::MoruVlanFloodSet::floodSet not allowed\"");
+  }
+  const auto make = [this](const auto& status, const auto& dir) {
+    return Vxlan::zepMlagBumStatusSmFactory(status, dir, world.vlanVniMaps, world.zepSde);
+  };
+  EXPECT_DEATH(make(nullptr, world.vxlanHwStatusDir), "mlagVxlanStatus\\(\\)");
+  EXPECT_DEATH(make(world.mlagVxlanStatus, nullptr), "vxlanHwStatusDir\\(\\)");
+  // A peer that has nothing yet, and then, with flood sets to compare, one that must be there.
+  const auto status = create<Mlag::VxlanStatus>();
+  EXPECT_DEATH(make(status, world.vxlanHwStatusDir), "remoteSde\\(\\)");
+  world.zepSde->vlanFloodSetDelAll();
+  EXPECT_EQ(make(status, world.vxlanHwStatusDir)->bumRepMode(), Mode::unknown);
+}
+
+TEST_F(MlagTest, SurvivesWatchersThatTakeItsReasonAway) {
+  const std::vector<std::function<void(World&)>> deeds = {
+      [](World& world) { world.mlag(false); },
+      [](World& world) { world.peerSde->vlanFloodSetDel(VlanId(10)); },
+      [](World& world) { world.peerSde->vlanFloodSetIs(VlanId(10))->floodSetDel(mac(1)); },
+      [](World& world) { world.zepSde->vlanFloodSetDelAll(); },
+      [](World& world) { world.peerBumStatus->bumReplicationModeIs(Mode::unknown); },
+      [](World& world) { world.bumStatus->bumReplicationModeIs(Mode::unknown); },
+      [](World& world) { world.unmap("Vxlan1", 10); },
+      [](World& world) { world.vti("Vxlan1")->controllerClientModeIs(false); },
+      [](World& world) { world.client = nullptr; },
+  };
+  for (const std::uint32_t number : {4, 5, 6})
+    world.peerFloodSet(10, 2)->destSetIs(dest(number), true);
+  for (std::size_t i = 0; i < deeds.size(); ++i) {
+    for (const unsigned calls : {1U, 2U, 3U, 4U, 6U}) {
+      SCOPED_TRACE(testing::Message() << "deed " << i << " after " << calls);
+      world.zepSde->vlanFloodSetDelAll();
+      set = world.peerFloodSet(10, 1);
+      set->destSetIs(dest(2), true);
+      unsigned left = calls;
+      std::vector<Moru::Ptr<Moru::PtrInterface>> watchers;
+      const auto act = [&] {
+        if (left != 0 && --left == 0) deeds[i](world);
+      };
+      // Of all that comes into being on the way.
+      const auto onSets = [&](const auto& vlanFloodSet) {
+        for (const auto& [address, each] : vlanFloodSet->floodSet())
+          if (each->notifiees() == 0) watchers.push_back(watch(each, act));
+        act();
+      };
+      watchers.push_back(watch(world.zepSde, [&] {
+        for (const auto& [vlan, vlanFloodSet] : world.zepSde->vlanFloodSet())
+          if (vlanFloodSet->notifiees() == 0)
+            watchers.push_back(
+                watch(vlanFloodSet, [&, entity = vlanFloodSet.get()] { onSets(entity); }));
+        act();
+      }));
+      world.start();
+      set->destSetIs(dest(9), true);
+      world.peerFloodSet(20, 3)->destSetIs(dest(9), true);
+      left = 0;
+      watchers.clear();
+      world.map("Vxlan1", 10, 100);
+      world.bumModes(Mode::controller, Mode::controller);
+      world.vti("Vxlan1")->controllerClientModeIs(true);
+      world.mlag(true);
+      if (!world.client) world.start();
+      world.bumStatus->bumReplicationModeIs(Mode::unknown);
+      world.bumStatus->bumReplicationModeIs(Mode::controller);
+      expectCopied();
+      world.rest();
+      world.stop();
+    }
+  }
+}
+
+// Two clients of one process, each the other's MLAG peer.
+struct MutualTest : testing::TestWithParam<int> {
+  MutualTest() {
+    for (World* const world : {&first, &second}) {
+      world->facility = first.facility;
+      world->addVti("Vxlan1");
+      world->mapAndImport("Vxlan1", 10, 100);
+      world->mapAndImport("Vxlan1", 20, 200);
+      world->floodList(100, 1, {2, 3});
+      world->multiPath(200, 2, {4});
+      world->mlag(true);
+      world->converging(false);
+    }
+    Moru::ActivityFacility::currentIs(first.facility);
+    first.mlagVxlanStatus->peerSourceDirEntryIs(second.zepSde);
+    second.mlagVxlanStatus->peerSourceDirEntryIs(first.zepSde);
+    first.mlagVxlanStatus->peerBumStatusIs(second.bumStatus);
+    second.mlagVxlanStatus->peerBumStatusIs(first.bumStatus);
+  }
+  void eachStarts(World& world) const {
+    world.client = Vxlan::vxlanControllerClientSmFactory(
+        world.vtiStatusDir, world.controllerStatusBaseDir, world.zepStateClientView,
+        world.vxlanHwStatusDir, world.mlagStatus, world.mlagVxlanStatus, world.zepStateBaseDir,
+        world.vlanVniMaps, world.zepSde, world.l2RibZepInput, world.zepConvergenceStatus);
+  }
+  void expectAlike() {
+    first.rest();
+    EXPECT_EQ(first.floodSets(), second.floodSets());
+  }
+  World first;
+  World second;
+};
+
+INSTANTIATE_TEST_SUITE_P(Orders, MutualTest, testing::Range(0, 24));
+
+TEST_P(MutualTest, ComesToRest) {
+  std::vector<int> order{0, 1, 2, 3};
+  for (int i = 0; i < GetParam(); ++i) std::next_permutation(order.begin(), order.end());
+  for (const int deed : order) {
+    if (deed == 0) eachStarts(first);
+    if (deed == 1) eachStarts(second);
+    if (deed == 2) first.bumStatus->bumReplicationModeIs(Mode::controller);
+    if (deed == 3) second.bumStatus->bumReplicationModeIs(Mode::controller);
+  }
+  expectAlike();
+  first.floodList(100, 1, {3, 5});
+  expectAlike();
+  EXPECT_EQ(second.floodSets().contains({10, 1}), true);
+  second.multiPath(200, 7, {6});
+  expectAlike();
+  EXPECT_TRUE(first.floodSets().contains({20, 7}));
+  second.withdrawMultiPath(200, 7);
+  expectAlike();
+  EXPECT_FALSE(first.floodSets().contains({20, 7}));
+  World& stopped = GetParam() % 2 == 0 ? first : second;
+  stopped.client = nullptr;
+  first.floodList(100, 1, {9});
+  second.floodList(100, 1, {9});
+  eachStarts(stopped);
+  expectAlike();
+  stopped.bumStatus->bumReplicationModeIs(Mode::unknown);
+  EXPECT_TRUE(first.floodSets().empty());
+  stopped.bumStatus->bumReplicationModeIs(Mode::controller);
+  expectAlike();
+  first.client = nullptr;
+  second.client = nullptr;
+  EXPECT_EQ(first.zepSde->notifiees() + second.zepSde->notifiees(), 0U);
+}
+
+}  // namespace
