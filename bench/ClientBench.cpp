@@ -2,20 +2,18 @@
 // layer-2 RIB, with the trace ring on, beside the same three records in standard containers without
 // any notification or trace; a VLAN removed out of many; the deferred run.
 #include <benchmark/benchmark.h>
-#include <chrono>
 #include <cstdint>
-#include <filesystem>
 #include <malloc.h>
 #include <map>
 #include <memory>
 #include <string>
-#include <sys/resource.h>
 #include <unordered_map>
 #include <vector>
 
 #include "Vxlan/VxlanControllerClientSm.h"
+#include "bench/Batches.h"
 #include "bench/Compare.h"
-#include "framework/Ringlog/Ring.h"
+#include "bench/TraceRing.h"
 
 namespace {
 
@@ -29,22 +27,6 @@ struct Size {
 };
 constexpr Size million{1000, 1000};
 constexpr Size tenThousand{1000, 10};
-
-// The trace ring, for as long as the process runs.
-void ringOn() {
-  static const struct Ring {
-    Ring() {
-      directory = std::filesystem::temp_directory_path() / "vxlan-client-bench";
-      std::filesystem::create_directories(directory);
-      Ringlog::directoryIs(directory);
-    }
-    ~Ring() {
-      Ringlog::close();
-      std::filesystem::remove_all(directory);
-    }
-    std::filesystem::path directory;
-  } ring;
-}
 
 // Locally administered addresses as they come: in no order.
 Vorn::EthAddr macOf(std::uint32_t vni, std::uint32_t host) {
@@ -64,7 +46,7 @@ Bridging::VlanId vlanOf(std::uint32_t vni) { return Bridging::VlanId(vni); }
 class Fabric {
  public:
   explicit Fabric(const Size& size) : size_(size) {
-    ringOn();
+    Bench::ringOn();
     Moru::ActivityFacility::currentIs(facility);
     const Vorn::IntfId intf("Vxlan1");
     const auto vti = create<Vxlan::VtiStatus>(intf);
@@ -255,42 +237,12 @@ void removeVlan(benchmark::State& state) {
       });
 }
 
-long involuntarySwitches() {
-  rusage usage{};
-  getrusage(RUSAGE_THREAD, &usage);
-  return usage.ru_nivcsw;
-}
-
-struct Batches {
-  double longest = 0;    // seconds, of those that were not preempted
-  double preempted = 0;  // how many were
-  double count = 0;
-  double seconds = 0;
-};
-
-// Runs batches until there is nothing left; run() does one, and says whether more is left.
-template <class Run>
-Batches runBatches(Run&& run) {
-  Batches batches;
-  bool more = true;
-  while (more) {
-    const long switches = involuntarySwitches();
-    const double seconds = Bench::secondsOf([&] { more = run(); });
-    batches.seconds += seconds;
-    ++batches.count;
-    if (involuntarySwitches() != switches)
-      ++batches.preempted;
-    else
-      batches.longest = std::max(batches.longest, seconds);
-  }
-  return batches;
-}
-
 // A bare walk over a std::map in the same batches, with the same readings of the clock.
-Batches walkMap(std::map<Bridging::MacVlanPair, Vxlan::ReceivedEntry>& received, double budget) {
+Bench::Batches walkMap(std::map<Bridging::MacVlanPair, Vxlan::ReceivedEntry>& received,
+                       double budget) {
   auto entry = received.begin();
   auto& facility = *Moru::ActivityFacility::current();
-  return runBatches([&] {
+  return Bench::runBatches([&] {
     const double deadline = facility.now() + budget;
     while (entry != received.end()) {
       if (facility.now() >= deadline) return true;
@@ -312,11 +264,11 @@ void deferredRun(benchmark::State& state) {
     fabric.converging(false);
     for (const auto& [key, entry] : fabric.client->hostTable()->receivedEntry())
       containers.received[key].markedForDel = entry.markedForDel;
-    const Batches run = runBatches([&] {
+    const Bench::Batches run = Bench::runBatches([&] {
       fabric.facility->fireDue();
       return fabric.client->zepConvergenceStatus()->unicastDeferredDeletionInProgress();
     });
-    const Batches walk = walkMap(containers.received, fabric.client->maxProcessTime());
+    const Bench::Batches walk = walkMap(containers.received, fabric.client->maxProcessTime());
     ratios.push_back(walk.seconds / run.seconds);
     state.SetIterationTime(run.seconds);
     state.counters["longest_ms"] = std::max(state.counters["longest_ms"].value, 1e3 * run.longest);
