@@ -1,5 +1,6 @@
 #include "Vxlan/ZepPerVniFdbStatusSm.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "Vxlan/FloodSets.h"
@@ -202,29 +203,36 @@ void ZepPerVniFdbStatusSm::handleMacVtepMultiPathTable() {
 void ZepPerVniFdbStatusSm::handleMacVtepMultiPathTable(Vorn::EthAddr mac) {
   MORU_TRACE(8, " init? ", initialized());
   if (!checkBumStatus()) return;
-  const auto multiPath = zepVniFdbStatusV2()->macVtepMultiPathTable(mac);
+  // A copy: who watches the flood sets may reach the controller's entry.
+  std::vector<Vorn::IpAddr> vteps;
+  if (const auto* const entry = multiPath(mac)) {
+    vteps.reserve(entry->vtepIpLists());
+    for (const auto& [ip, flag] : entry->vtepIpList) vteps.push_back(ip);
+  }
   forEachVlan([&](const Bridging::VlanId& vlan) {
-    if (!!multiPath)
-      installMultiPath(multiPath, mac, vlan);
+    if (!vteps.empty())
+      installMultiPath(vteps, mac, vlan);
     else
       withdrawMultiPath(mac, vlan);
   });
 }
 
-// The flags of the list say nothing, neither in the sweep nor to what is added.
-void ZepPerVniFdbStatusSm::installMultiPath(const VxlanController::MacVtepMultiPathV2& multiPath,
+// `vteps` is in ascending order. The flags of the list say nothing, neither in the sweep nor to
+// what is added.
+void ZepPerVniFdbStatusSm::installMultiPath(const std::vector<Vorn::IpAddr>& vteps,
                                             const Vorn::EthAddr& mac,
                                             const Bridging::VlanId& vlan) const {
   const auto floodSet = zepSde_->vlanFloodSetIs(vlan)->floodSetIs(mac);
   floodSet->floodSetTypeIs(L2Rib::FloodSetType::sendToAny);
-  MORU_TRACE(8, "(", mac, ") listType: sendToAny vtepAddr len ", multiPath.vtepIpLists());
+  MORU_TRACE(8, "(", mac, ") listType: sendToAny vtepAddr len ", vteps.size());
   // During convergence VTEPs only come. Those that do not come back, the deferred deletion removes.
   if (!vxlanControllerClientSm_->convergenceInProgress())
     sweepDests(floodSet, [&](const L2Rib::Dest& dest) {
-      return isDestListed(
-          dest, [&](const Vorn::IpAddr& ip) { return multiPath.vtepIpList.contains(ip); });
+      return isDestListed(dest, [&](const Vorn::IpAddr& ip) {
+        return std::binary_search(vteps.begin(), vteps.end(), ip);
+      });
     });
-  for (const auto& [ip, flag] : multiPath.vtepIpList) floodSet->destSetIs(destOf(ip), true);
+  for (const Vorn::IpAddr& ip : vteps) floodSet->destSetIs(destOf(ip), true);
 }
 
 // At once, also during convergence: the flood list that the entry stood before takes its place.

@@ -18,6 +18,8 @@
 // no longer is; the entries and flood sets that it wrote are the root's to remove.
 #pragma once
 
+#include <vector>
+
 #include "Vxlan/MacVtepFloodListTableSm.h"
 #include "Vxlan/Walk.h"
 #include "framework/Moru/Children.h"
@@ -144,8 +146,8 @@ class ZepPerVniFdbStatusSm final : public Moru::Machine {
  private:
   const Moru::Ptr<VlanVniMaps const>& vlanVniMaps() const;
   Bridging::VlanIdOrNone vlanOf(const VlanVniMap& map) const;
-  void installMultiPath(const VxlanController::MacVtepMultiPathV2& multiPath,
-                        const Vorn::EthAddr& mac, const Bridging::VlanId& vlan) const;
+  void installMultiPath(const std::vector<Vorn::IpAddr>& vteps, const Vorn::EthAddr& mac,
+                        const Bridging::VlanId& vlan) const;
   void withdrawMultiPath(const Vorn::EthAddr& mac, const Bridging::VlanId& vlan) const;
   void handleHostOfVti(const VxlanController::MacVtepV2& macVtep, const Vorn::IntfId& intf,
                        const Bridging::MacVlanPair& key);
