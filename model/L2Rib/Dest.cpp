@@ -1,9 +1,32 @@
 #include "model/L2Rib/Dest.h"
 
+#include <cstdlib>
+
 #include "framework/Moru/Assert.h"
-#include "model/Vorn/OneAtATime.h"
 
 namespace L2Rib {
+
+Dest::Dest(DestId id, DestTag tag) {
+  switch (tag) {
+    case DestTag::intf:
+      *this = Dest(id, Vorn::IntfId());
+      break;
+    case DestTag::vxlan:
+      *this = Dest(id, DestDataVxlan());
+      break;
+    case DestTag::mpls:
+      *this = Dest(id, DestDataMpls());
+      break;
+    case DestTag::tunnel:
+      *this = Dest(id, DestDataTunnel());
+      break;
+    default:
+      id_ = id;
+      tag_ = tag;
+      hash_ = hashOf(id);
+      break;
+  }
+}
 
 Vorn::IntfId Dest::intf() const {
   Moru::assertThat(tag_ == DestTag::intf, "tag() == DestTag::intf");
@@ -40,29 +63,9 @@ std::string Dest::stringValue() const {
   }
 }
 
-std::uint32_t Dest::hash() const noexcept {
-  Moru::assertThat(tag_ <= DestTag::other, "U32 L2Rib::Dest::hash() const",
-                   [this] { return stringValue(); });
-  Vorn::OneAtATime hasher;
-  hasher.word(traceValue(id_));
-  switch (tag_) {
-    case DestTag::intf:
-      hasher.word(intf_.hash());
-      break;
-    case DestTag::vxlan:
-      hasher.word(vtepAddr_.hash());
-      break;
-    case DestTag::mpls:
-      hasher.word(intf_.hash());
-      hasher.word(number_);
-      break;
-    case DestTag::tunnel:
-      hasher.word(number_);
-      break;
-    case DestTag::other:
-      break;
-  }
-  return hasher.result();
+void Dest::refuseTag() const noexcept {
+  Moru::assertThat(false, "U32 L2Rib::Dest::hash() const", [this] { return stringValue(); });
+  std::abort();
 }
 
 }  // namespace L2Rib

@@ -10,6 +10,15 @@ std::optional<IpAddr> IpAddr::parse(std::string_view text) {
   return IpAddr(words->front());
 }
 
-std::string IpAddr::stringValue() const { return Detail::addressText<1>(AF_INET, {value_}); }
+// By hand: addresses are printed by the thousand, into the trace.
+std::string IpAddr::stringValue() const {
+  constexpr std::uint32_t byte = 0xff;
+  std::string text = std::to_string(value_ >> 24);
+  for (int shift = 16; shift >= 0; shift -= 8) {
+    text += '.';
+    text += std::to_string(value_ >> shift & byte);
+  }
+  return text;
+}
 
 }  // namespace Vorn
