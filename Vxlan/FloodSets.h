@@ -1,6 +1,8 @@
 // What the machines that write flood sets have in common.
 #pragma once
 
+#include <cstddef>
+
 #include "framework/Moru/Ptr.h"
 #include "model/L2Rib/Dest.h"
 #include "model/L2Rib/FloodSet.h"
@@ -26,7 +28,8 @@ bool isDestListed(const L2Rib::Dest& dest, IsListed&& isListed) {
 
 // Removes the destinations that `isKept(dest)` says no to, and says how many.
 template <class IsKept>
-std::size_t sweepDests(Moru::Ptr<L2Rib::FloodSet> floodSet, IsKept&& isKept) {
+std::size_t sweepDests(const Moru::Ptr<L2Rib::FloodSet>& set, IsKept&& isKept) {
+  const Moru::Ptr<L2Rib::FloodSet> floodSet = set;  // which the caller may exchange meanwhile
   std::size_t swept = 0;
   for (auto dest = floodSet->destSet().begin(); dest; ++dest) {
     if (isKept(dest.key())) continue;
@@ -36,12 +39,15 @@ std::size_t sweepDests(Moru::Ptr<L2Rib::FloodSet> floodSet, IsKept&& isKept) {
   return swept;
 }
 
-// Removes the flood set of one MAC, and that of the VLAN if it was the last.
+// Removes the flood set of one MAC, and that of the VLAN if it was the last: unless another stands
+// in its place by now, of which somebody is in the middle.
 inline void deleteFloodSet(const Moru::Ptr<L2Rib::SourceDirEntry>& sde,
                            const Moru::Ptr<L2Rib::VlanFloodSet>& vlanFloodSet,
                            const Vorn::EthAddr& mac) {
   vlanFloodSet->floodSetDel(mac);
-  if (vlanFloodSet->floodSet().empty()) sde->vlanFloodSetDel(vlanFloodSet->vlanId());
+  const Bridging::VlanId& vlan = vlanFloodSet->vlanId();
+  if (vlanFloodSet->floodSet().empty() && sde->vlanFloodSet(vlan) == vlanFloodSet)
+    sde->vlanFloodSetDel(vlan);
 }
 
 }  // namespace Vxlan

@@ -2,9 +2,11 @@
 //
 //   VniFdbStatusV2 (macVtepTable) ─┐
 //   VtiStatus (vArpVtepAddr) ──────┼──> ZepPerVniFdbStatusSm ──> the root's received host table
-//   VtiStatusDir (which VTIs) ─────┘       │          │
-//   VniFdbStatusV2 (macVtepMultiPathTable) ┘          └────────> L2Rib::SourceDirEntry
-//   VniFdbStatusV2 (macVtepFloodListTable) ──> MacVtepFloodListTableSm, one a MAC ──┘
+//   VtiStatusDir (which VTIs) ─────┘
+//
+//   VniFdbStatusV2 (macVtepMultiPathTable) ──> ZepPerVniFdbStatusSm ──────┬──> SourceDirEntry
+//   VniFdbStatusV2 (macVtepFloodListTable) ──> MacVtepFloodListTableSm, ──┘
+//                                              one a MAC
 //
 // Event sources: a change of one MAC in one of the controller's three tables; a change of a VTI's
 // virtual-ARP VTEP address, which makes hosts local or remote. For every VTI that maps the VNI to a

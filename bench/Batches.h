@@ -25,7 +25,8 @@ struct Batches {
 template <class Run>
 Batches runBatches(Run&& run) {
   Batches batches;
-  for (bool more = true; more;) {
+  bool more = true;
+  while (more) {
     const long switches = involuntarySwitches();
     const double seconds = Bench::secondsOf([&] { more = run(); });
     batches.seconds += seconds;
