@@ -371,6 +371,7 @@ void VxlanControllerClientSm::handleConvergenceInProgress() {
   // The flood sets' run starts over after it: VLANs that it has left behind may be stale anew.
   if (converging) {
     bumDeferredDeleteBookmarkValidIs(false);
+    bumRun_ = {};
     return;
   }
   const double time = now();
@@ -780,8 +781,9 @@ void VxlanControllerClientSm::processBumDeferredDeletes() {
     }
     MORU_TRACE(8, " iter vlan ", vlanFloodSet->vlanId());
     deleteStaleFloodSets(vlanFloodSet);
-    // What was deleted may have come to somebody who has begun another time.
-    if (convergenceInProgress()) return;
+    // What was deleted may have come to somebody who has begun another convergence, which has reset
+    // the run, or another time.
+    if (bumRun_.vlansLeft == 0) return;
     if (!ownsFloodSets()) break;
   }
   MORU_TRACE(8, " flood list deferred delete complete. Deleted ", bumRun_.deleted);

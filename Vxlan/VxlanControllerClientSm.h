@@ -423,7 +423,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
   // The run over the VLANs' flood sets goes round the VLAN numbers once, in as many batches as it
   // takes: which flood sets come and go meanwhile makes no difference to where it is.
   struct BumRun {
-    unsigned vlansLeft = 0;  // how many numbers it has still to come to; 0 between runs
+    unsigned vlansLeft = 0;  // how many numbers it has not come to; 0 between runs
     std::size_t deleted = 0;
   };
   using PerVniSms = std::vector<Moru::Ptr<ZepPerVniFdbStatusSm>>;

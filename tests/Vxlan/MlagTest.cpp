@@ -276,6 +276,11 @@ TEST_F(MlagTest, SurvivesWatchersThatTakeItsReasonAway) {
         act();
       }));
       world.start();
+      if (world.client) {
+        EXPECT_EQ(machine() != nullptr,
+                  world.client->vxlanControllerClientMode() &&
+                      world.mlagStatus->mlagState() == Mlag::MlagState::active);
+      }
       set->destSetIs(dest(9), true);
       world.peerFloodSet(20, 3)->destSetIs(dest(9), true);
       left = 0;
