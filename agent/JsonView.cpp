@@ -151,6 +151,16 @@ void printJson(std::ostream& out, const Diff& diff) {
   out << "}\n";
 }
 
+void printJson(std::ostream& out, const Turn& turn) {
+  const Json json = {{"turn", turn.at},
+                     {"hosts", turn.hosts},
+                     {"marked", turn.marked},
+                     {"deleted", turn.deleted},
+                     {"unicastDeferredDeletionInProgress", jsonOf(turn.unicastDeferredDeletion)},
+                     {"bumDeferredDeletionInProgress", jsonOf(turn.bumDeferredDeletion)}};
+  out << textOf(json) << '\n';
+}
+
 void printJsonException(std::ostream& out, const std::string& type, std::size_t line,
                         const std::string& text) {
   out << textOf({{"exception", type}, {"line", line}, {"text", text}}) << '\n';

@@ -33,6 +33,11 @@
 // `since` is null for the first dump. `flags` has those that differ, by their names in a dump, and
 // "clientRunning"; a flag of what was absent is null. CHANGES is {"added": [...], "gone": [...],
 // "changed": [{"before": {...}, "after": {...}}]} of numbers, ENTRY, HOST or FLOODSET.
+//
+// A turn of the timeline, a flag of what is absent being null:
+//
+//   {"turn": 12.0, "hosts": 3, "marked": 1, "deleted": 0,
+//    "unicastDeferredDeletionInProgress": true, "bumDeferredDeletionInProgress": false}
 #pragma once
 
 #include <cstddef>
@@ -41,6 +46,7 @@
 
 #include "agent/Diff.h"
 #include "agent/Snapshot.h"
+#include "agent/TimelineView.h"
 
 namespace Agent {
 
@@ -48,6 +54,7 @@ namespace Agent {
 // not UTF-8 has its wrong bytes replaced by U+FFFD.
 void printJson(std::ostream& out, const Snapshot& snapshot);
 void printJson(std::ostream& out, const Diff& diff);
+void printJson(std::ostream& out, const Turn& turn);
 
 // {"exception": TYPE, "line": LINE, "text": "..."}, with the line of the journal that led to it.
 void printJsonException(std::ostream& out, const std::string& type, std::size_t line,

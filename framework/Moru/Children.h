@@ -150,7 +150,7 @@ class Child : Part {
       present->constructorCheck(args...);
       return present;
     }
-    const auto child = create<M>(args...);
+    auto child = create<M>(args...);
     // It has initialized itself, and that ran reactions: a child that one of them has made stays.
     if (Ptr<M> present = child_) {
       Detail::releaseMember(child);

@@ -1,0 +1,15 @@
+// How the program ends.
+#pragma once
+
+namespace Agent {
+
+enum ExitStatus : int {
+  done = 0,
+  failed = 1,    // a malformed line, a file that cannot be read or written
+  refused = 2,   // an exception of the data model or of the client
+  restless = 3,  // a replay that does not come to rest
+  wrongUsage = 64,
+  signalled = 128,  // and the signal's number added
+};
+
+}  // namespace Agent

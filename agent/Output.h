@@ -1,0 +1,47 @@
+// Where a replay prints what the client has made: dumps, exceptions, turns of the event loop, in
+// the format that was asked for.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include "agent/Snapshot.h"
+#include "agent/TableView.h"
+#include "agent/TimelineView.h"
+
+namespace Agent {
+
+enum class Format { table, json };
+
+struct OutputOptions {
+  Format format = Format::table;
+  bool diff = false;  // dumps show only what has changed since the one before
+  TableOptions table{};
+};
+
+class Output {
+ public:
+  // The stream must outlive this object.
+  Output(std::ostream& out, const OutputOptions& options) : out_(out), options_(options) {}
+
+  void dump(Snapshot snapshot);
+  void exception(const std::string& type, std::uint64_t line, const std::string& text);
+  void turn(const Turn& turn);
+
+  // Hands on what is buffered. Throws std::system_error when the stream does not take it.
+  void flush();
+
+ private:
+  void dumpTable(const Snapshot& snapshot);
+  void dumpJson(const Snapshot& snapshot);
+
+  std::ostream& out_;
+  const OutputOptions options_;
+  std::optional<Snapshot> last_;
+  bool timelineBegun_ = false;
+};
+
+}  // namespace Agent

@@ -1,0 +1,211 @@
+// vxlan-agent: runs the controller client over recorded state, and shows what it makes of it.
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <exception>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+#include "agent/Check.h"
+#include "agent/ExitStatus.h"
+#include "agent/Generate.h"
+#include "agent/Replay.h"
+#include "agent/StopSignal.h"
+#include "agent/TraceCommand.h"
+#include "framework/Ringlog/Ring.h"
+
+namespace {
+
+using Command = std::function<int()>;
+
+constexpr const char* exitCodes =
+    "Exit status: 0 done; 1 a malformed line, or a file that cannot be read or written; 2 an\n"
+    "exception of the data model or of the client; 3 a replay that does not come to rest;\n"
+    "64 wrong usage; 128+N ended by signal N.";
+
+// Each of these adds a command, and returns what it does; the options live as long as that.
+
+Command addReplay(CLI::App& program) {
+  struct Options {
+    std::vector<std::string> journals;
+    Agent::ReplayOptions replay;
+    std::size_t rows = Agent::TableOptions().mostRows;
+    double maxProcessTime = -1;  // not given
+    int traceLevel = -1;         // not given
+    std::string ringDirectory;
+  };
+  auto options = std::make_shared<Options>();
+  auto& replay = options->replay;
+  CLI::App& command = *program.add_subcommand("replay", "Play journals to the client");
+  command.footer(
+      "Each journal is played on a store of its own. Its dump lines, and its end, print what the\n"
+      "client has made of it by then.\n\n"
+      "  vxlan-agent replay examples/journals/controller-restart.jsonl\n"
+      "  vxlan-agent replay --timeline --time-per-read 0.001 --diff recording.jsonl\n"
+      "  zcat recording.jsonl.gz | vxlan-agent replay --format json - | jq .client.vnis\n\n" +
+      std::string(exitCodes));
+  command.add_option("JOURNAL", options->journals, "State journals; - is the standard input")
+      ->required();
+  const std::map<std::string, Agent::Format> formats{{"table", Agent::Format::table},
+                                                     {"json", Agent::Format::json}};
+  command
+      .add_option("--format", replay.output.format,
+                  "table, for people (the default), or json, an object a line")
+      ->transform(CLI::CheckedTransformer(formats).description("{table,json}"));
+  command.add_flag("--diff", replay.output.diff, "Dumps show only what has changed since the last");
+  command.add_option("--rows", options->rows, "Most rows of each table; 0 is all")
+      ->capture_default_str();
+  command.add_flag("--timeline", replay.timeline, "A line for each turn of the event loop");
+  command
+      .add_option("--max-process-time", options->maxProcessTime,
+                  "Seconds that a batch of deferred deletion may take; 0.01 if not given")
+      ->check(CLI::NonNegativeNumber);
+  auto* const timePerRead =
+      command
+          .add_option("--time-per-read", replay.timePerRead,
+                      "Seconds by which a reading of the virtual clock moves it")
+          ->check(CLI::NonNegativeNumber);
+  command.add_flag("--realtime", replay.realtime, "Play at the speed of the recording")
+      ->excludes(timePerRead);
+  command.add_flag("--keep-going", replay.keepGoing,
+                   "Print exceptions as lines of the output, and go on");
+  command
+      .add_flag("--trace{8}", options->traceLevel,
+                "Trace the levels 0 to LEVEL (--trace=LEVEL; 8 if not given) on standard error")
+      ->check(CLI::Range(0, 9));
+  command
+      .add_option("--ring", options->ringDirectory,
+                  "Directory for the trace ring file; none is written if not given")
+      ->check(CLI::ExistingDirectory);
+  return [options] {
+    auto& each = options->replay;
+    each.output.table.mostRows = options->rows == 0 ? Agent::TableOptions::all : options->rows;
+    each.output.table.colours = isatty(STDOUT_FILENO) != 0;
+    each.progress = isatty(STDERR_FILENO) != 0;
+    if (options->maxProcessTime >= 0) each.maxProcessTime = options->maxProcessTime;
+    std::optional<unsigned> traceLevel;
+    if (options->traceLevel >= 0) traceLevel = static_cast<unsigned>(options->traceLevel);
+    Ringlog::directoryIs(options->ringDirectory);
+    const int status =
+        Agent::replayCommand(options->journals, each, traceLevel, std::cout, std::cerr);
+    if (!Ringlog::error().empty()) std::cerr << "the trace ring: " << Ringlog::error() << '\n';
+    return status;
+  };
+}
+
+Command addTrace(CLI::App& program) {
+  struct Options {
+    Agent::TraceOptions trace;
+    bool follow = false;
+    std::string format = "text";
+  };
+  auto options = std::make_shared<Options>();
+  CLI::App& command = *program.add_subcommand("trace", "Render a trace ring file");
+  command.footer(
+      "The file may be of a process that runs, has ended, or has crashed.\n\n"
+      "  vxlan-agent trace --grep 02:00:00:00:00:07 DpxVxlanControllerSm.rlg");
+  command.add_option("FILE", options->trace.file, "The ring file")->required();
+  command.add_option("--level", options->trace.mostLevel, "Messages of the levels 0 to N")
+      ->check(CLI::Range(0U, 9U))
+      ->capture_default_str();
+  command.add_option("--grep", options->trace.grep,
+                     "Messages in which this regular expression is found");
+  command.add_flag("--follow", options->follow, "Go on with new messages until interrupted");
+  command.add_option("--format", options->format, "text or json")
+      ->check(CLI::IsMember({"text", "json"}))
+      ->capture_default_str();
+  return [options] {
+    options->trace.json = options->format == "json";
+    if (options->follow) {
+      Agent::StopSignal::install();
+      options->trace.follow = Agent::pauseUntil(Agent::StopSignal::isSet());
+    }
+    return Agent::traceCommand(options->trace, std::cout, std::cerr);
+  };
+}
+
+Command addCheck(CLI::App& program) {
+  auto journals = std::make_shared<std::vector<std::string>>();
+  CLI::App& command = *program.add_subcommand("check", "Validate journals without running them");
+  command.footer("Exit status 1 if a line is malformed, else 2 if a value is refused.");
+  command.add_option("JOURNAL", *journals, "State journals; - is the standard input")->required();
+  return [journals]() -> int {
+    Agent::CheckResult sum;
+    for (const std::string& path : *journals) {
+      Agent::JournalFile file(path);
+      const auto result =
+          Agent::check(file, [](const std::string& what) { std::cerr << what << '\n'; });
+      std::cout << file.name() << ": " << result.lines << " good lines, " << result.malformed
+                << " malformed, " << result.refused << " refused\n";
+      sum.malformed += result.malformed;
+      sum.refused += result.refused;
+    }
+    if (sum.malformed != 0) return Agent::ExitStatus::failed;
+    return sum.refused != 0 ? Agent::ExitStatus::refused : Agent::ExitStatus::done;
+  };
+}
+
+Command addGenerate(CLI::App& program) {
+  auto options = std::make_shared<Agent::GenerateOptions>();
+  using Limits = Agent::GenerateOptions;
+  CLI::App& command = *program.add_subcommand("generate", "Make a journal of any size");
+  command.footer("  vxlan-agent generate --vnis 1000 --hosts 1000 | vxlan-agent replay -");
+  command.add_option("--vnis", options->vnis, "VNIs, each with a VLAN of its own")
+      ->check(CLI::Range(1U, Limits::maxVnis))
+      ->capture_default_str();
+  command.add_option("--hosts", options->hostsPerVni, "Hosts of each VNI")
+      ->check(CLI::Range(0U, Limits::maxHostsPerVni))
+      ->capture_default_str();
+  command.add_option("--vteps", options->vteps, "Remote VTEPs")
+      ->check(CLI::Range(1U, Limits::maxVteps))
+      ->capture_default_str();
+  command.add_option("--moves", options->moves, "Moves of hosts")->capture_default_str();
+  command.add_option("--restarts", options->restarts, "Restarts of the controller")
+      ->capture_default_str();
+  command.add_option("--seed", options->seed, "Another seed, another journal")
+      ->capture_default_str();
+  return [options]() -> int {
+    Agent::generate(*options, std::cout);
+    return Agent::ExitStatus::done;
+  };
+}
+
+int run(int argc, char** argv) {
+  CLI::App program("The VXLAN controller client over recorded state.", "vxlan-agent");
+  program.set_version_flag("--version", VXLAN_VERSION);
+  program.require_subcommand(1);
+  program.footer("vxlan-agent COMMAND --help tells more. " + std::string(exitCodes));
+  const std::map<std::string, Command> commands{{"replay", addReplay(program)},
+                                                {"trace", addTrace(program)},
+                                                {"check", addCheck(program)},
+                                                {"generate", addGenerate(program)}};
+  try {
+    program.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? Agent::ExitStatus::done : Agent::ExitStatus::wrongUsage;
+  }
+  const int status = commands.at(program.get_subcommands().front()->get_name())();
+  errno = 0;
+  if (!std::cout.flush())
+    throw std::system_error(errno != 0 ? errno : EIO, std::generic_category(),
+                            "cannot write the output");
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::ios_base::sync_with_stdio(false);
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "vxlan-agent: " << error.what() << '\n';
+    return Agent::ExitStatus::failed;
+  }
+}
