@@ -335,7 +335,7 @@ void VxlanControllerClientSm::handleZepStateBaseDir() {
   for (auto entry = dir->entityPtr().begin(); entry; ++entry) handleZepStateBaseDir(entry.key());
 }
 
-void VxlanControllerClientSm::handleZepStateBaseDir(Moru::Name name) {
+void VxlanControllerClientSm::handleZepStateBaseDir(const Moru::Name& name) {
   MORU_TRACE(8, "handleZepStateBaseDir", name);
   if (!initialized()) return;
   const auto entity = entityOf(zepStateBaseDir(), name);
@@ -404,7 +404,7 @@ void VxlanControllerClientSm::handleControllerVniBaseDir() {
     handleControllerVniBaseDir(entry.key());
 }
 
-void VxlanControllerClientSm::handleControllerVniBaseDir(Moru::Name name) {
+void VxlanControllerClientSm::handleControllerVniBaseDir(const Moru::Name& name) {
   MORU_TRACE(8, "handleControllerVniBaseDir", name);
   if (!initialized()) return;
   const auto entity = entityOf(controllerStatusBaseDir(), name);

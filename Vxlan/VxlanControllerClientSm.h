@@ -320,7 +320,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
   // --- Controller state and convergence ---
 
   // Brings the convergence machine in line with one entry of the state directory, or with all.
-  void handleZepStateBaseDir(Moru::Name name);
+  void handleZepStateBaseDir(const Moru::Name& name);
   void handleZepStateBaseDir();
 
   // The client view has been written.
@@ -333,7 +333,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
 
   // Brings a VNI's machine in line with its entry of the status directory, or all with all. Throws
   // RangeException for a name that is no VNI; a new entry of VNI 0 is a fatal assertion.
-  void handleControllerVniBaseDir(Moru::Name name);
+  void handleControllerVniBaseDir(const Moru::Name& name);
   void handleControllerVniBaseDir();
 
   // A VNI has become mapped or imported.

@@ -124,14 +124,12 @@ bool Replay::fireClocks(double until) {
     status_ = ExitStatus::restless;
     ended_ = true;
   }
-  if (isOver()) return false;
-  if (until != Moru::Clock::never) {
-    if (virtualTime_)
-      virtualTime_->waitUntil(until);
-    else
-      facility_->runUntil(until);
-  }
-  return true;
+  if (isOver() || until == Moru::Clock::never) return !isOver();
+  if (virtualTime_)
+    virtualTime_->waitUntil(until);
+  else
+    facility_->runUntil(until);
+  return !isOver();
 }
 
 void Replay::startClient() {

@@ -4,6 +4,7 @@
 #include <sstream>
 #include <string>
 
+#include "Vxlan/VxlanControllerClientSm.h"
 #include "agent/Generate.h"
 #include "agent/Journal.h"
 #include "agent/StateStore.h"
@@ -50,6 +51,28 @@ void readAndStoreLines(benchmark::State& state) {
   });
 }
 BENCHMARK(readAndStoreLines)->Unit(benchmark::kMillisecond);
+
+// The whole of a replay, without its dumps.
+void replayLines(benchmark::State& state) {
+  static const std::string text = generated();
+  std::uint64_t lines = 0;
+  for (auto _ : state) {
+    std::istringstream in(text);
+    Agent::Journal journal(in, "generated");
+    Agent::StateStore store;
+    const auto client = Vxlan::vxlanControllerClientSmFactory(
+        store.vtiStatusDir, store.controllerStatusBaseDir, store.zepStateClientView,
+        store.vxlanHwStatusDir, store.mlagStatus, store.mlagVxlanStatus, store.zepStateBaseDir,
+        store.vlanVniMaps, store.zepSde, store.l2RibZepInput, store.zepConvergenceStatus);
+    while (const auto line = journal.next()) {
+      if (const auto* change = std::get_if<Agent::Change>(&line->action)) store.apply(*change);
+      ++lines;
+    }
+  }
+  state.counters["lines"] =
+      benchmark::Counter(static_cast<double>(lines), benchmark::Counter::kIsRate);
+}
+BENCHMARK(replayLines)->Unit(benchmark::kMillisecond);
 
 void findStartOfNone(benchmark::State& state) {
   const std::string text = generated();
