@@ -82,6 +82,20 @@ TEST(JournalFile, ReadsARecordingWithoutComplaint) {
   EXPECT_EQ(result.malformed + result.refused, 0U);
 }
 
+TEST(JournalFile, ReadsEveryExampleWithoutComplaint) {
+  std::size_t journals = 0;
+  for (const auto& each : std::filesystem::directory_iterator(EXAMPLE_JOURNALS)) {
+    if (each.path().extension() != ".jsonl") continue;
+    Agent::JournalFile file(each.path());
+    const auto result =
+        Agent::check(file, [](const std::string& complaint) { ADD_FAILURE() << complaint; });
+    EXPECT_GT(result.lines, 0U) << each.path();
+    EXPECT_EQ(result.malformed + result.refused, 0U) << each.path();
+    ++journals;
+  }
+  EXPECT_GE(journals, 5U);
+}
+
 TEST(JournalFile, ReadsAPipeTwiceAndLeavesNothingBehind) {
   const std::filesystem::path folder =
       testing::TempDir() + "journal-file-" + std::to_string(getpid());
