@@ -1,0 +1,81 @@
+# Bash completion for vxlan-agent. Needs nothing but bash 4.
+
+# _vxlan_agent_reply WORD...: those of the words that begin with what has been typed.
+_vxlan_agent_reply() {
+  mapfile -t COMPREPLY < <(compgen -W "$*" -- "$_vxlan_agent_typed")
+}
+
+# _vxlan_agent_files SUFFIX: directories, and the files that end in it.
+_vxlan_agent_files() {
+  compopt -o filenames 2>/dev/null
+  mapfile -t COMPREPLY < <(
+    compgen -d -- "$_vxlan_agent_typed" || true
+    compgen -f -X "!*$1" -- "$_vxlan_agent_typed"
+  )
+}
+
+_vxlan_agent_directories() {
+  compopt -o filenames 2>/dev/null
+  mapfile -t COMPREPLY < <(compgen -d -- "$_vxlan_agent_typed")
+}
+
+# The value of an option of a command; fails if there is no such option, or it takes none.
+_vxlan_agent_value() {
+  case $1:$2 in
+    replay:--format) _vxlan_agent_reply table json ;;
+    trace:--format) _vxlan_agent_reply text json ;;
+    trace:--level) _vxlan_agent_reply {0..9} ;;
+    replay:--ring) _vxlan_agent_directories ;;
+    replay:--max-process-time | replay:--time-per-read | replay:--rows | trace:--grep) ;;
+    generate:--help) return 1 ;;
+    generate:--*) ;;
+    *) return 1 ;;
+  esac
+}
+
+# Behind a "=": also of an option that can do without a value.
+_vxlan_agent_value_behind_equals() {
+  if [[ $1:$2 == replay:--trace ]]; then
+    _vxlan_agent_reply {0..9}
+  else
+    _vxlan_agent_value "$1" "$2"
+  fi
+}
+
+_vxlan_agent() {
+  local _vxlan_agent_typed=${COMP_WORDS[COMP_CWORD]}
+  local command=${COMP_WORDS[1]-} before=${COMP_WORDS[COMP_CWORD - 1]}
+  COMPREPLY=()
+
+  if ((COMP_CWORD == 1)); then
+    _vxlan_agent_reply replay trace check generate --help --version
+    return
+  fi
+
+  # "--option=value" comes as three words, or as two while the value is empty.
+  if [[ $_vxlan_agent_typed == = ]]; then
+    _vxlan_agent_typed=
+    _vxlan_agent_value_behind_equals "$command" "$before"
+    return 0
+  fi
+  if [[ $before == = ]]; then
+    _vxlan_agent_value_behind_equals "$command" "${COMP_WORDS[COMP_CWORD - 2]}"
+    return 0
+  fi
+  _vxlan_agent_value "$command" "$before" && return
+
+  # A "-" alone is the standard input.
+  case $command:$_vxlan_agent_typed in
+    replay:-*)
+      _vxlan_agent_reply - --format --max-process-time --time-per-read --realtime --keep-going \
+        --trace --ring --diff --timeline --rows --help
+      ;;
+    trace:-*) _vxlan_agent_reply --level --grep --follow --format --help ;;
+    check:-*) _vxlan_agent_reply - --help ;;
+    generate:*) _vxlan_agent_reply --vnis --hosts --vteps --moves --restarts --seed --help ;;
+    replay:* | check:*) _vxlan_agent_files .jsonl ;;
+    trace:*) _vxlan_agent_files .rlg ;;
+  esac
+}
+
+complete -F _vxlan_agent vxlan-agent
