@@ -55,6 +55,8 @@ double Replay::time() const { return virtualTime_ ? virtualTime_->time() : facil
 
 std::string Replay::place() const { return name_ + ':' + std::to_string(line_); }
 
+bool Replay::isAbsent(Input input) const { return lifecycle_.absent().test(bitOf(input)); }
+
 bool Replay::isOver() const { return ended_ || StopSignal::number() != 0; }
 
 ExitStatus Replay::run() {
@@ -134,7 +136,7 @@ bool Replay::fireClocks(double until) {
 
 void Replay::startClient() {
   const auto given = [this]<class E>(Input input, const Moru::Ptr<E>& entity) {
-    return lifecycle_.absent().test(bitOf(input)) ? Moru::Ptr<E>() : entity;
+    return isAbsent(input) ? Moru::Ptr<E>() : entity;
   };
   try {
     client_ = Vxlan::vxlanControllerClientSmFactory(
@@ -158,8 +160,7 @@ void Replay::startClient() {
 void Replay::printDump(const std::string& label) {
   progress_.clear();
   const auto given = [this]<class E>(Input input, const Moru::Ptr<E>& entity) {
-    return lifecycle_.absent().test(bitOf(input)) ? Moru::Ptr<E const>()
-                                                  : Moru::Ptr<E const>(entity);
+    return isAbsent(input) ? Moru::Ptr<E const>() : Moru::Ptr<E const>(entity);
   };
   const Outputs outputs{given(Input::l2RibZepInput, store_.l2RibZepInput),
                         given(Input::zepSde, store_.zepSde),
@@ -174,11 +175,14 @@ void Replay::printDump(const std::string& label) {
 
 void Replay::printTurn() {
   if (!options_.timeline) return;
-  const auto& status = store_.zepConvergenceStatus;
-  output_.turn({time(), store_.l2RibZepInput->host().size(),
-                client_ ? client_->hostTable()->markedForDelCount() : 0,
-                hostWatcher_->takeDeleted(), status->unicastDeferredDeletionInProgress(),
-                status->bumDeferredDeletionInProgress()});
+  Turn turn{time(), store_.l2RibZepInput->host().size(),
+            client_ ? client_->hostTable()->markedForDelCount() : 0, hostWatcher_->takeDeleted()};
+  if (!isAbsent(Input::zepConvergenceStatus)) {
+    const auto& status = store_.zepConvergenceStatus;
+    turn.unicastDeferredDeletion = status->unicastDeferredDeletionInProgress();
+    turn.bumDeferredDeletion = status->bumDeferredDeletionInProgress();
+  }
+  output_.turn(turn);
 }
 
 // True if the replay goes on.

@@ -66,6 +66,7 @@ class Replay {
   void printDump(const std::string& label);
   void printTurn();
   bool takeException(const Moru::Exception& exception);
+  bool isAbsent(Input input) const;
   bool isOver() const;
   std::string place() const;
 

@@ -212,7 +212,7 @@ void StateStore::del(const ControllerHost& target) {
 
 void StateStore::set(const ControllerMultiPath& target, const ControllerMultiPath::Value& value) {
   VxlanController::MacVtepMultiPathV2 multiPath(target.mac);
-  for (const Vorn::IpAddr& vtep : value) multiPath.vtepIpList.emplace(vtep, true);
+  for (const Vorn::IpAddr& vtep : value) multiPath.vtepIpList[vtep] = true;
   vniMade(target.name)->macVtepMultiPathTableIs(target.mac, multiPath);
 }
 

@@ -2,19 +2,14 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
 #include <ostream>
 
 #include "model/Vorn/EthAddr.h"
-#include "model/Vorn/IpAddr.h"
+#include "model/VxlanController/VtepIpList.h"
 
 namespace VxlanController {
 
 struct MacVtepMultiPathV2 {
-  // In ascending order of the addresses, which are what counts; the flag says nothing to the
-  // client.
-  using VtepIpList = std::map<Vorn::IpAddr, bool>;
-
   MacVtepMultiPathV2() = default;
   explicit MacVtepMultiPathV2(const Vorn::EthAddr& mac) : macAddr(mac) {}
 
@@ -26,6 +21,7 @@ struct MacVtepMultiPathV2 {
   friend bool operator==(const MacVtepMultiPathV2&, const MacVtepMultiPathV2&) = default;
 
   Vorn::EthAddr macAddr;
+  // The addresses are what counts; the flag says nothing to the client.
   VtepIpList vtepIpList;
 };
 
