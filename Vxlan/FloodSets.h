@@ -29,7 +29,7 @@ bool isDestListed(const L2Rib::Dest& dest, IsListed&& isListed) {
 // Removes the destinations that `isKept(dest)` says no to, and says how many.
 template <class IsKept>
 std::size_t sweepDests(const Moru::Ptr<L2Rib::FloodSet>& set, IsKept&& isKept) {
-  const Moru::Ptr<L2Rib::FloodSet> floodSet = set;  // which the caller may exchange meanwhile
+  const Moru::Ptr<L2Rib::FloodSet> floodSet(set.get());  // which the caller may exchange meanwhile
   std::size_t swept = 0;
   for (auto dest = floodSet->destSet().begin(); dest; ++dest) {
     if (isKept(dest.key())) continue;

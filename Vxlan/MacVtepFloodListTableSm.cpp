@@ -122,7 +122,7 @@ bool MacVtepFloodListTableSm::isMember(const Vorn::IpAddr& ip) const {
 }
 
 Moru::Ptr<L2Rib::FloodSet> MacVtepFloodListTableSm::floodSetOf(const Bridging::VlanId& vlan) const {
-  const auto floodSet = zepSde_->vlanFloodSetIs(vlan)->floodSetIs(macAddr_);
+  auto floodSet = zepSde_->vlanFloodSetIs(vlan)->floodSetIs(macAddr_);
   floodSet->floodSetTypeIs(L2Rib::FloodSetType::sendToAll);
   return floodSet;
 }

@@ -530,8 +530,7 @@ Moru::Ptr<ZepMlagBumStatusSm> VxlanControllerClientSm::MlagBumChild::set(
     const Moru::Ptr<VlanVniMaps const>& vlanVniMaps, const Moru::Ptr<L2Rib::SourceDirEntry>& sde) {
   if (machine_ && machine_->isMadeFrom(mlagVxlanStatus, vxlanHwStatusDir, vlanVniMaps, sde))
     return machine_;
-  const auto machine =
-      zepMlagBumStatusSmFactory(mlagVxlanStatus, vxlanHwStatusDir, vlanVniMaps, sde);
+  auto machine = zepMlagBumStatusSmFactory(mlagVxlanStatus, vxlanHwStatusDir, vlanVniMaps, sde);
   adopt(*machine);
   del();
   machine_ = machine;
