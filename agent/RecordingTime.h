@@ -17,9 +17,10 @@ class RecordingTime final : public Moru::TimeSource {
 
   // Returns early when the program is to stop.
   void waitUntil(double time) override {
-    constexpr double nap = 0.05;  // seconds
-    for (double left = time - now(); left > 0 && StopSignal::number() == 0; left = time - now())
-      std::this_thread::sleep_for(std::chrono::duration<double>(std::min(left, nap)));
+    constexpr double longestNap = 0.05;  // seconds
+    while (now() < time && StopSignal::number() == 0)
+      std::this_thread::sleep_for(
+          std::chrono::duration<double>(std::min(time - now(), longestNap)));
   }
 
  private:
