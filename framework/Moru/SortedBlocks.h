@@ -61,10 +61,11 @@ class SortedBlocks {
     return {blocks_.size(), 0};
   }
 
-  // Has the processor fetch where the key stands.
+  // Has the processor fetch where the key stands, unless it has just been there.
   void prefetch(const Key& key) const {
-    if (blocks_.empty()) return;
-    const Block& block = *blocks_[blockOf(key)];
+    const std::size_t last = lastBlock_;
+    if (blocks_.empty() || blockOf(key) == last) return;
+    const Block& block = *blocks_[lastBlock_];
     prefetchLine(&block.count);
     // The first steps of a search.
     for (std::size_t eighth = 1; eighth < 8; ++eighth)
