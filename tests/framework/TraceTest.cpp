@@ -1,5 +1,4 @@
 // Trace statements, the stream, the ring file and its reader.
-#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -23,6 +22,20 @@
 #include "framework/Moru/Trace.h"
 #include "framework/Ringlog/Reader.h"
 
+// Statements whose facility's name alone nearly fills the first step of the table of statements.
+namespace WordyTest {
+
+const std::string longName(60'000, 'f');
+Moru::TraceFacility traceFacility{longName.c_str()};
+
+void tooMuch() {
+  MORU_TRACE(8, " known");
+  for (int i = 0; i < 3; ++i) MORU_TRACE(8, " too much");
+  MORU_TRACE(8, " too much as well");
+}
+
+}  // namespace WordyTest
+
 namespace TraceTest {
 
 inline constinit Moru::TraceFacility traceFacility{"Test"};
@@ -31,17 +44,16 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
+template <class Value>
+struct Traced {
+  friend Value traceValue(const Traced& traced) { return traced.value; }
+  Value value;
+};
+constexpr Traced<Ringlog::Ip4Value> vtep{{0x0a000002}};
+constexpr Traced<Ringlog::IpValue> vtep6{{1, {0x20, 1, 0xd, 0xb8, 15}}};
+constexpr Traced<Ringlog::MacVlanValue> host{{{{2}}, 4094}};
 struct Mac {
   friend Ringlog::EthValue traceValue(const Mac&) { return {{2, 0, 0, 0, 0, 0xab}}; }
-};
-struct Vtep {
-  friend Ringlog::Ip4Value traceValue(const Vtep&) { return {0x0a000002}; }
-};
-struct Vtep6 {
-  friend Ringlog::IpValue traceValue(const Vtep6&) { return {1, {0x20, 1, 0xd, 0xb8, 15}}; }
-};
-struct Host {
-  friend Ringlog::MacVlanValue traceValue(const Host&) { return {{{2}}, 4094}; }
 };
 struct Printed {
   friend std::ostream& operator<<(std::ostream& out, const Printed&) { return out << "printed"; }
@@ -59,12 +71,8 @@ class TraceTest : public testing::Test {
   TraceTest() {
     char name[] = "/tmp/ring-test-XXXXXX";
     directory = mkdtemp(name);
-    Moru::traceSinkIs([this](const Moru::TraceMessage& message) {
-      stream.push_back(std::to_string(message.level) + ' ' + std::string(message.facility) + ' ' +
-                       std::string(message.text));
-    });
+    Moru::traceSinkIs([this](const Moru::TraceMessage& message) { add(stream, message); });
   }
-
   ~TraceTest() override {
     Ringlog::close();
     Ringlog::directoryIs("");
@@ -81,10 +89,14 @@ class TraceTest : public testing::Test {
 
   std::string path() const { return directory + "/test.rlg"; }
 
-  std::vector<std::string> texts(const Ringlog::Contents& contents) const {
+  static void add(std::vector<std::string>& texts, const auto& message) {
+    texts.push_back(std::to_string(message.level) + ' ' + std::string(message.facility) + ' ' +
+                    std::string(message.text));
+  }
+
+  static std::vector<std::string> texts(const Ringlog::Contents& contents) {
     std::vector<std::string> texts;
-    for (const auto& message : contents.messages)
-      texts.push_back(std::to_string(message.level) + ' ' + message.facility + ' ' + message.text);
+    for (const auto& message : contents.messages) add(texts, message);
     return texts;
   }
 
@@ -108,7 +120,7 @@ class TraceTest : public testing::Test {
 void everyKind(const std::string& text) {
   MORU_TRACE(3, "", true, " ", std::uint8_t{200}, " ", std::int8_t{-5}, " ", std::uint16_t{65535},
              " ", -7, " ", std::numeric_limits<std::uint64_t>::max(), " ", 0.1, " ", 2.5F);
-  MORU_TRACE(4, " ", Mac(), " ", Vtep(), " ", Vtep6(), " ", Host(), " ", Printed(), " ", text);
+  MORU_TRACE(4, " ", Mac(), " ", vtep, " ", vtep6, " ", host, " ", Printed(), " ", text);
   MORU_TRACE(9);
   MORU_TRACE(0, "text", " ", Moru::Name("name"), " ", Moru::Ptr<Moru::PtrInterface>());
 }
@@ -159,17 +171,17 @@ TEST_F(TraceTest, EvaluatesNothingThatIsOffAndKeepsToOneSink) {
 TEST_F(TraceTest, CutsLongTextsAndKeepsTheNewestWholeRecords) {
   open(4);
   MORU_TRACE(1, " ", std::string(1000, 'x'));
-  for (int i = 0; i < 5'000; ++i)
-    MORU_TRACE(2, " ", i, " ", std::string(static_cast<std::size_t>(i % 40), 'y'));
+  for (std::size_t i = 0; i < 5'000; ++i) MORU_TRACE(2, " ", i, " ", std::string(i % 40, 'y'));
   const auto contents = Ringlog::read(path());
   EXPECT_THAT(contents.problems, IsEmpty());
   ASSERT_GT(contents.messages.size(), 60U) << "4 KiB hold more than that";
   EXPECT_TRUE(contents.messages[0].text.ends_with(" " + std::string(255, 'x')));
-  int expected = 5'000 - static_cast<int>(contents.messages.size()) + 1;
-  for (std::size_t i = 1; i < contents.messages.size(); ++i, ++expected)
-    EXPECT_TRUE(contents.messages[i].text.ends_with(
-        " " + std::to_string(expected) + " " +
-        std::string(static_cast<std::size_t>(expected % 40), 'y')));
+  std::size_t expected = 5'000;
+  for (std::size_t i = contents.messages.size() - 1; i > 0; --i) {
+    const std::string filling(--expected % 40, 'y');
+    EXPECT_TRUE(
+        contents.messages[i].text.ends_with(" " + std::to_string(expected) + " " + filling));
+  }
 }
 
 TEST_F(TraceTest, OpensOnceAndKeepsTheFileOfTheProcessBefore) {
@@ -211,11 +223,9 @@ TEST_F(TraceTest, AProcessThatIsKilledLeavesOnlyWholeRecords) {
     std::uint32_t last = 0;
     for (const auto& message : contents.messages) {
       if (message.level != 8) continue;
-      std::istringstream text(message.text.substr(message.text.rfind(')') + 1));
-      std::uint32_t number = 0;
-      std::uint32_t inverse = 0;
-      text >> number >> inverse;
-      EXPECT_EQ(inverse, ~number);
+      const std::string values = message.text.substr(message.text.rfind(')') + 1);
+      const auto number = static_cast<std::uint32_t>(std::stoul(values));
+      EXPECT_EQ(values, " " + std::to_string(number) + " " + std::to_string(~number));
       EXPECT_TRUE(last == 0 || number == last + 1) << number << " after " << last;
       last = number;
     }
@@ -226,50 +236,19 @@ TEST_F(TraceTest, AFailedAssertionIsTheLastRecord) {
   const int status = inChild([&] {
     std::freopen("/dev/null", "w", stderr);
     open();
-    MORU_TRACE(8, " before");
     Moru::assertThat(1 + 1 == 3, "1 + 1 == 3", [] { return std::string("it is 2"); });
   });
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
-  EXPECT_THAT(
-      texts(Ringlog::read(path())),
-      ElementsAre(HasSubstr(" before"), HasSubstr("assertion failed: 1 + 1 == 3: it is 2")));
+  EXPECT_THAT(texts(Ringlog::read(path())),
+              ElementsAre(HasSubstr("assertion failed: 1 + 1 == 3: it is 2")));
 }
-
-}  // namespace TraceTest
-
-// Statements whose facility's name alone nearly fills the first step of the table of statements.
-namespace WordyTest {
-
-constexpr auto longName = [] {
-  std::array<char, 60'001> name{};
-  name.fill('f');
-  name.back() = '\0';
-  return name;
-}();
-constinit Moru::TraceFacility traceFacility{longName.data()};
-
-void tooMuch() {
-  MORU_TRACE(8, " known");
-  for (int i = 0; i < 3; ++i) MORU_TRACE(8, " too much");
-  MORU_TRACE(8, " too much as well");
-}
-
-}  // namespace WordyTest
-
-namespace TraceTest {
 
 // What a process says whose ring cannot be written: once, and it goes on.
 class RingFailure : public TraceTest {
  protected:
-  // Child processes tell by their exit status.
-  enum { fine = 0, notSaidOnce = 1, otherText = 2 };
-
-  int saidOnce(const std::string& text) {
-    if (stream.size() != 1) return notSaidOnce;
-    return stream[0].find(text) != std::string::npos &&
-                   Ringlog::error().find(text) != std::string::npos
-               ? fine
-               : otherText;
+  bool saidOnce(const std::string& text) const {
+    return stream.size() == 1 && stream[0].find(text) != std::string::npos &&
+           Ringlog::error().find(text) != std::string::npos;
   }
 
   static void sayAll() { Ringlog::traceFacility.streamLevelsIs(1); }  // level 0
@@ -282,7 +261,7 @@ TEST_F(RingFailure, OfADirectoryThatIsNotThere) {
     Ringlog::open("test.rlg", std::vector<std::size_t>(10, 33));
     MORU_TRACE(8, " goes on");
   }
-  EXPECT_EQ(saidOnce("No such file or directory"), fine);
+  EXPECT_TRUE(saidOnce("No such file or directory"));
 }
 
 TEST_F(RingFailure, OfALimitOnTheSizeOfFiles) {
@@ -293,19 +272,17 @@ TEST_F(RingFailure, OfALimitOnTheSizeOfFiles) {
       const rlimit limit{bytes, bytes};
       setrlimit(RLIMIT_FSIZE, &limit);
       open();
-      _exit(body());
+      _exit(body() ? EXIT_SUCCESS : EXIT_FAILURE);
     });
   };
-  EXPECT_EQ(limited(100'000, [&] { return saidOnce("may write files of 100000"); }), fine);
+  EXPECT_EQ(limited(100'000, [&] { return saidOnce("may write files of 100000"); }), 0);
   EXPECT_FALSE(std::filesystem::exists(path()));
-
-  EXPECT_EQ(limited(420'000,
-                    [&] {
-                      WordyTest::tooMuch();
-                      ::TraceTest::everyKind("small enough");
-                      return saidOnce("takes no further statements");
-                    }),
-            fine);
+  const auto fill = [&] {
+    WordyTest::tooMuch();
+    ::TraceTest::everyKind("small enough");
+    return saidOnce("takes no further statements");
+  };
+  EXPECT_EQ(limited(420'000, fill), 0);
   const auto contents = Ringlog::read(path());
   EXPECT_THAT(contents.problems, IsEmpty());
   EXPECT_EQ(contents.messages.size(), 5U);
@@ -317,7 +294,7 @@ TEST_F(RingFailure, OfAFullDisk) {
     GTEST_SKIP() << "no right to mount a small file system here: " << std::strerror(errno);
   sayAll();
   open();
-  EXPECT_EQ(saidOnce("No space left on device"), fine);
+  EXPECT_TRUE(saidOnce("No space left on device"));
   EXPECT_FALSE(std::filesystem::exists(path()));
   umount(directory.c_str());
 }
@@ -329,8 +306,7 @@ class RingCorruption : public TraceTest {
     for (int i = 0; i < 30; ++i) everyKind("text " + std::to_string(i));
     Ringlog::close();
     std::ifstream file(path(), std::ios::binary);
-    std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    return bytes;
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   }
 
   static Ringlog::Contents read(const std::vector<char>& bytes) {
@@ -345,11 +321,9 @@ TEST_F(RingCorruption, IsSaidInWords) {
   EXPECT_THAT(read(std::vector<char>(10'000, 'x')).problems,
               ElementsAre(HasSubstr("no trace ring")));
   auto bytes = sample();
-  const auto whole = read(bytes);
-  EXPECT_THAT(whole.problems, IsEmpty());
+  EXPECT_THAT(read(bytes).problems, IsEmpty());
   bytes.resize(4096 + 10 * 1024 + 100);  // in the middle of the first site
-  const auto half = read(bytes);
-  EXPECT_THAT(half.problems, testing::Contains(HasSubstr("site table")));
+  EXPECT_THAT(read(bytes).problems, testing::Contains(HasSubstr("site table")));
 }
 
 TEST_F(RingCorruption, CrashesAndHangsNothing) {

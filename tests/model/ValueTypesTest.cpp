@@ -1,10 +1,11 @@
 // The value types: ranges, parsing and printing, order, hashes.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
-#include <unordered_set>
 
 #include "framework/Moru/Exception.h"
 #include "model/Bridging/MacVlanPair.h"
@@ -12,11 +13,9 @@
 #include "model/Bridging/VlanIdOrNone.h"
 #include "model/L2Rib/CiDest.h"
 #include "model/L2Rib/Dest.h"
-#include "model/L2Rib/Host.h"
 #include "model/Vorn/EthAddr.h"
 #include "model/Vorn/IntfId.h"
 #include "model/Vorn/IpGenAddr.h"
-#include "model/Vxlan/ReceivedEntry.h"
 #include "model/Vxlan/VniExt.h"
 #include "model/Vxlan/VniSourcePair.h"
 #include "model/VxlanController/MacVtepMultiPathV2.h"
@@ -45,32 +44,21 @@ std::string printed(const T& value) {
 }
 
 template <class T>
-void expectRefused(std::int64_t value, const char* text) {
-  try {
-    T{value};
-    ADD_FAILURE() << value << " was accepted";
-  } catch (const Moru::RangeException& error) {
-    EXPECT_STREQ(error.what(), text) << value;
-  }
+void expectBounds(std::int64_t min, std::int64_t max, std::int64_t wraps, const std::string& text) {
+  for (const std::int64_t value : {min, max}) EXPECT_EQ(printed(T(value)), std::to_string(value));
+  for (const std::int64_t value : {min - 1, max + 1, wraps})
+    EXPECT_THAT([value] { T{value}; },
+                testing::ThrowsMessage<Moru::RangeException>(testing::StrEq(text)));
 }
 
 TEST(RangedNumbers, AcceptTheirRangeAndNothingBesideIt) {
-  constexpr const char* vlanText = "VlanId::value < 1 or > 4094 not allowed";
-  for (const std::int64_t value : {0, 4095, 65537, -1}) expectRefused<VlanId>(value, vlanText);
-  EXPECT_EQ(VlanId(1).value(), 1);
-  EXPECT_EQ(VlanId(4094).value(), 4094);
+  expectBounds<VlanId>(1, 4094, 65537, "VlanId::value < 1 or > 4094 not allowed");
+  expectBounds<VlanIdOrNone>(0, 4094, 65536, "VlanIdOrNone::value > 4094 not allowed");
+  expectBounds<VniExt>(0, 4294967294, 4294967296,
+                       "VniExt::value < VniExt::min or > VniExt::max not allowed");
   EXPECT_EQ(VlanId(), VlanId(1));
-
-  constexpr const char* orNoneText = "VlanIdOrNone::value > 4094 not allowed";
-  for (const std::int64_t value : {4095, 65536, -1}) expectRefused<VlanIdOrNone>(value, orNoneText);
-  EXPECT_TRUE(!VlanIdOrNone(0));
-  EXPECT_FALSE(!VlanIdOrNone(4094));
-
-  constexpr const char* vniText = "VniExt::value < VniExt::min or > VniExt::max not allowed";
-  for (const std::int64_t value : {4294967295LL, 4294967296LL, -1LL})
-    expectRefused<VniExt>(value, vniText);
+  EXPECT_TRUE(!VlanIdOrNone());
   EXPECT_EQ(VniExt(0), VniExt());
-  EXPECT_EQ(printed(VniExt(4294967294)), "4294967294");
 }
 
 TEST(VniSourcePair, IsEmptyOnlyByDefaultAndChecksItsVniWhenAsked) {
@@ -87,11 +75,9 @@ TEST(EthAddr, ParsesPrintsAndOrders) {
   EXPECT_EQ(printed(EthAddr::fromValue(0x02005e1000ff)), "02:00:5e:10:00:ff");
   for (const char* wrong :
        {"", "02:00:00:00:00", "02:00:00:00:00:01:", "02:00:00:00:00:01:02", "02:00:00:00:00:001",
-        "02:00::00:00:01", "02:00:00:00:00:0g", "-2:00:00:00:00:01", " 2:00:00:00:00:01",
-        "020000000001", "02-00-00-00-00-01"})
+        "02:00::00:00:01", "02:00:00:00:00:0g", "-2:00:00:00:00:01", " 2:00:00:00:00:01"})
     EXPECT_EQ(EthAddr::parse(wrong), std::nullopt) << wrong;
   EXPECT_LT(EthAddr::fromValue(0x00ff00000000), EthAddr::fromValue(0x010000000000));
-  static_assert(sizeof(EthAddr) == 6 && sizeof(MacVlanPair) == 8);
 }
 
 RC_GTEST_PROP(EthAddr, PrintingAndParsingAreInverse, (std::uint64_t value)) {
@@ -103,34 +89,28 @@ RC_GTEST_PROP(EthAddr, PrintingAndParsingAreInverse, (std::uint64_t value)) {
 TEST(IpAddresses, ParseAndPrint) {
   EXPECT_EQ(IpAddr::parse("10.0.0.2"), IpAddr(0x0a000002));
   EXPECT_EQ(printed(IpAddr(0xfffefdfc)), "255.254.253.252");
-  for (const std::string wrong : {"", "10.0.0", "10.0.0.256", "10.0.0.2 ", "::1", "a.b.c.d"})
+  using namespace std::string_view_literals;
+  for (const auto wrong : {""sv, "10.0.0"sv, "10.0.0.256"sv, "10.0.0.2 "sv, "::1"sv, "1.0.0.2\0"sv})
     EXPECT_EQ(IpAddr::parse(wrong), std::nullopt) << wrong;
-  EXPECT_EQ(IpAddr::parse(std::string_view("10.0.0.2\0", 9)), std::nullopt);
   EXPECT_LT(IpAddr(0x09ffffff), IpAddr(0x0a000000));
 
-  const auto six = Ip6Addr::parse("2001:db8::1");
-  ASSERT_TRUE(six);
-  EXPECT_EQ(*six, Ip6Addr({0x20010db8, 0, 0, 1}));
-  EXPECT_EQ(printed(*six), "2001:db8::1");
+  const Ip6Addr six({0x20010db8, 0, 0, 1});
+  EXPECT_EQ(Ip6Addr::parse("2001:db8::1"), six);
   EXPECT_EQ(Ip6Addr::parse("2001:db8"), std::nullopt);
-
   EXPECT_EQ(IpGenAddr::parse("10.0.0.2"), IpGenAddr(IpAddr(0x0a000002)));
-  EXPECT_EQ(printed(IpGenAddr(*six)), "2001:db8::1");
+  EXPECT_EQ(printed(IpGenAddr(six)), "2001:db8::1");
   EXPECT_EQ(IpGenAddr::parse("nowhere"), std::nullopt);
   EXPECT_NE(IpGenAddr(IpAddr(1)), IpGenAddr(Ip6Addr({1, 0, 0, 0}))) << "same words, other kind";
-  EXPECT_EQ(IpGenAddr(*six).ip4(), IpAddr());
-  EXPECT_EQ(IpGenAddr(), IpGenAddr(IpAddr()));
+  EXPECT_EQ(IpGenAddr(six).ip4(), IpAddr());
 }
 
 TEST(IntfId, IsTheNameAtThePriceOfANumber) {
-  EXPECT_EQ(IntfId("Vxlan1"), IntfId(std::string("Vxlan1")));
   EXPECT_NE(IntfId("Vxlan1"), IntfId("Vxlan2"));
   EXPECT_EQ(IntfId(), IntfId(""));
-  EXPECT_EQ(printed(IntfId("Vxlan1")), "Vxlan1");
   const IntfId later("IntfB");
   const IntfId earlier("IntfA");
   EXPECT_LT(earlier, later) << "by name, not by first use";
-  auto fill = [] {
+  const auto fill = [] {
     for (int i = 0; i < 2'000; ++i)
       EXPECT_EQ(IntfId("Intf" + std::to_string(i)).stringValue(), "Intf" + std::to_string(i));
   };
@@ -143,36 +123,21 @@ TEST(MacVlanPair, OrdersByMacThenVlanFromItsDefault) {
   const MacVlanPair lowest;
   const MacVlanPair next{EthAddr(), VlanId(2)};
   const MacVlanPair last{EthAddr::fromValue(1), VlanId(1)};
-  EXPECT_LT(lowest, next);
-  EXPECT_LT(next, last);
-  EXPECT_EQ((std::unordered_set<MacVlanPair>{lowest, next, last, next}.size()), 3U);
+  EXPECT_TRUE(lowest < next && next < last);
   EXPECT_EQ(printed(last), "00:00:00:00:00:01 vlan 1");
 }
 
-TEST(Records, AreAbsentExactlyWhenTheyEqualTheDefault) {
-  Vxlan::ReceivedEntry entry;
-  EXPECT_TRUE(!entry);
-  entry.markedForDel = true;
-  EXPECT_FALSE(!entry);
-  L2Rib::Host host;
-  EXPECT_TRUE(!host);
-  host.dest = L2Rib::CiDest(L2Rib::DestType::vtep);
-  EXPECT_FALSE(!host);
+TEST(Records, AreAbsentByWhatMattersInThem) {
   VxlanController::MacVtepV2 macVtep;
   macVtep.hostKind = static_cast<VxlanController::HostKind>(16);
   EXPECT_EQ(macVtep, VxlanController::MacVtepV2());
 
-  const auto mac = EthAddr::fromValue(7);
-  VxlanController::MacVtepMultiPathV2 paths(mac);
+  VxlanController::MacVtepMultiPathV2 paths(EthAddr::fromValue(7));
   EXPECT_TRUE(!paths);
   EXPECT_NE(paths, VxlanController::MacVtepMultiPathV2());
   paths.vtepIpList[IpAddr(1)] = false;
   EXPECT_FALSE(!paths) << "the flag does not matter";
   EXPECT_EQ(printed(paths), "00:00:00:00:00:07 vteps 0.0.0.1");
-  EXPECT_EQ(
-      printed(entry),
-      "00:00:00:00:00:00 vlan 1 vti  vtep 0.0.0.0 source 0 moveCount 0 hostKind 0 time 0 marked "
-      "for deletion");
 }
 
 TEST(CiDest, HoldsTwoVtepsAndRefusesAThird) {
@@ -181,12 +146,9 @@ TEST(CiDest, HoldsTwoVtepsAndRefusesAThird) {
   EXPECT_EQ(dest.vtepAddrs(), 2U);
   EXPECT_EQ(dest.vtepAddr(0), IpGenAddr());
   const auto before = dest;
-  try {
-    dest.vtepAddrIs(2, IpAddr(6));
-    FAIL() << "accepted";
-  } catch (const Moru::SizeException& error) {
-    EXPECT_STREQ(error.what(), "PodArray::set expected size <= 2, instead got 3");
-  }
+  EXPECT_THAT([&] { dest.vtepAddrIs(2, IpAddr(6)); },
+              testing::ThrowsMessage<Moru::SizeException>(
+                  testing::StrEq("PodArray::set expected size <= 2, instead got 3")));
   EXPECT_EQ(dest, before);
 }
 
@@ -205,7 +167,6 @@ TEST(Dest, HashesByTheOneAtATimeScheme) {
   EXPECT_EQ(Dest(DestId(0), L2Rib::DestDataMpls{IntfId("E"), 1}).hash(), 0x7860e430U);
   EXPECT_EQ(Dest(DestId(2), L2Rib::DestDataTunnel{3}).hash(), 0x60861212U);
   EXPECT_EQ(printed(vxlan), "vxlan 10.0.0.2");
-  EXPECT_EQ(vxlan.vxlan().vtepAddr.ip4(), IpAddr(0x0a000002));
   EXPECT_NE(vxlan, Dest(DestId(0), L2Rib::DestDataVxlan{IpAddr(0x0a000003)}));
 }
 
