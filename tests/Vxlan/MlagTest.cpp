@@ -12,8 +12,6 @@ using namespace Test;
 using testing::IsEmpty;
 using Mode = Vxlan::BumReplicationMode;
 
-const L2Rib::FloodSetType sendToAll = L2Rib::FloodSetType::sendToAll;
-
 // Two VLANs, both modes the controller's, an active pair, and MAC 1 of the peer's VLAN 10.
 struct MlagTest : testing::Test {
   MlagTest() {
@@ -23,15 +21,10 @@ struct MlagTest : testing::Test {
     world.bumModes(Mode::controller, Mode::controller);
     world.mlag(true);
     set = world.peerFloodSet(10, 1);
-    set->floodSetTypeIs(sendToAll);
+    set->floodSetTypeIs(L2Rib::FloodSetType::sendToAll);
     set->destSetIs(dest(2), true);
     set->destSetIs(dest(3), false);
     world.converging(false);
-  }
-  void start() {
-    world.start();
-    world.rest();
-    world.trace();
   }
   void peerMode(Mode mode) const { world.peerBumStatus->bumReplicationModeIs(mode); }
   void expectCopied() const { EXPECT_EQ(world.floodSets(), floodSetsOf(*world.peerSde)); }
@@ -47,21 +40,13 @@ struct MlagTest : testing::Test {
   Ptr<L2Rib::FloodSet> set;
 };
 
-TEST_F(MlagTest, FollowsThePeer) {
-  start();
+// What else there is in following the peer, the random walk does.
+TEST_F(MlagTest, FollowsEntitiesThatAreFilledBeforeTheyAreAddedOrReplaceOthers) {
+  world.startAndRest();
   EXPECT_EQ(world.floodSets(), (FloodSets{{{10, 1}, "all 2"}}));
   EXPECT_EQ(local(10, 1)->destSets(), 1U) << "a false flag is no destination";
-  set->destSetIs(dest(3), true);
-  set->destSetIs(dest(2), false);
-  set->floodSetTypeIs(L2Rib::FloodSetType(7));
-  EXPECT_EQ(world.floodSets(), (FloodSets{{{10, 1}, "7: 3"}}));
-  EXPECT_EQ(local(10, 1)->destSets(), 1U);
-  set->destSetDel(dest(3));
-  world.peerFloodSet(10, 2)->destSetIs(dest(4), true);
   world.peerFloodSet(20, 5)->destSetIs(L2Rib::Dest(L2Rib::DestId(9), L2Rib::DestDataVxlan{vtep(6)}),
                                        true);
-  expectCopied();
-  // Filled before they are added, and in the place of others.
   const auto filled = create<L2Rib::FloodSet>(mac(5));
   filled->destSetIs(dest(8), true);
   world.peerSde->vlanFloodSetIs(VlanId(20))->floodSetIs(filled);
@@ -71,10 +56,7 @@ TEST_F(MlagTest, FollowsThePeer) {
   world.peerSde->vlanFloodSetIs(filledVlan);
   expectCopied();
   world.peerFloodSet(10, 6)->destSetIs(dest(10), true);
-  expectCopied();
   set->destSetIs(dest(11), true);  // which is the peer's no longer
-  expectCopied();
-  filledVlan->floodSetDel(mac(6));
   expectCopied();
   world.peerSde->vlanFloodSetDel(VlanId(10));
   EXPECT_TRUE(world.traced("Deleting local vlanFloodSet"));
@@ -95,23 +77,19 @@ TEST_F(MlagTest, SweepsWhatThePeerLacksWhetherOrNotItCopies) {
     world.start();
     EXPECT_EQ(world.floodSets(),
               (FloodSets{{{10, 1}, mode == Mode::controller ? "all 2" : "0: 2"}, {{30, 1}, "0:"}}));
-    EXPECT_TRUE(world.traced("markAndSweep vlan=20"));
     EXPECT_TRUE(world.traced("Sweeping vlan 20"));
     if (mode == Mode::unknown) {
       EXPECT_TRUE(world.traced("Sweeping 02:00:00:00:00:02 from vlan 10"));
       EXPECT_TRUE(world.traced("Sweeping vxlan 10.0.0.4 from 02:00:00:00:00:01 on vlan 10"));
     }
+    world.rest();
     world.stop();
   }
-  start();
 }
 
 TEST_F(MlagTest, CopiesWhileBothReplicateForTheController) {
   peerMode(Mode::unknown);
-  start();
-  EXPECT_EQ(machine()->bumRepMode(), Mode::unknown);
-  EXPECT_THAT(world.floodSets(), IsEmpty());
-  set->destSetIs(dest(4), true);
+  world.startAndRest();
   world.peerFloodSet(20, 1)->destSetIs(dest(4), true);
   EXPECT_THAT(world.floodSets(), IsEmpty());
   peerMode(Mode::controller);
@@ -119,28 +97,25 @@ TEST_F(MlagTest, CopiesWhileBothReplicateForTheController) {
   expectCopied();
   const FloodSets before = world.floodSets();
   peerMode(Mode::unknown);
-  EXPECT_EQ(world.floodSets(), before) << "what is there stays";
   set->destSetIs(dest(5), true);
   set->destSetDel(dest(2));
   world.peerFloodSet(20, 2);
-  EXPECT_EQ(world.floodSets(), before);
+  EXPECT_EQ(world.floodSets(), before) << "what is there stays";
   set->floodSetTypeIs(L2Rib::FloodSetType(9));
   EXPECT_EQ(local(10, 1)->floodSetType(), L2Rib::FloodSetType(9)) << "the type always follows";
   world.peerSde->vlanFloodSetDel(VlanId(20));
   EXPECT_FALSE(world.zepSde->vlanFloodSet(VlanId(20))) << "so does the end of a VLAN";
-  peerMode(Mode::controller);
-  expectCopied();
   world.bumStatus->bumReplicationModeIs(Mode::unknown);
-  EXPECT_THAT(world.floodSets(), IsEmpty()) << "the root clears all";
+  peerMode(Mode::controller);
   set->destSetIs(dest(6), true);
-  EXPECT_THAT(world.floodSets(), IsEmpty());
+  EXPECT_THAT(world.floodSets(), IsEmpty()) << "the root has cleared all";
   world.bumStatus->bumReplicationModeIs(Mode::controller);
   expectCopied();
 }
 
 TEST_F(MlagTest, FollowsAVlanWhileItHasAVni) {
   world.peerFloodSet(30, 1)->destSetIs(dest(2), true);
-  start();
+  world.startAndRest();
   EXPECT_EQ(world.floodSets(), (FloodSets{{{10, 1}, "all 2"}})) << "VLAN 30 has none";
   world.map("Vxlan1", 30, 300);
   expectCopied();
@@ -148,25 +123,24 @@ TEST_F(MlagTest, FollowsAVlanWhileItHasAVni) {
   const auto other = create<L2Rib::SourceDirEntry>();
   const auto alone = Vxlan::zepMlagBumStatusSmFactory(world.mlagVxlanStatus, world.vxlanHwStatusDir,
                                                       world.vlanVniMaps, other);
-  EXPECT_EQ(floodSetsOf(*other), world.floodSets());
   world.unmap("Vxlan1", 10);
   EXPECT_EQ(world.floodSets(), (FloodSets{{{30, 1}, "0: 2"}}));
-  EXPECT_TRUE(floodSetsOf(*other).contains({10, 1}));
   set->destSetIs(dest(4), true);
   world.peerFloodSet(10, 2);
-  EXPECT_EQ(floodSetsOf(*other).at({10, 1}), "all 2");
-  EXPECT_FALSE(floodSetsOf(*other).contains({10, 2}));
+  EXPECT_EQ(floodSetsOf(*other), (FloodSets{{{10, 1}, "all 2"}, {{30, 1}, "0: 2"}}));
   world.map("Vxlan1", 10, 100);
   expectCopied();
   EXPECT_EQ(floodSetsOf(*other), world.floodSets());
-  world.vlanVniMaps->vlanVniMapDel(IntfId("Vxlan1"));
+  world.vlanVniMaps->vlanVniMapDel(IntfId("Vxlan1"));  // what has been followed is followed on
+  peerMode(Mode::unknown);
+  peerMode(Mode::controller);
   set->destSetIs(dest(5), true);
   expectCopied();
 }
 
 // The controller's machines write the same flood sets, and take them away.
 TEST_F(MlagTest, CopiesAnewWhatOthersHaveRemoved) {
-  start();
+  world.startAndRest();
   world.peerFloodSet(10, 2)->destSetIs(dest(2), true);
   world.multiPath(100, 2, {8});
   world.withdrawMultiPath(100, 2);
@@ -180,7 +154,7 @@ TEST_F(MlagTest, CopiesAnewWhatOthersHaveRemoved) {
 
 TEST_F(MlagTest, IsThereWhileThePairIsActiveAndTheClientInControllerMode) {
   world.mlag(false);
-  start();
+  world.startAndRest();
   EXPECT_EQ(machine(), nullptr);
   world.multiPath(100, 9, {2});
   world.mlag(true);
@@ -195,14 +169,9 @@ TEST_F(MlagTest, IsThereWhileThePairIsActiveAndTheClientInControllerMode) {
   EXPECT_NE(machine(), first);
   EXPECT_EQ(first->remoteSde.reactor()->notifier(), nullptr) << "the first reacts no more";
   world.client->vlanVniMapsIs(world.vlanVniMaps);
-  const auto status = create<Mlag::Status>();
-  world.client->mlagStatusIs(status);
+  world.client->mlagStatusIs(create<Mlag::Status>());
   EXPECT_EQ(machine(), nullptr);
   world.client->mlagStatusIs(world.mlagStatus);
-  EXPECT_NE(machine(), nullptr);
-  world.vti("Vxlan1")->controllerClientModeIs(false);
-  EXPECT_EQ(machine(), nullptr);
-  world.vti("Vxlan1")->controllerClientModeIs(true);
   EXPECT_NE(machine(), nullptr);
   // A VNI that goes is swept, not wiped.
   world.zepSde->vlanFloodSetIs(VlanId(10))->floodSetIs(mac(4));
@@ -215,16 +184,11 @@ TEST_F(MlagTest, IsThereWhileThePairIsActiveAndTheClientInControllerMode) {
 }
 
 TEST_F(MlagTest, NeedsItsInputsAndRefusesNull) {
-  start();
-  const auto reactor = machine()->vlanFloodSet(VlanId(10));
-  try {
-    reactor->floodSetIs(nullptr);
-    FAIL();
-  } catch (const Moru::RangeException& exception) {
-    EXPECT_STREQ(exception.what(),
-                 "null _floodSet parameter to mutator for "
-                 "Vxlan::ZepMlagBumStatusSm::MoruVlanFloodSet::floodSet not allowed\"");
-  }
+  world.startAndRest();
+  EXPECT_EQ(refusal<Moru::RangeException>(
+                [&] { machine()->vlanFloodSet(VlanId(10))->floodSetIs(nullptr); }),
+            "null _floodSet parameter to mutator for "
+            "Vxlan::ZepMlagBumStatusSm::MoruVlanFloodSet::floodSet not allowed\"");
   const auto make = [this](const auto& status, const auto& dir) {
     return Vxlan::zepMlagBumStatusSmFactory(status, dir, world.vlanVniMaps, world.zepSde);
   };
@@ -238,29 +202,18 @@ TEST_F(MlagTest, NeedsItsInputsAndRefusesNull) {
 }
 
 TEST_F(MlagTest, SurvivesWatchersThatTakeItsReasonAway) {
-  const std::vector<std::function<void(World&)>> deeds = {
-      [](World& world) { world.mlag(false); },
-      [](World& world) { world.peerSde->vlanFloodSetDel(VlanId(10)); },
-      [](World& world) { world.peerSde->vlanFloodSetIs(VlanId(10))->floodSetDel(mac(1)); },
-      [](World& world) { world.zepSde->vlanFloodSetDelAll(); },
-      [](World& world) { world.peerBumStatus->bumReplicationModeIs(Mode::unknown); },
-      [](World& world) { world.bumStatus->bumReplicationModeIs(Mode::unknown); },
-      [](World& world) { world.unmap("Vxlan1", 10); },
-      [](World& world) { world.vti("Vxlan1")->controllerClientModeIs(false); },
-      [](World& world) { world.client = nullptr; },
-  };
   for (const std::uint32_t number : {4, 5, 6})
     world.peerFloodSet(10, 2)->destSetIs(dest(number), true);
-  for (std::size_t i = 0; i < deeds.size(); ++i) {
+  for (std::size_t i = 0; i < mishaps().size(); ++i) {
     for (const unsigned calls : {1U, 2U, 3U, 4U, 6U}) {
-      SCOPED_TRACE(testing::Message() << "deed " << i << " after " << calls);
+      SCOPED_TRACE(testing::Message() << "mishap " << i << " after " << calls);
       world.zepSde->vlanFloodSetDelAll();
       set = world.peerFloodSet(10, 1);
       set->destSetIs(dest(2), true);
       unsigned left = calls;
       std::vector<Moru::Ptr<Moru::PtrInterface>> watchers;
       const auto act = [&] {
-        if (left != 0 && --left == 0) deeds[i](world);
+        if (left != 0 && --left == 0) mishaps()[i](world);
       };
       // Of all that comes into being on the way.
       const auto onSets = [&](const auto& vlanFloodSet) {
@@ -285,15 +238,12 @@ TEST_F(MlagTest, SurvivesWatchersThatTakeItsReasonAway) {
       world.peerFloodSet(20, 3)->destSetIs(dest(9), true);
       left = 0;
       watchers.clear();
-      world.map("Vxlan1", 10, 100);
+      if (world.client) world.rest();
       world.bumModes(Mode::controller, Mode::controller);
-      world.vti("Vxlan1")->controllerClientModeIs(true);
       world.mlag(true);
-      if (!world.client) world.start();
-      world.bumStatus->bumReplicationModeIs(Mode::unknown);
-      world.bumStatus->bumReplicationModeIs(Mode::controller);
+      world.map("Vxlan1", 20, 200);
+      world.repair();
       expectCopied();
-      world.rest();
       world.stop();
     }
   }
@@ -318,12 +268,6 @@ struct MutualTest : testing::TestWithParam<int> {
     first.mlagVxlanStatus->peerBumStatusIs(second.bumStatus);
     second.mlagVxlanStatus->peerBumStatusIs(first.bumStatus);
   }
-  void eachStarts(World& world) const {
-    world.client = Vxlan::vxlanControllerClientSmFactory(
-        world.vtiStatusDir, world.controllerStatusBaseDir, world.zepStateClientView,
-        world.vxlanHwStatusDir, world.mlagStatus, world.mlagVxlanStatus, world.zepStateBaseDir,
-        world.vlanVniMaps, world.zepSde, world.l2RibZepInput, world.zepConvergenceStatus);
-  }
   void expectAlike() {
     first.rest();
     EXPECT_EQ(first.floodSets(), second.floodSets());
@@ -338,15 +282,15 @@ TEST_P(MutualTest, ComesToRest) {
   std::vector<int> order{0, 1, 2, 3};
   for (int i = 0; i < GetParam(); ++i) std::next_permutation(order.begin(), order.end());
   for (const int deed : order) {
-    if (deed == 0) eachStarts(first);
-    if (deed == 1) eachStarts(second);
+    if (deed == 0) first.start();
+    if (deed == 1) second.start();
     if (deed == 2) first.bumStatus->bumReplicationModeIs(Mode::controller);
     if (deed == 3) second.bumStatus->bumReplicationModeIs(Mode::controller);
   }
   expectAlike();
   first.floodList(100, 1, {3, 5});
   expectAlike();
-  EXPECT_EQ(second.floodSets().contains({10, 1}), true);
+  EXPECT_TRUE(second.floodSets().contains({10, 1}));
   second.multiPath(200, 7, {6});
   expectAlike();
   EXPECT_TRUE(first.floodSets().contains({20, 7}));
@@ -357,7 +301,7 @@ TEST_P(MutualTest, ComesToRest) {
   stopped.client = nullptr;
   first.floodList(100, 1, {9});
   second.floodList(100, 1, {9});
-  eachStarts(stopped);
+  stopped.start();
   expectAlike();
   stopped.bumStatus->bumReplicationModeIs(Mode::unknown);
   EXPECT_TRUE(first.floodSets().empty());

@@ -18,6 +18,7 @@ class Scenario : public testing::TestWithParam<int> {
     world.addVti("Vxlan1");
     for (const int vlan : {10, 20})
       world.mapAndImport("Vxlan1", vlan, 1000U + static_cast<unsigned>(vlan));
+    world.bumModes(Vxlan::BumReplicationMode::controller, Vxlan::BumReplicationMode::unknown);
     world.converging(false);
     world.start();
   }
@@ -30,6 +31,7 @@ class Scenario : public testing::TestWithParam<int> {
     EXPECT_FALSE(world.zepConvergenceStatus->unicastDeferredDeletionInProgress());
     EXPECT_EQ(world.received(), expectedHosts(world));
     EXPECT_EQ(world.vnis(), expectedVnis(world));
+    EXPECT_EQ(world.floodSets(), expectedFloodSets(world));
   }
 
   void endOfChapter() {
@@ -67,16 +69,22 @@ TEST_P(Scenario, BringUpAndMoves) {
 
 TEST_P(Scenario, ControllerRestart) {
   announce(1010, 0, 30, 2);
+  world.floodList(1010, 50, {2, 3});
+  world.floodList(1020, 50, {2, 3});
+  world.multiPath(1020, 50, {4, 5});
   endOfChapter();
   const Hosts before = world.ribHosts();
   world.converging(true);
   endOfChapter();
   withdraw(1010, 0, 30);
+  world.floodList(1010, 50, {3, 6});
+  world.multiPath(1020, 50, {5});
   if (GetParam() >= chapters) {
     EXPECT_EQ(world.ribHosts(), before) << "nothing is wiped";
   }
   endOfChapter();
   announce(1010, 10, 30, 2);
+  world.withdrawMultiPath(1020, 50);
   endOfChapter();
   world.converging(false);
   endOfChapter();
@@ -110,6 +118,7 @@ TEST_P(Scenario, ConvergenceThatIsInterrupted) {
 TEST_P(Scenario, VnisAndVlansThatComeAndGoMeanwhile) {
   announce(1010, 0, 10, 2);
   announce(1020, 10, 20, 2);
+  for (const std::uint32_t vni : {1010, 1020}) world.floodList(vni, 50, {2, 3});
   world.converging(true);
   world.unpublish(1010);
   endOfChapter();

@@ -15,9 +15,22 @@ namespace {
 
 using namespace Test;
 
-class Walker {
+// What two walkers have in common: a world, and chance.
+class Chance {
+ protected:
+  explicit Chance(unsigned seed) : random_(seed) {}
+  unsigned pick(unsigned count) { return static_cast<unsigned>(random_() % count); }
+
+  World world_{0.001};
+  unsigned last_ = 0;  // what was done last
+
+ private:
+  std::mt19937 random_;
+};
+
+class Walker : Chance {
  public:
-  Walker(unsigned seed, bool twoVtis) : random_(seed), twoVtis_(twoVtis) {
+  Walker(unsigned seed, bool twoVtis) : Chance(seed), twoVtis_(twoVtis) {
     world_.addVti("Vxlan1");
     if (twoVtis_) world_.addVti("Vxlan2");
     world_.bumModes(Vxlan::BumReplicationMode::controller, Vxlan::BumReplicationMode::unknown);
@@ -29,11 +42,12 @@ class Walker {
   void walk(int steps) {
     for (int step = 0; step < steps; ++step) {
       act();
-      ASSERT_NO_FATAL_FAILURE(world_.audit()) << "step " << step << ": " << last_;
+      SCOPED_TRACE(testing::Message() << "step " << step << " did " << last_);
+      ASSERT_NO_FATAL_FAILURE(world_.audit());
       if (dependsOnHistory_) continue;
-      ASSERT_EQ(world_.vnis(), expectedVnis(world_)) << "step " << step << ": " << last_;
-      ASSERT_EQ(world_.received(), expectedHosts(world_)) << "step " << step << ": " << last_;
-      ASSERT_NO_FATAL_FAILURE(auditFloodSets()) << "step " << step << ": " << last_;
+      ASSERT_EQ(world_.vnis(), expectedVnis(world_));
+      ASSERT_EQ(world_.received(), expectedHosts(world_));
+      ASSERT_NO_FATAL_FAILURE(auditFloodSets());
     }
     world_.vti("Vxlan1")->controllerClientModeIs(true);  // else nobody follows the controller
     world_.converging(false);
@@ -46,52 +60,44 @@ class Walker {
  private:
   static constexpr double budget = 0.0045;  // four entries at a millisecond a reading
 
-  unsigned pick(unsigned count) { return static_cast<unsigned>(random_() % count); }
   const char* anyVti() { return twoVtis_ && pick(2) == 0 ? "Vxlan2" : "Vxlan1"; }
   std::uint32_t anyVni() { return 100 + pick(6); }
   // Each VTI has VLANs of its own; every VNI may be mapped by either.
   int anyVlan(const char* intf) { return (intf[5] == '1' ? 10 : 20) + static_cast<int>(pick(4)); }
 
+  std::uint64_t anyListed() { return 1 + pick(3); }  // a MAC with flood lists
+
   void act() {
-    const unsigned die = pick(140);
-    if (die >= 100) return actOnFloodLists(die - 100);
-    if (die < 40)
-      return change("host", [this] { world_.host(anyVni(), pick(12), 1 + pick(4), pick(3)); });
-    if (die < 58) return change("withdraw", [this] { world_.withdraw(anyVni(), pick(12)); });
-    if (die < 66) return change("convergence", [this] { world_.converging(pick(2) == 0); });
-    if (die < 74) return change("a turn of the loop", [this] { world_.facility->fireDue(); });
-    if (die < 79) return change("map", [this] { remap(); });
-    if (die < 83) return change("import", [this] { import(); });
-    if (die < 86) return change("unpublish", [this] { world_.unpublish(anyVni()); });
-    if (die < 89) return change("mode", [this] { mode(); });
-    if (die < 91)
-      return change("virtual ARP", [this] { world_.vti(anyVti())->vArpVtepAddrIs(vtep(pick(5))); });
-    if (die < 93) return change("pass of time", [this] { world_.time->waitUntil(now() + 0.002); });
-    if (die < 95) return change("entry state", [this] { entryState(); });
-    if (die < 97) return change("VTI", [this] { renewVti(); });
-    change("restart", [this] {
-      world_.restart();
-      world_.client->maxProcessTimeIs(budget);
-      dependsOnHistory_ = false;
-    });
+    const double now = world_.time->time();
+    last_ = pick(140);
+    if (last_ < 40) return world_.host(anyVni(), pick(12), 1 + pick(4), pick(3));
+    if (last_ < 58) return world_.withdraw(anyVni(), pick(12));
+    if (last_ < 66) return world_.converging(pick(2) == 0);
+    if (last_ < 74) return static_cast<void>(world_.facility->fireDue());
+    if (last_ < 79) return remap();
+    if (last_ < 83) return import();
+    if (last_ < 86) return world_.unpublish(anyVni());
+    if (last_ < 89) return mode();
+    if (last_ < 91) return world_.vti(anyVti())->vArpVtepAddrIs(vtep(pick(5)));
+    if (last_ < 93) return static_cast<void>(world_.time->waitUntil(now + 0.002));
+    if (last_ < 95) return entryState();
+    if (last_ < 97) return renewVti();
+    if (last_ < 100) return restart();
+    if (last_ < 112) return world_.floodList(anyVni(), anyListed(), anyVteps());
+    if (last_ < 124) return world_.multiPath(anyVni(), anyListed(), anyVteps());
+    if (last_ < 129) return world_.withdrawFloodList(anyVni(), anyListed());
+    if (last_ < 134) return world_.withdrawMultiPath(anyVni(), anyListed());
+    if (last_ < 137)
+      return world_.bumStatus->bumReplicationModeIs(pick(3) == 0
+                                                        ? Vxlan::BumReplicationMode::unknown
+                                                        : Vxlan::BumReplicationMode::controller);
+    world_.converging(pick(3) == 0);
   }
 
-  void actOnFloodLists(unsigned die) {
-    if (die < 12)
-      return change("flood list", [this] { world_.floodList(anyVni(), 1 + pick(3), anyVteps()); });
-    if (die < 24)
-      return change("multipath", [this] { world_.multiPath(anyVni(), 1 + pick(3), anyVteps()); });
-    if (die < 29)
-      return change("no flood list", [this] { world_.withdrawFloodList(anyVni(), 1 + pick(3)); });
-    if (die < 34)
-      return change("no multipath", [this] { world_.withdrawMultiPath(anyVni(), 1 + pick(3)); });
-    if (die < 37)
-      return change("BUM mode", [this] {
-        world_.bumStatus->bumReplicationModeIs(pick(3) == 0
-                                                   ? Vxlan::BumReplicationMode::unknown
-                                                   : Vxlan::BumReplicationMode::controller);
-      });
-    change("convergence", [this] { world_.converging(pick(3) == 0); });
+  void restart() {
+    world_.restart();
+    world_.client->maxProcessTimeIs(budget);
+    dependsOnHistory_ = false;
   }
 
   Vteps anyVteps() {
@@ -124,14 +130,6 @@ class Walker {
       if ((" " + set + " ").find(" " + word + " ") == std::string::npos) return false;
     return true;
   }
-
-  template <class Change>
-  void change(const char* what, Change change) {
-    last_ = what;
-    change();
-  }
-
-  double now() const { return world_.time->time(); }
 
   // A VNI stands in one place of a map: it is taken from its VLAN before another gets it.
   void remap() {
@@ -192,17 +190,14 @@ class Walker {
     world_.addVti(intf, mode, learning);
   }
 
-  World world_{0.001};
-  std::mt19937 random_;
   const bool twoVtis_;
   bool dependsOnHistory_ = false;
-  const char* last_ = "";
 };
 
 // The same for the copying of the MLAG peer's flood sets, without any of the controller's own.
-class MlagWalker {
+class MlagWalker : Chance {
  public:
-  explicit MlagWalker(unsigned seed) : random_(seed) {
+  explicit MlagWalker(unsigned seed) : Chance(seed) {
     world_.addVti("Vxlan1");
     world_.bumModes(controller, controller);
     world_.mlag(true);
@@ -221,7 +216,6 @@ class MlagWalker {
  private:
   static constexpr Vxlan::BumReplicationMode controller = Vxlan::BumReplicationMode::controller;
 
-  unsigned pick(unsigned count) { return static_cast<unsigned>(random_() % count); }
   int anyVlan() { return 10 + static_cast<int>(pick(4)); }
   Vxlan::BumReplicationMode anyMode() {
     return pick(3) == 0 ? Vxlan::BumReplicationMode::unknown : controller;
@@ -275,10 +269,6 @@ class MlagWalker {
     std::erase_if(peers, isUnmapped);
     ASSERT_EQ(sets, peers);
   }
-
-  World world_{0.001};
-  std::mt19937 random_;
-  unsigned last_ = 0;
 };
 
 class RandomWalk : public testing::TestWithParam<unsigned> {};

@@ -14,11 +14,6 @@ namespace {
 
 constexpr Moru::TraceFacility::Levels level8 = 1U << 8;
 
-template <class E>
-void count(World::Liveness& counts, const Ptr<E>& entity) {
-  if (entity) counts[entity.get()] = {entity->references(), entity->notifiees()};
-}
-
 }  // namespace
 
 World::World(double timePerRead)
@@ -62,31 +57,24 @@ void World::stop() {
 
 World::Liveness World::liveness() const {
   Liveness counts;
-  count(counts, vtiStatusDir);
-  count(counts, controllerStatusBaseDir);
-  count(counts, zepStateClientView);
-  count(counts, vxlanHwStatusDir);
-  count(counts, mlagStatus);
-  count(counts, mlagVxlanStatus);
-  count(counts, zepStateBaseDir);
-  count(counts, vlanVniMaps);
-  count(counts, zepSde);
-  count(counts, l2RibZepInput);
-  count(counts, zepConvergenceStatus);
-  for (const auto& [intf, status] : Vxlan::vtiStatusesOf(vtiStatusDir)) count(counts, status);
-  for (const auto& [intf, map] : Vxlan::vlanVniMapsOf(vlanVniMaps)) count(counts, map);
+  const auto count = [&counts](const auto&... entities) {
+    const auto countOne = [&counts](const auto& entity) {
+      if (entity) counts[entity.get()] = {entity->references(), entity->notifiees()};
+    };
+    (countOne(entities), ...);
+  };
+  count(vtiStatusDir, controllerStatusBaseDir, zepStateClientView, vxlanHwStatusDir, mlagStatus,
+        mlagVxlanStatus, zepStateBaseDir, vlanVniMaps, zepSde, l2RibZepInput, zepConvergenceStatus,
+        controllerState_, bumStatus, peerBumStatus, peerSde);
+  for (const auto& [intf, status] : Vxlan::vtiStatusesOf(vtiStatusDir)) count(status);
+  for (const auto& [intf, map] : Vxlan::vlanVniMapsOf(vlanVniMaps)) count(map);
   if (controllerStatusBaseDir)
-    for (const auto& [name, entry] : controllerStatusBaseDir->entityPtr())
-      count(counts, entry.entityPtr);
-  count(counts, controllerState_);
-  count(counts, bumStatus);
-  count(counts, peerBumStatus);
-  count(counts, peerSde);
+    for (const auto& [name, entry] : controllerStatusBaseDir->entityPtr()) count(entry.entityPtr);
   for (const auto& [vlan, vlanFloodSet] : peerSde->vlanFloodSet()) {
-    count(counts, vlanFloodSet);
-    for (const auto& [address, floodSet] : vlanFloodSet->floodSet()) count(counts, floodSet);
+    count(vlanFloodSet);
+    for (const auto& [address, floodSet] : vlanFloodSet->floodSet()) count(floodSet);
   }
-  for (const auto& list : floodLists_) count(counts, list);
+  for (const auto& list : floodLists_) count(list);
   return counts;
 }
 
@@ -98,10 +86,6 @@ Ptr<Vxlan::VtiStatus> World::addVti(const char* intf, bool controllerClientMode,
   status->localVtepAddrIs(vtep(1));
   vtiStatusDir->vtiStatusIs(status);
   return status;
-}
-
-Ptr<Vxlan::VtiStatus> World::vti(const char* intf) const {
-  return vtiStatusDir->vtiStatus(IntfId(intf));
 }
 
 void World::mapAndImport(const char* intf, int vlan, std::uint32_t vni) {
@@ -136,18 +120,10 @@ Ptr<VxlanController::VniFdbStatusV2> World::publish(std::uint32_t vni) {
   return status;
 }
 
-void World::unpublish(std::uint32_t vni) const {
-  controllerStatusBaseDir->entityPtrDel(std::to_string(vni));
-}
-
 void World::host(std::uint32_t vni, std::uint64_t macNumber, std::uint32_t vtepNumber,
                  std::uint32_t moveCount) {
   publish(vni)->macVtepTableIs(
       mac(macNumber), VxlanController::MacVtepV2{mac(macNumber), vtep(vtepNumber), moveCount});
-}
-
-void World::withdraw(std::uint32_t vni, std::uint64_t macNumber) {
-  publish(vni)->macVtepTableDel(mac(macNumber));
 }
 
 void World::converging(bool inProgress) {
@@ -184,27 +160,6 @@ void World::multiPath(std::uint32_t vni, std::uint64_t macNumber, const Vteps& v
   VxlanController::MacVtepMultiPathV2 entry(mac(macNumber));
   for (const std::uint32_t number : vteps) entry.vtepIpList[vtep(number)] = number % 2 == 0;
   publish(vni)->macVtepMultiPathTableIs(mac(macNumber), entry);
-}
-
-void World::withdrawFloodList(std::uint32_t vni, std::uint64_t macNumber) {
-  publish(vni)->macVtepFloodListTableDel(mac(macNumber));
-}
-
-void World::withdrawMultiPath(std::uint32_t vni, std::uint64_t macNumber) {
-  publish(vni)->macVtepMultiPathTableDel(mac(macNumber));
-}
-
-void World::bumModes(Vxlan::BumReplicationMode local, Vxlan::BumReplicationMode peer) const {
-  bumStatus->bumReplicationModeIs(local);
-  peerBumStatus->bumReplicationModeIs(peer);
-}
-
-void World::mlag(bool active) const {
-  mlagStatus->mlagStateIs(active ? Mlag::MlagState::active : Mlag::MlagState::disabled);
-}
-
-Ptr<L2Rib::FloodSet> World::peerFloodSet(int vlan, std::uint64_t macNumber) const {
-  return peerSde->vlanFloodSetIs(VlanId(vlan))->floodSetIs(mac(macNumber));
 }
 
 Hosts World::received(bool marked) const {
@@ -281,12 +236,61 @@ void World::audit() const {
   ASSERT_EQ(indexed, table.receivedEntrys());
 }
 
+void World::batch(int visits) {
+  client->maxProcessTimeIs(0.0005 + 0.001 * visits);
+  trace();
+  facility->fireDue();
+}
+
+void World::repair() {
+  if (!vti("Vxlan1")) addVti("Vxlan1");
+  vti("Vxlan1")->controllerClientModeIs(true);
+  vti("Vxlan1")->datapathLearningIs(false);
+  mapAndImport("Vxlan1", 10, 100);
+  if (client) stop();
+  converging(false);
+  startAndRest();
+}
+
 std::vector<std::string> World::trace() { return std::exchange(trace_, {}); }
 
 bool World::traced(const std::string& text) {
   return std::any_of(trace_.begin(), trace_.end(), [&](const std::string& message) {
     return message.find(text) != std::string::npos;
   });
+}
+
+Settled::Settled(double timePerRead) : world(timePerRead) {
+  world.addVti("Vxlan1");
+  world.mapAndImport("Vxlan1", 10, 100);
+  world.publish(100);
+  world.bumModes(Vxlan::BumReplicationMode::controller, Vxlan::BumReplicationMode::unknown);
+  world.converging(false);
+  world.startAndRest();
+}
+
+const std::vector<std::function<void(World&)>>& mishaps() {
+  static constexpr auto unknown = Vxlan::BumReplicationMode::unknown;
+  static const std::vector<std::function<void(World&)>> all = {
+      [](World& world) { world.unpublish(100); },
+      [](World& world) { world.withdrawFloodList(100, 1); },
+      [](World& world) { world.withdrawMultiPath(100, 2); },
+      [](World& world) { world.unmap("Vxlan1", 10); },
+      [](World& world) { world.vlanVniMaps->vlanVniMapDel(IntfId("Vxlan1")); },
+      [](World& world) { world.vtiStatusDir->vtiStatusDel(IntfId("Vxlan1")); },
+      [](World& world) { world.vti("Vxlan1")->controllerClientModeIs(false); },
+      [](World& world) { world.vti("Vxlan1")->vccImportVlansDel(VlanId(10)); },
+      [](World& world) { world.vti("Vxlan1")->datapathLearningIs(true); },
+      [](World& world) { world.zepStateBaseDir->entityPtrDel("controller"); },
+      [](World& world) { world.mlag(false); },
+      [](World& world) { world.peerSde->vlanFloodSetDel(VlanId(10)); },
+      [](World& world) { world.peerSde->vlanFloodSetIs(VlanId(10))->floodSetDel(mac(1)); },
+      [](World& world) { world.zepSde->vlanFloodSetDelAll(); },
+      [](World& world) { world.bumStatus->bumReplicationModeIs(unknown); },
+      [](World& world) { world.peerBumStatus->bumReplicationModeIs(unknown); },
+      [](World& world) { world.client = nullptr; },
+  };
+  return all;
 }
 
 namespace {
@@ -304,6 +308,18 @@ bool isFollowed(const World& world, VniExt vni) {
     if (!imported) return false;
   }
   return mapped;
+}
+
+// Calls `visit(status, intf, vlan)` for every VNI that is followed and every VTI that maps it.
+template <class Visit>
+void forEachFollowed(const World& world, Visit&& visit) {
+  for (const std::uint32_t vni : expectedVnis(world)) {
+    const auto status = Moru::staticPtrCast<VxlanController::VniFdbStatusV2>(
+        world.controllerStatusBaseDir->entityPtr(std::to_string(vni)));
+    for (const auto& [intf, map] : world.vlanVniMaps->vlanVniMap())
+      if (const Bridging::VlanIdOrNone vlan = map->vniToVlan(VniExt(vni)); !!vlan)
+        visit(*status, intf, VlanId(vlan.value()));
+  }
 }
 
 }  // namespace
@@ -328,46 +344,29 @@ Hosts expectedHosts(const World& world) {
   for (const auto& [intf, vti] : world.vtiStatusDir->vtiStatus())
     learning = learning && vti->datapathLearning();
   if (learning) return hosts;
-  for (const std::uint32_t vni : expectedVnis(world)) {
-    const auto status = Moru::staticPtrCast<VxlanController::VniFdbStatusV2>(
-        world.controllerStatusBaseDir->entityPtr(std::to_string(vni)));
-    for (const auto& [intf, map] : world.vlanVniMaps->vlanVniMap()) {
-      const Bridging::VlanIdOrNone vlan = map->vniToVlan(VniExt(vni));
-      if (!vlan) continue;
-      const auto vti = world.vtiStatusDir->vtiStatus(intf);
-      for (const auto& [address, macVtep] : status->macVtepTable()) {
-        if (vti &&
-            (macVtep.vtepIp == vti->localVtepAddr() || macVtep.vtepIp == vti->vArpVtepAddr()))
-          continue;
-        hosts[{address, VlanId(vlan.value())}] = {intf, macVtep.vtepIp, macVtep.moveCount};
-      }
-    }
-  }
+  forEachFollowed(world, [&](const auto& status, const IntfId& intf, const VlanId& vlan) {
+    const auto vti = world.vtiStatusDir->vtiStatus(intf);
+    for (const auto& [address, host] : status.macVtepTable())
+      if (!vti || (host.vtepIp != vti->localVtepAddr() && host.vtepIp != vti->vArpVtepAddr()))
+        hosts[{address, vlan}] = {intf, host.vtepIp, host.moveCount};
+  });
   return hosts;
 }
 
 FloodSets expectedFloodSets(const World& world) {
   FloodSets sets;
   if (world.bumStatus->bumReplicationMode() != Vxlan::BumReplicationMode::controller) return sets;
-  for (const std::uint32_t vni : expectedVnis(world)) {
-    const auto status = Moru::staticPtrCast<VxlanController::VniFdbStatusV2>(
-        world.controllerStatusBaseDir->entityPtr(std::to_string(vni)));
-    std::map<std::uint64_t, std::string> byMac;
-    for (const auto& [address, list] : status->macVtepFloodListTable()) {
+  forEachFollowed(world, [&](const auto& status, const IntfId&, const VlanId& vlan) {
+    const auto put = [&](const EthAddr& address, L2Rib::FloodSetType type, const auto& list) {
       Vteps vteps;
-      for (const auto& [ip, flag] : list->vtepIpFloodList()) vteps.insert(numberOf(ip));
-      byMac[numberOf(address)] = floodSetText(L2Rib::FloodSetType::sendToAll, vteps);
-    }
-    for (const auto& [address, entry] : status->macVtepMultiPathTable()) {
-      Vteps vteps;
-      for (const auto& [ip, flag] : entry.vtepIpList) vteps.insert(numberOf(ip));
-      if (!vteps.empty())
-        byMac[numberOf(address)] = floodSetText(L2Rib::FloodSetType::sendToAny, vteps);
-    }
-    for (const auto& [intf, map] : world.vlanVniMaps->vlanVniMap())
-      if (const Bridging::VlanIdOrNone vlan = map->vniToVlan(VniExt(vni)); !!vlan)
-        for (const auto& [number, text] : byMac) sets[{vlan.value(), number}] = text;
-  }
+      for (const auto& [ip, flag] : list) vteps.insert(numberOf(ip));
+      sets[{vlan.value(), numberOf(address)}] = floodSetText(type, vteps);
+    };
+    for (const auto& [address, list] : status.macVtepFloodListTable())
+      put(address, L2Rib::FloodSetType::sendToAll, list->vtepIpFloodList());
+    for (const auto& [address, entry] : status.macVtepMultiPathTable())
+      if (entry.vtepIpLists() != 0) put(address, L2Rib::FloodSetType::sendToAny, entry.vtepIpList);
+  });
   return sets;
 }
 

@@ -48,8 +48,7 @@ inline L2Rib::Dest dest(std::uint32_t vtepNumber) {
 template <class E>
 class Watcher final : public E::NotifieeConst {
  public:
-  explicit Watcher(const Ptr<E>& entity, std::function<void()> onChange)
-      : onChange_(std::move(onChange)) {
+  Watcher(const Ptr<E>& entity, std::function<void()> onChange) : onChange_(std::move(onChange)) {
     this->notifierIs(entity);
     this->hasNotificationActiveIs(true);
   }
@@ -64,6 +63,17 @@ Ptr<Watcher<E>> watch(const Ptr<E>& entity, std::function<void()> onChange) {
   return create<Watcher<E>>(entity, std::move(onChange));
 }
 
+// What an exception of the given kind says.
+template <class Kind, class Act>
+std::string refusal(Act&& act) {
+  try {
+    act();
+  } catch (const Kind& exception) {
+    return exception.what();
+  }
+  return "nothing was refused";
+}
+
 class World {
  public:
   // Each reading of the time moves it on by `timePerRead` seconds.
@@ -76,6 +86,11 @@ class World {
 
   // Builds a client over the entities, of which a null stands for an input that is absent.
   void start();
+  void startAndRest() {
+    start();
+    rest();
+    trace();
+  }
   // Destroys it, and checks that it has left nothing attached to any entity, nor holds any.
   void stop();
   void restart() {
@@ -87,7 +102,9 @@ class World {
 
   Ptr<Vxlan::VtiStatus> addVti(const char* intf, bool controllerClientMode = true,
                                bool datapathLearning = false);
-  Ptr<Vxlan::VtiStatus> vti(const char* intf) const;
+  Ptr<Vxlan::VtiStatus> vti(const char* intf) const {
+    return vtiStatusDir->vtiStatus(IntfId(intf));
+  }
   // Maps a VLAN to a VNI, both directions, as the state store writes them, and imports the VLAN.
   void mapAndImport(const char* intf, int vlan, std::uint32_t vni);
   void map(const char* intf, int vlan, std::uint32_t vni) const;
@@ -96,28 +113,46 @@ class World {
   // --- The controller ---
 
   Ptr<VxlanController::VniFdbStatusV2> publish(std::uint32_t vni);  // makes the entry if need be
-  void unpublish(std::uint32_t vni) const;
+  void unpublish(std::uint32_t vni) const {
+    controllerStatusBaseDir->entityPtrDel(std::to_string(vni));
+  }
   void host(std::uint32_t vni, std::uint64_t macNumber, std::uint32_t vtepNumber,
             std::uint32_t moveCount = 0);
-  void withdraw(std::uint32_t vni, std::uint64_t macNumber);
+  void withdraw(std::uint32_t vni, std::uint64_t macNumber) {
+    publish(vni)->macVtepTableDel(mac(macNumber));
+  }
   void converging(bool inProgress);
   // A flood list is changed in place, VTEP by VTEP; a multipath entry as a whole.
   void floodList(std::uint32_t vni, std::uint64_t macNumber, const Vteps& vteps);
   Ptr<VxlanController::MacVtepFloodListV2> floodListOf(std::uint32_t vni, std::uint64_t macNumber);
   void multiPath(std::uint32_t vni, std::uint64_t macNumber, const Vteps& vteps);
-  void withdrawFloodList(std::uint32_t vni, std::uint64_t macNumber);
-  void withdrawMultiPath(std::uint32_t vni, std::uint64_t macNumber);
+  void withdrawFloodList(std::uint32_t vni, std::uint64_t macNumber) {
+    publish(vni)->macVtepFloodListTableDel(mac(macNumber));
+  }
+  void withdrawMultiPath(std::uint32_t vni, std::uint64_t macNumber) {
+    publish(vni)->macVtepMultiPathTableDel(mac(macNumber));
+  }
 
   // --- The replication modes, and the MLAG peer ---
 
-  void bumModes(Vxlan::BumReplicationMode local, Vxlan::BumReplicationMode peer) const;
-  void mlag(bool active) const;
-  Ptr<L2Rib::FloodSet> peerFloodSet(int vlan, std::uint64_t macNumber) const;  // makes it
+  void bumModes(Vxlan::BumReplicationMode local, Vxlan::BumReplicationMode peer) const {
+    bumStatus->bumReplicationModeIs(local);
+    peerBumStatus->bumReplicationModeIs(peer);
+  }
+  void mlag(bool active) const {
+    mlagStatus->mlagStateIs(active ? Mlag::MlagState::active : Mlag::MlagState::disabled);
+  }
+  Ptr<L2Rib::FloodSet> peerFloodSet(int vlan, std::uint64_t macNumber) const {  // makes it
+    return peerSde->vlanFloodSetIs(VlanId(vlan))->floodSetIs(mac(macNumber));
+  }
 
   // --- Time ---
 
   // Fires what is due, again and again, until no clock is armed.
   void rest() const { facility->runUntil(Moru::Clock::never); }
+
+  // Fires what is due, once, with a budget of so many milliseconds, readings of the time, visits.
+  void batch(int visits);
 
   // --- What the client has made of it ---
 
@@ -125,6 +160,10 @@ class World {
   Hosts ribHosts() const;
   FloodSets floodSets() const { return floodSetsOf(*zepSde); }
   std::vector<std::uint32_t> vnis() const;  // that have a machine, ascending
+
+  // Undoes any of the mishaps below but for the modes of replication and of MLAG, and whatever has
+  // come of the client's history.
+  void repair();
 
   // Stops the test unless all that must always hold does.
   void audit() const;
@@ -168,6 +207,19 @@ class World {
   Liveness livenessBefore_;
   std::vector<std::string> trace_;
 };
+
+// One VTI that maps VLAN 10 to VNI 100, and a client in controller mode, outside convergence, that
+// replicates for the controller.
+struct Settled {
+  explicit Settled(double timePerRead = 0);
+  ~Settled() { world.audit(); }
+  Settled(const Settled&) = delete;
+  Settled& operator=(const Settled&) = delete;
+  World world;
+};
+
+// What may take a reaction's reason away in the middle of it, of VTI 1, VLAN 10 and VNI 100.
+const std::vector<std::function<void(World&)>>& mishaps();
 
 // The hosts that the client should have, computed from the inputs alone, the flood sets (without
 // MLAG), and the VNIs that should have a machine.
