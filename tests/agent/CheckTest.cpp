@@ -73,15 +73,6 @@ TEST(Lifecycle, GathersWhatIsAbsentAndForgetsAClientThatFailed) {
   EXPECT_TRUE(lifecycle.running());
 }
 
-TEST(JournalFile, ReadsARecordingWithoutComplaint) {
-  Agent::JournalFile file(EXAMPLE_JOURNALS "/fabric-restarts.jsonl");
-  EXPECT_FALSE(file.hasStart());
-  const auto result =
-      Agent::check(file, [](const std::string& complaint) { ADD_FAILURE() << complaint; });
-  EXPECT_EQ(result.lines, 2433U);
-  EXPECT_EQ(result.malformed + result.refused, 0U);
-}
-
 TEST(JournalFile, ReadsEveryExampleWithoutComplaint) {
   std::size_t journals = 0;
   for (const auto& each : std::filesystem::directory_iterator(EXAMPLE_JOURNALS)) {

@@ -58,22 +58,18 @@ TEST_P(WrongLine, IsRefusedWithWhatWasExpected) {
 INSTANTIATE_TEST_SUITE_P(
     Lines, WrongLine,
     testing::Values(
-        Wrong{"{\"dump\":", "not JSON"}, Wrong{"dump", "not JSON"},
-        Wrong{R"({"dump":"a"} {"dump":"b"})", "not JSON"},
+        Wrong{"{\"dump\":", "not JSON"}, Wrong{R"({"dump":"a"} {"dump":"b"})", "not JSON"},
         Wrong{"{\"dump\":\"\xc3\x28\"}", "not valid UTF-8"},
         Wrong{std::string("{\"dump\":\"\0\"}", 12), "not JSON"},
         Wrong{R"(["dump","a"])", "expected an object with any of at, set, del"},
         Wrong{"{}", "no action: expected one of set, del, dump, start, stop, absent"},
-        Wrong{R"({"at":1})", "no action"},
         Wrong{R"({"start":true,"stop":true})", "two actions, start and stop: expected one"},
         Wrong{R"({"dump":"a","dump":"b"})", "dump is given twice"},
-        Wrong{R"({"at":0,"at":0,"dump":"a"})", "at is given twice"},
         Wrong{R"({"dumb":"a"})", "unknown key \"dumb\": expected"},
         Wrong{R"({"dump":"a","value":1})", "expected it beside set only"},
         Wrong{R"({"set":"mlag/state"})", "set has no value"},
         Wrong{R"({"del":"mlag/state","value":1})", "expected it beside set only"},
         Wrong{R"({"set":1,"value":1})", "set is 1: expected a text"},
-        Wrong{R"({"dump":1})", "dump is 1: expected a text"},
         Wrong{R"({"start":1})", "start is 1: expected true"},
         Wrong{R"({"stop":false})", "stop is false: expected true"},
         Wrong{R"({"absent":"mlagStatus"})", "expected an array of inputs, which are vtiStatusDir"},
@@ -81,24 +77,20 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{R"({"absent":[1]})", "expected an array of inputs"},
         Wrong{R"({"at":-0.5,"dump":"a"})", "at is -0.5: expected a number of seconds, 0 or"},
         Wrong{R"({"at":"1","dump":"a"})", "at is \"1\": expected a number"},
-        Wrong{R"({"at":null,"dump":"a"})", "at is null: expected a number"},
         Wrong{R"({"at":1e999,"dump":"a"})", "not JSON (Problem while parsing a number)"},
         Wrong{R"({"del":"controler/1"})", "expected a path like controller/NAME/host/MAC"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Paths, WrongLine,
     testing::Values(
-        Wrong{set("", "1"), "the path is \"\""}, Wrong{set("vti", "{}"), "the path is \"vti\""},
-        Wrong{set("vti/", "{}"), "the path is \"vti/\""},
+        Wrong{set("", "1"), "the path is \"\""}, Wrong{set("vti/", "{}"), "the path is \"vti/\""},
         Wrong{set("/vti/Vxlan1", "{}"), "the path is \"/vti/Vxlan1\""},
         Wrong{set("controller/1/hosts/02:00:00:00:00:01", "{}"), "expected a path like"},
-        Wrong{set("controller/a/b", "{}"), "expected a path like"},
         Wrong{set("a\\nb", "{}"), "the path is \"a?b\""},
         Wrong{set("mlag/peer/flood/1/02:00:00:00:00:01/x", "{}"), "expected a path like"},
         Wrong{R"({"del":"controller/1/host/02:00:00:00:01"})",
               "MAC is \"02:00:00:00:01\": expected a MAC address"},
         Wrong{R"({"del":"vlanVniMap/Vxlan1/-1"})", "VLAN is \"-1\": expected the number"},
-        Wrong{R"({"del":"vlanVniMap/Vxlan1/0x1"})", "VLAN is \"0x1\": expected the number"},
         Wrong{R"({"del":"mlag/vtepTypeAddr/4294967296"})", "expected a whole number from 0"},
         Wrong{R"({"del":"mlag/vtepTypeAddr/18446744073709551615"})", "expected a whole number"}));
 
@@ -131,7 +123,6 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{set("vti/Vxlan1", R"({"vccImportVlans":{"10":true}})"), "expected an array of VLANs"},
         Wrong{set("vti/Vxlan1", R"({"vccImportVlans":["10"]})"), "expected the number of a VLAN"},
         Wrong{set("vlanVniMap/Vxlan1/10", "1.5"), "value is 1.5: expected the number of a VNI"},
-        Wrong{set("vlanVniMap/Vxlan1/10", "-1"), "expected the number of a VNI"},
         Wrong{set("vlanVniMap/Vxlan1", R"({"vniToVlan":{"x":10}})"), "the number of a VNI"},
         Wrong{set("mlag/peer/flood/10", R"({"type":1})"), "unknown key \"type\": expected {}"},
         Wrong{set(ribFlood, R"({"type":1})"), "dests is missing"},
@@ -141,7 +132,6 @@ INSTANTIATE_TEST_SUITE_P(
     RefusedByTheDataModel, WrongLine,
     testing::Values(
         Wrong{set("vlanVniMap/Vxlan1/4095", "1"), "RangeException: VlanId::value"},
-        Wrong{set("vlanVniMap/Vxlan1/65546", "1"), "RangeException: VlanId::value"},
         Wrong{R"({"del":"vlanVniMap/Vxlan1/0"})", "RangeException: VlanId::value"},
         Wrong{R"({"del":"vlanVniMap/Vxlan1/99999999999999999999"})", "RangeException: VlanId::"},
         Wrong{set("vlanVniMap/Vxlan1/10", "4294967295"), "RangeException: VniExt::value"},
