@@ -5,9 +5,9 @@
 #include "framework/Moru/Exception.h"
 #include "tests/Vxlan/World.h"
 
+namespace Test {
 namespace {
 
-using namespace Test;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -300,3 +300,4 @@ TEST(ClientInTheMiddle, OfItsEndHearsNothingMore) {
 }
 
 }  // namespace
+}  // namespace Test

@@ -6,9 +6,9 @@
 
 #include "tests/Vxlan/World.h"
 
+namespace Test {
 namespace {
 
-using namespace Test;
 using testing::IsEmpty;
 using Mode = Vxlan::BumReplicationMode;
 
@@ -305,3 +305,4 @@ TEST_F(BumRunTest, DeletesWhatNoTableAsksForAndKeepsTheRest) {
 }
 
 }  // namespace
+}  // namespace Test

@@ -5,9 +5,9 @@
 
 #include "tests/Vxlan/World.h"
 
+namespace Test {
 namespace {
 
-using namespace Test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -316,3 +316,4 @@ TEST_F(DeferredRunTest, EndsWithTheControllersStateEntryAndWithTheControllerMode
 }
 
 }  // namespace
+}  // namespace Test

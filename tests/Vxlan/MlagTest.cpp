@@ -6,9 +6,9 @@
 #include "framework/Moru/Exception.h"
 #include "tests/Vxlan/World.h"
 
+namespace Test {
 namespace {
 
-using namespace Test;
 using testing::IsEmpty;
 using Mode = Vxlan::BumReplicationMode;
 
@@ -313,3 +313,4 @@ TEST_P(MutualTest, ComesToRest) {
 }
 
 }  // namespace
+}  // namespace Test

@@ -5,9 +5,8 @@
 
 #include "tests/Vxlan/World.h"
 
+namespace Test {
 namespace {
-
-using namespace Test;
 
 constexpr int chapters = 8;
 
@@ -141,3 +140,4 @@ TEST_P(Scenario, VnisAndVlansThatComeAndGoMeanwhile) {
 }
 
 }  // namespace
+}  // namespace Test

@@ -11,9 +11,8 @@
 
 #include "tests/Vxlan/World.h"
 
+namespace Test {
 namespace {
-
-using namespace Test;
 
 // What two walkers have in common: a world, and chance.
 class Chance {
@@ -282,3 +281,4 @@ TEST_P(RandomWalk, KeepsTheFloodSetsEqualToTheMlagPeers) { MlagWalker(GetParam()
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomWalk, testing::Range(1U, 25U));
 
 }  // namespace
+}  // namespace Test
