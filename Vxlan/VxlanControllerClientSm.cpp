@@ -520,36 +520,6 @@ void VxlanControllerClientSm::MoruLocalBumStatus::onAttribute(Moru::AttributeId 
     machine()->handleBumReplicationMode();
 }
 
-VxlanControllerClientSm::MlagBumChild::~MlagBumChild() {
-  if (machine_) retire(*machine_);
-}
-
-Moru::Ptr<ZepMlagBumStatusSm> VxlanControllerClientSm::MlagBumChild::set(
-    const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus,
-    const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
-    const Moru::Ptr<VlanVniMaps const>& vlanVniMaps, const Moru::Ptr<L2Rib::SourceDirEntry>& sde) {
-  if (machine_ && machine_->isMadeFrom(mlagVxlanStatus, vxlanHwStatusDir, vlanVniMaps, sde))
-    return machine_;
-  auto machine = zepMlagBumStatusSmFactory(mlagVxlanStatus, vxlanHwStatusDir, vlanVniMaps, sde);
-  adopt(*machine);
-  del();
-  machine_ = machine;
-  machine->hasNotificationActiveIs(true);
-  return machine;
-}
-
-void VxlanControllerClientSm::MlagBumChild::del() {
-  if (const auto former = std::exchange(machine_, nullptr)) former->moruDoZombieReactors(true);
-}
-
-void VxlanControllerClientSm::MlagBumChild::hasNotificationActiveIs(bool active) {
-  if (const auto machine = machine_) machine->hasNotificationActiveIs(active);
-}
-
-void VxlanControllerClientSm::MlagBumChild::moruDoZombieReactors(bool zombie) {
-  if (const auto machine = machine_) machine->moruDoZombieReactors(zombie);
-}
-
 bool VxlanControllerClientSm::isMlagBumWanted() const {
   if (!vxlanControllerClientMode_) return false;
   Moru::assertThat(mlagStatus() != nullptr, "mlagStatus()");

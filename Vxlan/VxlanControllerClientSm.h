@@ -245,31 +245,9 @@ class VxlanControllerClientSm final : public Moru::Machine {
 
   // Null unless MLAG is active and the client is in controller mode. Asked for with other inputs
   // than it was made from, it is replaced.
-  class MlagBumChild : Moru::Part {
-   public:
-    using Is = Moru::IsMutator<MlagBumChild>;
-    using Del = Moru::DelMutator<MlagBumChild>;
-
-    explicit MlagBumChild(Moru::Reactive* owner) : Part(owner) {}
-    ~MlagBumChild() override;
-    const Moru::Ptr<ZepMlagBumStatusSm>& operator()() const { return machine_; }
-
-   private:
-    friend Is;
-    friend Del;
-    Moru::Ptr<ZepMlagBumStatusSm> set(const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus,
-                                      const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
-                                      const Moru::Ptr<VlanVniMaps const>& vlanVniMaps,
-                                      const Moru::Ptr<L2Rib::SourceDirEntry>& sde);
-    void del();
-    void hasNotificationActiveIs(bool active) override;
-    void moruDoZombieReactors(bool zombie) override;
-
-    Moru::Ptr<ZepMlagBumStatusSm> machine_;
-  };
-  MlagBumChild zepMlagBumStatusSm{this};
-  MlagBumChild::Is zepMlagBumStatusSmIs{zepMlagBumStatusSm};
-  MlagBumChild::Del zepMlagBumStatusSmDel{zepMlagBumStatusSm};
+  Moru::Child<ZepMlagBumStatusSm> zepMlagBumStatusSm{this};
+  Moru::Child<ZepMlagBumStatusSm>::Is zepMlagBumStatusSmIs{zepMlagBumStatusSm};
+  Moru::Child<ZepMlagBumStatusSm>::Del zepMlagBumStatusSmDel{zepMlagBumStatusSm};
 
   using VlanVniMapSms = Moru::Children<Vorn::IntfId, VtiVlanVniMapSm>;
   VlanVniMapSms vlanVniMapSm{this};

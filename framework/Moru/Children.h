@@ -7,7 +7,8 @@
 // collection in the order of creation. What `Is` does depends on the kind:
 // - Children: returns the member under the key, creating it with `key` and the other arguments; the
 //   member compares the arguments with those it was made from (see parameterCheck).
-// - Child: the same for a single one, without a key.
+// - Child: the same for a single one, without a key. One of a class with isMadeFrom(args...) is
+//   replaced when it was made from others, instead of refusing them.
 // - Reactors: a reactor on each entity that it is given, under the entity's own key.
 //
 // `Del` takes a member out of the collection, calls its doCleanup() if its class has one, detaches
@@ -146,20 +147,29 @@ class Child : Part {
 
   template <class... Args>
   Ptr<M> set(const Args&... args) {
-    if (Ptr<M> present = child_) {
-      present->constructorCheck(args...);
-      return present;
-    }
+    const Ptr<M> former = child_;
+    if (former && isToStay(*former, args...)) return child_;
     auto child = create<M>(args...);
     // It has initialized itself, and that ran reactions: a child that one of them has made stays.
-    if (Ptr<M> present = child_) {
+    if (child_ && child_ != former) {
       Detail::releaseMember(child);
-      return present;
+      return child_;
     }
     adopt(*child);
+    del();
     child_ = child;
     child->hasNotificationActiveIs(true);
     return child;
+  }
+
+  template <class... Args>
+  static bool isToStay(const M& present, const Args&... args) {
+    if constexpr (requires { present.isMadeFrom(args...); }) {
+      return present.isMadeFrom(args...);
+    } else {
+      present.constructorCheck(args...);
+      return true;
+    }
   }
 
   void del() {
