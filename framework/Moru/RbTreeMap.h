@@ -88,6 +88,13 @@ class RbTreeMap : protected SlotTable<Key, Value, Hash> {
   ConstIterator from(const Key& key) const { return ConstIterator(*this, order_.notLess(key)); }
 
  protected:
+  // For a table that is made of this one: adds an element that is not there, removes one.
+  Slot add(const Key& key, Value value) {
+    const Slot slot = Table::add(key, std::move(value));
+    order_.insert(key, slot);
+    return slot;
+  }
+
   void remove(Slot slot) {
     order_.erase(this->element(slot).key);
     Table::remove(slot);

@@ -79,6 +79,11 @@ class SlotTable {
       std::swap(*present, value);  // the one it replaces goes on return
       return none;
     }
+    return add(key, std::move(value));
+  }
+
+  // Adds an element that is not there, and gives its slot.
+  Slot add(const Key& key, Value value) {
     if (index_.isFull()) growIndex();
     const Slot slot = slots_.add(key, std::move(value));
     index_.add(Hash()(key), slot);

@@ -70,8 +70,7 @@ class VlanIndexedMap : Moru::RbTreeMap<Key, Detail::LinkedInVlan<Value>> {
       std::swap(present->value, value);  // the one it replaces goes on return
       return false;
     }
-    Table::is(key, Linked{std::move(value)});
-    link(Table::slotOf(key));
+    link(Table::add(key, Linked{std::move(value)}));
     return true;
   }
 
