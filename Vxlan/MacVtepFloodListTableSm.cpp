@@ -33,7 +33,7 @@ void MacVtepFloodListTableSm::MoruMacVtepFloodListTable::onAttribute(Moru::Attri
   using FloodList = VxlanController::MacVtepFloodListV2;
   switch (attribute) {
     case Moru::idOf<&FloodList::vtepIpFloodList>:
-      machine()->handleVtepIpFloodList(Moru::keyOf<&FloodList::vtepIpFloodList>(key));
+      machine()->handleVtepIpFloodList(*Moru::keyOf<&FloodList::vtepIpFloodList>(key));
       break;
     default:
       break;

@@ -44,7 +44,7 @@ void ReceivedHostTableToL2RibHostInputSm::MoruReceivedHostTable::onAttribute(
     Moru::AttributeId attribute, const void* key) {
   switch (attribute) {
     case Moru::idOf<&ReceivedHostTable::receivedEntry>:
-      machine()->handleReceivedHostEntry(Moru::keyOf<&ReceivedHostTable::receivedEntry>(key));
+      machine()->handleReceivedHostEntry(*Moru::keyOf<&ReceivedHostTable::receivedEntry>(key));
       break;
     default:
       break;

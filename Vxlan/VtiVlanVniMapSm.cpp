@@ -25,7 +25,7 @@ void VtiVlanVniMapSm::constructorCheck(const Moru::Ptr<VlanVniMap const>& vlanVn
 void VtiVlanVniMapSm::MoruVlanVniMap::onAttribute(Moru::AttributeId attribute, const void* key) {
   switch (attribute) {
     case Moru::idOf<&VlanVniMap::vlanToVsp>:
-      machine()->handleVlanVniMapUpdate(Moru::keyOf<&VlanVniMap::vlanToVsp>(key));
+      machine()->handleVlanVniMapUpdate(*Moru::keyOf<&VlanVniMap::vlanToVsp>(key));
       break;
     default:
       break;

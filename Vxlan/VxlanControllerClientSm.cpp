@@ -131,7 +131,7 @@ void VxlanControllerClientSm::MoruVtiStatusDir::notifierIs(Moru::Ptr<VtiStatusDi
 void VxlanControllerClientSm::MoruVtiStatusDir::onAttribute(Moru::AttributeId attribute,
                                                             const void* key) {
   if (attribute != Moru::idOf<&VtiStatusDir::vtiStatus>) return;
-  const Vorn::IntfId& intf = Moru::keyOf<&VtiStatusDir::vtiStatus>(key);
+  const Vorn::IntfId& intf = *Moru::keyOf<&VtiStatusDir::vtiStatus>(key);
   if (const auto status = notifier()->vtiStatus(intf))
     machine()->vtiStatusIs(status);
   else
@@ -148,7 +148,7 @@ void VxlanControllerClientSm::MoruVtiStatus::onAttribute(Moru::AttributeId attri
       moru_handleVtiStatus_datapathLearning();
       break;
     case Moru::idOf<&VtiStatus::vccImportVlans>:
-      moru_handleVtiStatus_vccImportVlans(Moru::keyOf<&VtiStatus::vccImportVlans>(key));
+      moru_handleVtiStatus_vccImportVlans(*Moru::keyOf<&VtiStatus::vccImportVlans>(key));
       break;
     default:
       break;
@@ -244,7 +244,7 @@ void VxlanControllerClientSm::deleteRemoteMacsOfAllVlans() {
 void VxlanControllerClientSm::MoruVlanVniMaps::onAttribute(Moru::AttributeId attribute,
                                                            const void* key) {
   if (attribute != Moru::idOf<&VlanVniMaps::vlanVniMap>) return;
-  machine()->handleVlanVniMapVti(Moru::keyOf<&VlanVniMaps::vlanVniMap>(key));
+  machine()->handleVlanVniMapVti(*Moru::keyOf<&VlanVniMaps::vlanVniMap>(key));
 }
 
 void VxlanControllerClientSm::handleVlanVniMapVti(Vorn::IntfId intf) {

@@ -10,18 +10,10 @@ using MoruFloodSet = MoruVlanFloodSet::MoruFloodSet;
 
 // --- One VLAN ---
 
-// An entity that takes another's place under its VLAN is copied from the start.
-void ZepMlagBumStatusSm::MoruVlanFloodSet::notifierIs(
-    Moru::Ptr<L2Rib::VlanFloodSet const> vlanFloodSet) {
-  const bool replaced = notifier() && vlanFloodSet && notifier() != vlanFloodSet;
-  Reactor::notifierIs(std::move(vlanFloodSet));
-  if (replaced) handleInitialized();
-}
-
 void ZepMlagBumStatusSm::MoruVlanFloodSet::onAttribute(Moru::AttributeId attribute,
                                                        const void* key) {
   if (attribute == Moru::idOf<&L2Rib::VlanFloodSet::floodSet>)
-    handlePeerFloodSet(Moru::keyOf<&L2Rib::VlanFloodSet::floodSet>(key));
+    handlePeerFloodSet(*Moru::keyOf<&L2Rib::VlanFloodSet::floodSet>(key));
 }
 
 void ZepMlagBumStatusSm::MoruVlanFloodSet::handlePeerFloodSet(Vorn::EthAddr mac) {
@@ -34,7 +26,14 @@ void ZepMlagBumStatusSm::MoruVlanFloodSet::handlePeerFloodSet(Vorn::EthAddr mac)
   if (!isZombie() && !peer->floodSet(mac)) floodSetDel(mac);
 }
 
+// It observes first: what is copied while it comes into being may come back from the peer.
 void ZepMlagBumStatusSm::MoruVlanFloodSet::handleInitialized() {
+  hasNotificationActiveIs(true);
+  handleReplaced();
+}
+
+// An entity that takes another's place under its VLAN is copied from the start.
+void ZepMlagBumStatusSm::MoruVlanFloodSet::handleReplaced() {
   const Moru::Ptr<L2Rib::VlanFloodSet const> peer = notifier();
   for (const auto& [mac, peerFloodSet] : peer->floodSet()) floodSetIs(peerFloodSet);
   for (auto mac = floodSet().begin(); mac; ++mac)
@@ -105,12 +104,6 @@ bool ZepMlagBumStatusSm::MoruVlanFloodSet::isLocalVlanFloodSetInPlace() const {
 
 // --- One MAC of a VLAN ---
 
-void MoruFloodSet::notifierIs(Moru::Ptr<L2Rib::FloodSet const> floodSet) {
-  const bool replaced = notifier() && floodSet && notifier() != floodSet;
-  Reactor::notifierIs(std::move(floodSet));
-  if (replaced) handleFsInit();
-}
-
 void MoruFloodSet::onAttribute(Moru::AttributeId attribute, const void* key) {
   switch (attribute) {
     case Moru::idOf<&L2Rib::FloodSet::floodSetType>:
@@ -120,12 +113,19 @@ void MoruFloodSet::onAttribute(Moru::AttributeId attribute, const void* key) {
       if (machine()->isCopied() && !isLocalFloodSetInPlace())
         machine()->handleFloodSet();
       else
-        handleDest(Moru::keyOf<&L2Rib::FloodSet::destSet>(key));
+        handleDest(*Moru::keyOf<&L2Rib::FloodSet::destSet>(key));
       break;
     default:
       break;
   }
 }
+
+void MoruFloodSet::handleInitialized() {
+  hasNotificationActiveIs(true);
+  handleFsInit();
+}
+
+void MoruFloodSet::handleReplaced() { handleFsInit(); }
 
 void MoruFloodSet::handleFsInit() {
   MORU_TRACE(8, "handleFsInit");

@@ -87,7 +87,7 @@ void ZepMlagBumStatusSm::handleBumReplicationMode() {
 void ZepMlagBumStatusSm::MoruVlanVniMaps::onAttribute(Moru::AttributeId attribute,
                                                       const void* key) {
   if (attribute != Moru::idOf<&VlanVniMaps::vlanVniMap>) return;
-  const Vorn::IntfId& intf = Moru::keyOf<&VlanVniMaps::vlanVniMap>(key);
+  const Vorn::IntfId& intf = *Moru::keyOf<&VlanVniMaps::vlanVniMap>(key);
   if (const auto map = notifier()->vlanVniMap(intf))
     machine()->vtiVlanVniMapIs(map);
   else
@@ -97,7 +97,7 @@ void ZepMlagBumStatusSm::MoruVlanVniMaps::onAttribute(Moru::AttributeId attribut
 void ZepMlagBumStatusSm::MoruVtiVlanVniMap::onAttribute(Moru::AttributeId attribute,
                                                         const void* key) {
   if (attribute == Moru::idOf<&VlanVniMap::vlanToVsp>)
-    handleVlanVniMapUpdate(Moru::keyOf<&VlanVniMap::vlanToVsp>(key));
+    handleVlanVniMapUpdate(*Moru::keyOf<&VlanVniMap::vlanToVsp>(key));
 }
 
 // A VLAN without a VNI keeps what has been copied; it is not followed until it has one again.
@@ -121,7 +121,7 @@ bool ZepMlagBumStatusSm::isMapped(const Bridging::VlanId& vlan) const {
 
 void ZepMlagBumStatusSm::MoruRemoteSde::onAttribute(Moru::AttributeId attribute, const void* key) {
   if (attribute != Moru::idOf<&L2Rib::SourceDirEntry::vlanFloodSet>) return;
-  const Bridging::VlanId& vlan = Moru::keyOf<&L2Rib::SourceDirEntry::vlanFloodSet>(key);
+  const Bridging::VlanId& vlan = *Moru::keyOf<&L2Rib::SourceDirEntry::vlanFloodSet>(key);
   const Moru::Ptr<L2Rib::SourceDirEntry const> remote(notifier().get());
   if (!isZombie()) machine()->handleVlanFloodSet(vlan);
   if (isZombie()) return;

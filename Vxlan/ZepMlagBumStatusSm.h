@@ -99,9 +99,9 @@ class ZepMlagBumStatusSm final : public Moru::Machine {
     class MoruFloodSet : public Moru::Reactor<L2Rib::FloodSet::NotifieeConst, MoruVlanFloodSet> {
      public:
       using Reactor::Reactor;
-      void notifierIs(Moru::Ptr<L2Rib::FloodSet const> floodSet) override;
       void onAttribute(Moru::AttributeId attribute, const void* key) override;
-      void handleInitialized() { handleFsInit(); }
+      void handleInitialized();
+      void handleReplaced();
       void handleFsInit();
 
       // Copies one destination, or the whole flood set.
@@ -116,7 +116,6 @@ class ZepMlagBumStatusSm final : public Moru::Machine {
     };
 
     using Reactor::Reactor;
-    void notifierIs(Moru::Ptr<L2Rib::VlanFloodSet const> vlanFloodSet) override;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
 
     const Bridging::VlanId& vlanId() const { return notifier()->vlanId(); }
@@ -131,6 +130,7 @@ class ZepMlagBumStatusSm final : public Moru::Machine {
     Moru::Reactors<MoruFloodSet>::DelAll floodSetDelAll{floodSet};
 
     void handleInitialized();
+    void handleReplaced();
     void handleVfsInit();
 
     // Makes or removes the flood set of one MAC, or copies the whole VLAN.

@@ -50,13 +50,13 @@ void ZepPerVniFdbStatusSm::MoruZepVniFdbStatusV2::onAttribute(Moru::AttributeId 
   using Status = VxlanController::VniFdbStatusV2;
   switch (attribute) {
     case Moru::idOf<&Status::macVtepTable>:
-      machine()->handleZepHostTable(Moru::keyOf<&Status::macVtepTable>(key));
+      machine()->handleZepHostTable(*Moru::keyOf<&Status::macVtepTable>(key));
       break;
     case Moru::idOf<&Status::macVtepMultiPathTable>:
-      machine()->handleMacVtepMultiPathTable(Moru::keyOf<&Status::macVtepMultiPathTable>(key));
+      machine()->handleMacVtepMultiPathTable(*Moru::keyOf<&Status::macVtepMultiPathTable>(key));
       break;
     case Moru::idOf<&Status::macVtepFloodListTable>:
-      machine()->handleMacVtepFloodListTable(Moru::keyOf<&Status::macVtepFloodListTable>(key));
+      machine()->handleMacVtepFloodListTable(*Moru::keyOf<&Status::macVtepFloodListTable>(key));
       break;
     default:
       break;
@@ -66,7 +66,7 @@ void ZepPerVniFdbStatusSm::MoruZepVniFdbStatusV2::onAttribute(Moru::AttributeId 
 void ZepPerVniFdbStatusSm::MoruVtiStatusDir::onAttribute(Moru::AttributeId attribute,
                                                          const void* key) {
   if (attribute != Moru::idOf<&VtiStatusDir::vtiStatus>) return;
-  const Vorn::IntfId& intf = Moru::keyOf<&VtiStatusDir::vtiStatus>(key);
+  const Vorn::IntfId& intf = *Moru::keyOf<&VtiStatusDir::vtiStatus>(key);
   if (const auto status = notifier()->vtiStatus(intf))
     machine()->vtiStatusIs(status);
   else

@@ -17,7 +17,7 @@ class Replay::HostWatcher final : public L2Rib::HostInput::NotifieeConst {
  public:
   void onAttribute(Moru::AttributeId attribute, const void* key) override {
     if (attribute != Moru::idOf<&L2Rib::HostInput::host>) return;
-    if (!notifier()->host().contains(Moru::keyOf<&L2Rib::HostInput::host>(key))) ++deleted_;
+    if (!notifier()->host().contains(*Moru::keyOf<&L2Rib::HostInput::host>(key))) ++deleted_;
   }
 
   // Since the last call.

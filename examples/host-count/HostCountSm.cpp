@@ -21,21 +21,24 @@ HostCountSm::~HostCountSm() { moruDoZombieReactors(true); }
 void HostCountSm::MoruHostTable::onAttribute(Moru::AttributeId attribute, const void* key) {
   switch (attribute) {
     case Moru::idOf<&Vxlan::ReceivedHostTable::receivedEntry>:
-      machine()->handleReceivedEntry(Moru::keyOf<&Vxlan::ReceivedHostTable::receivedEntry>(key));
-      break;
-    default:
-      break;
+      forward(&MoruHostTable::moru_handleHostTable_receivedEntry,
+              Moru::keyOf<&Vxlan::ReceivedHostTable::receivedEntry>(key));
   }
+}
+
+void HostCountSm::MoruHostTable::moru_handleHostTable_receivedEntry(Bridging::MacVlanPair key) {
+  machine()->handleReceivedEntry(key);
 }
 
 void HostCountSm::MoruPublishClock::onAttribute(Moru::AttributeId attribute, const void*) {
   switch (attribute) {
     case Moru::Clock::timeMinId:
-      machine()->handlePublishClock();
-      break;
-    default:
-      break;
+      forward(&MoruPublishClock::moru_handlePublishClock_timeMin);
   }
+}
+
+void HostCountSm::MoruPublishClock::moru_handlePublishClock_timeMin() {
+  machine()->handlePublishClock();
 }
 
 void HostCountSm::handleInitialized() {

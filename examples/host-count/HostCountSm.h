@@ -40,12 +40,14 @@ class HostCountSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleHostTable_receivedEntry(Bridging::MacVlanPair key);
   };
 
   class MoruPublishClock : public Moru::Reactor<Moru::Clock::NotifieeConst, HostCountSm> {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handlePublishClock_timeMin();
   };
 
   Moru::Input<MoruHostTable> hostTable{this};

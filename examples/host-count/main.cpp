@@ -21,7 +21,7 @@ class Printer final : public Example::HostCounts::NotifieeConst {
 
   void onAttribute(Moru::AttributeId attribute, const void* key) override {
     if (attribute != Moru::idOf<&Example::HostCounts::count>) return;
-    const auto& vtep = Moru::keyOf<&Example::HostCounts::count>(key);
+    const auto& vtep = *Moru::keyOf<&Example::HostCounts::count>(key);
     std::cout << "  at " << time_.time() << " s: " << notifier()->count(vtep) << " behind " << vtep
               << '\n';
   }

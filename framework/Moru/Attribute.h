@@ -221,8 +221,8 @@ inline constexpr AttributeId idOf = decltype(Detail::attributeOf(Attribute))::id
 
 // The key that a reactor is handed for a keyed attribute; null stands for the whole collection.
 template <auto Attribute>
-const auto& keyOf(const void* key) {
-  return *static_cast<const typename decltype(Detail::attributeOf(Attribute))::KeyType*>(key);
+const auto* keyOf(const void* key) {
+  return static_cast<const typename decltype(Detail::attributeOf(Attribute))::KeyType*>(key);
 }
 
 }  // namespace Moru

@@ -9,15 +9,20 @@
 //   member compares the arguments with those it was made from (see parameterCheck).
 // - Child: the same for a single one, without a key. One of a class with isMadeFrom(args...) is
 //   replaced when it was made from others, instead of refusing them.
-// - Reactors: a reactor on each entity that it is given, under the entity's own key.
+// - Reactors: returns the reactor under the entity's own key, creating one on the entity. One that
+//   is there stays on the entity that it was made for, unless its class has handleReplaced(): then
+//   it goes over to the one that it is given, and that is called.
 //
 // `Del` takes a member out of the collection, calls its doCleanup() if its class has one, detaches
-// its reactors and releases it. A member whose reaction is running is freed when that has returned.
+// its reactors, and hands it to the caller; null if there is none. A member whose reaction is
+// running is freed when that has returned. `DelAll` does so with those that are there when it is
+// called: what is put back meanwhile stays.
 #pragma once
 
 #include <sstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "framework/Moru/Attribute.h"
 #include "framework/Moru/Exception.h"
@@ -52,20 +57,20 @@ void releaseMember(const Ptr<M>& member) {
 
 // What the keyed kinds share.
 template <class Key, class M>
-class Members : protected Part {
+class KeyedPart : protected Part {
  public:
-  using Del = DelMutator<Members>;
-  using DelAll = DelAllMutator<Members>;
+  using Del = DelMutator<KeyedPart>;
+  using DelAll = DelAllMutator<KeyedPart>;
 
   Ptr<M> operator()(const Key& key) const { return members_.value(key); }
   const HashMap<Key, M>& operator()() const { return members_; }
 
  protected:
-  explicit Members(Reactive* owner) : Part(owner) {}
+  explicit KeyedPart(Reactive* owner) : Part(owner) {}
 
   // Members that are left when the owner goes are detached without their doCleanup(), which would
   // reach into an owner that is no longer whole.
-  ~Members() override {
+  ~KeyedPart() override {
     for (const auto& [key, member] : members_) retire(*member);
   }
 
@@ -82,16 +87,21 @@ class Members : protected Part {
     return member;
   }
 
+  // The key by value: it may be the member's own.
+  Ptr<M> del(Key key) {
+    Ptr<M> member = members_.del(key);
+    if (member) Detail::releaseMember(member);
+    return member;
+  }
+
  private:
   friend Del;
   friend DelAll;
 
-  void del(const Key& key) {
-    if (const Ptr<M> member = members_.del(key)) Detail::releaseMember(member);
-  }
-
   void delAll() {
-    for (auto member = members_.begin(); member; ++member) del(member.key());
+    std::vector<Key> keys;
+    for (const auto& [key, member] : members_) keys.push_back(key);
+    for (const Key& key : keys) del(key);
   }
 
   void hasNotificationActiveIs(bool active) override {
@@ -107,11 +117,11 @@ class Members : protected Part {
 };
 
 template <class Key, class M>
-class Children : public Members<Key, M> {
+class Children : public KeyedPart<Key, M> {
  public:
   using Is = IsMutator<Children>;
 
-  explicit Children(Reactive* owner) : Members<Key, M>(owner) {}
+  explicit Children(Reactive* owner) : KeyedPart<Key, M>(owner) {}
 
  private:
   friend Is;
@@ -172,8 +182,10 @@ class Child : Part {
     }
   }
 
-  void del() {
-    if (const Ptr<M> child = std::exchange(child_, nullptr)) Detail::releaseMember(child);
+  Ptr<M> del() {
+    Ptr<M> child = std::exchange(child_, nullptr);
+    if (child) Detail::releaseMember(child);
+    return child;
   }
 
   void hasNotificationActiveIs(bool active) override {
@@ -192,8 +204,9 @@ using KeyOfReactor =
     std::decay_t<decltype(std::declval<typename ReactorType::Notifier&>().fwkKey())>;
 
 template <class ReactorType>
-class Reactors : public Members<KeyOfReactor<ReactorType>, ReactorType> {
+class Reactors : public KeyedPart<KeyOfReactor<ReactorType>, ReactorType> {
  public:
+  using Key = KeyOfReactor<ReactorType>;
   using Notifier = typename ReactorType::Notifier;
   using Owner = typename ReactorType::OwnerType;
   using Is = IsMutator<Reactors>;
@@ -201,23 +214,46 @@ class Reactors : public Members<KeyOfReactor<ReactorType>, ReactorType> {
   // `name` is the collection's full name, "Vxlan::VxlanControllerClientSm::vtiStatus": a literal,
   // for the text of the exception that refuses a null entity.
   Reactors(Owner* owner, const char* name)
-      : Members<KeyOfReactor<ReactorType>, ReactorType>(owner), machine_(owner), name_(name) {}
+      : KeyedPart<Key, ReactorType>(owner), machine_(owner), name_(name) {}
+
+  // Brings the reactor of one key in line with the entities of a keyed attribute: makes it if the
+  // entity is there, drops it if it is not. That is asked anew for the second: making a reactor
+  // runs reactions.
+  template <class Entities>
+  void follow(const Entities& entities, const Key& key) {
+    if (const Ptr<Notifier> entity = entities.value(key)) set(entity);
+    if (!entities.contains(key)) this->del(key);
+  }
+
+  // The same for all: makes a reactor on each of the entities, and drops those of no entity.
+  template <class Entities>
+  void sync(const Entities& entities) {
+    for (const auto& [key, entity] : entities) set(entity);
+    for (const auto& [key, reactor] : (*this)())
+      if (!entities.contains(key)) this->del(key);
+  }
 
  private:
   friend Is;
 
-  // A reactor under the key that watches another entity goes over to this one.
   Ptr<ReactorType> set(const Ptr<Notifier>& entity) {
     if (!entity) refuseNull();
     if (Ptr<ReactorType> present = (*this)(entity->fwkKey())) {
-      present->notifierIs(entity);
+      rebind(*present, entity);
       return present;
     }
     const auto reactor = create<ReactorType>(machine_);
     reactor->notifierIs(entity);
-    reactor->hasNotificationActiveIs(true);
     if constexpr (requires { reactor->handleInitialized(); }) reactor->handleInitialized();
     return this->insert(reactor);
+  }
+
+  static void rebind(ReactorType& reactor, const Ptr<Notifier>& entity) {
+    if constexpr (requires { reactor.handleReplaced(); }) {
+      if (reactor.notifier() == entity) return;
+      reactor.notifierIs(entity);
+      reactor.handleReplaced();
+    }
   }
 
   [[noreturn]] void refuseNull() const {

@@ -20,6 +20,7 @@ class Dir final : public EntityOf<Dir> {
 
   // The id of the one attribute; the key is the Name of the entry that came, changed or went.
   static constexpr AttributeId entityPtrId = 1;
+  static const Name* nameOf(const void* key) { return static_cast<const Name*>(key); }
 
   // Null when there is no entry of that name.
   Ptr<Entity> entityPtr(const Name& name) const { return entries_.value(name).entityPtr; }

@@ -49,8 +49,9 @@ class Input : Part {
     if (!entity_) return;
     const auto reactor = create<ReactorType>(machine_);
     reactor_ = reactor;
-    reactor->notifierIs(entity_);
+    // Active first: binding may react, and throw, and what comes after that must reach the machine.
     reactor->hasNotificationActiveIs(true);
+    reactor->notifierIs(entity_);
   }
 
   void del() { set(nullptr); }

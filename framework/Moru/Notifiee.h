@@ -88,7 +88,7 @@ class NotifieeOf : public Notifiee {
 };
 
 // The base of the reactors that a machine nests: class MoruFoo : public Reactor<Foo::NotifieeConst,
-// TheMachine>. `machine()` is the owner, a machine or another reactor.
+// TheMachine>. `machine()` is the owner, a machine or another reactor; null once that has gone.
 template <class Base, class Owner>
 class Reactor : public Base {
  public:
@@ -103,6 +103,27 @@ class Reactor : public Base {
     entity.fwkKey();
   }
   { return this->notifier()->fwkKey(); }
+
+ protected:
+  // For onAttribute(): calls the forwarding method of an attribute, of a keyed one with the key.
+  // Nothing is called by a reactor that watches nothing, as one does whose owner has gone, nor for
+  // a change without a key, which stands for a whole collection.
+  template <class Self>
+  void forward(void (Self::*handle)()) {
+    if (this->notifier()) (static_cast<Self*>(this)->*handle)();
+  }
+  template <class Self, class Parameter, class Key>
+  void forward(void (Self::*handle)(Parameter), const Key* key) {
+    if (this->notifier() && key != nullptr) (static_cast<Self*>(this)->*handle)(*key);
+  }
+};
+
+// A reactor that reacts to nothing: its machine binds the entity for other handlers to read.
+template <class Base, class Owner>
+class SilentReactor final : public Reactor<Base, Owner> {
+ public:
+  using Reactor<Base, Owner>::Reactor;
+  void onAttribute(AttributeId, const void*) override {}
 };
 
 }  // namespace Moru

@@ -83,6 +83,13 @@ bool operator==(const Ptr<T>& left, std::nullptr_t) noexcept {
   return left.get() == nullptr;
 }
 
+// A second pointer to the same object, for a walk over what the object holds: reactions that run
+// meanwhile may exchange the input, and with it drop the object, that `ptr` refers to.
+template <class T>
+Ptr<T> held(const Ptr<T>& ptr) noexcept {
+  return ptr;
+}
+
 // By address: good for a set of pointers, not for an order that anybody sees.
 template <class T, class U>
 std::strong_ordering operator<=>(const Ptr<T>& left, const Ptr<U>& right) noexcept {

@@ -5,6 +5,8 @@
 // drop the very machine that it belongs to, or that machine's owner, and still return through it.
 #pragma once
 
+#include <typeinfo>
+
 #include "framework/Moru/PtrInterface.h"
 
 namespace Moru {
@@ -40,6 +42,9 @@ class Part {
 class Reactive : public PtrInterface {
  public:
   Reactive* owner() const { return owner_; }
+
+  // The type record: that of the machine's or reactor's own class.
+  const std::type_info& fwkType() const noexcept { return typeid(*this); }
 
   // False until the owner, or the machine itself, has run its initialization. Machines and reactors
   // do no work before.

@@ -46,7 +46,7 @@ class Watcher final : public E::NotifieeConst {
 template <auto Attribute>
 std::string keyText(const void* key) {
   std::ostringstream out;
-  out << Moru::keyOf<Attribute>(key);
+  out << *Moru::keyOf<Attribute>(key);
   return out.str();
 }
 
@@ -221,7 +221,7 @@ TEST_F(StoreTest, ChangesFloodListsByTheirKeys) {
   watch(list, [&](const auto& entity, AttributeId, const void* key) {
     using List = VxlanController::MacVtepFloodListV2;
     log(keyText<&List::vtepIpFloodList>(key) +
-        (entity.vtepIpFloodList(Moru::keyOf<&List::vtepIpFloodList>(key)) ? " in" : " out"));
+        (entity.vtepIpFloodList(*Moru::keyOf<&List::vtepIpFloodList>(key)) ? " in" : " out"));
   });
   set(path, R"({"10.0.0.100":true,"10.0.0.20":true,"10.0.0.1":false,"10.0.0.9":true})");
   set(path, R"({"10.0.0.100":false,"10.0.0.20":true,"10.0.0.1":false})");

@@ -61,12 +61,20 @@ struct PortSm final : Moru::Machine, Counted<PortSm> {
 
   struct MoruPort : Moru::Reactor<Port::NotifieeConst, PortSm> {
     using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId attribute, const void* key) override {
-      if (attribute == Moru::idOf<&Port::up>)
-        machine()->handleUp();
-      else
-        machine()->onVlan(Moru::keyOf<&Port::vlan>(key));
+    void notifierIs(Ptr<Port const> notifier) override {
+      Reactor::notifierIs(std::move(notifier));
+      if (this->notifier()) machine()->onBind();
     }
+    void onAttribute(Moru::AttributeId attribute, const void* key) override {
+      switch (attribute) {
+        case Moru::idOf<&Port::up>:
+          return forward(&MoruPort::moru_handlePort_up);
+        case Moru::idOf<&Port::vlan>:
+          return forward(&MoruPort::moru_handlePort_vlan, Moru::keyOf<&Port::vlan>(key));
+      }
+    }
+    void moru_handlePort_up() { machine()->handleUp(); }
+    void moru_handlePort_vlan(int vlan) { machine()->onVlan(vlan); }
   };
   Moru::Input<MoruPort> port{this};
   Moru::Input<MoruPort>::Is portIs{port};
@@ -74,6 +82,7 @@ struct PortSm final : Moru::Machine, Counted<PortSm> {
   void handleUp();
 
   std::function<void(int)> onVlan = [](int) {};
+  std::function<void()> onBind = [] {};
 
  private:
   Name name_;
@@ -89,7 +98,10 @@ struct RootSm final : Moru::Machine, Counted<RootSm> {
 
   struct MoruPort : Moru::Reactor<Port::NotifieeConst, RootSm> {
     using Reactor::Reactor;
-    void handleInitialized() { say("watch "); }
+    void handleInitialized() {
+      say("watch ");
+      machine()->onWatch();
+    }
     void onAttribute(Moru::AttributeId, const void*) override { say("change "); }
     void doCleanup() { say("unwatch "); }
     void say(const char* what) { machine()->log.push_back(what + fwkKey().stringValue()); }
@@ -105,6 +117,8 @@ struct RootSm final : Moru::Machine, Counted<RootSm> {
 
   std::vector<std::string> log;
   std::function<void(PortSm&)> onUp = [](PortSm&) {};
+  std::function<void(PortSm&)> onCleanup = [](PortSm&) {};
+  std::function<void()> onWatch = [] {};
 };
 
 PortSm::PortSm(Name name, const Ptr<Port const>& watched, RootSm* root)
@@ -122,7 +136,10 @@ void PortSm::handleUp() {
   root_->log.push_back("done " + name_.stringValue());
 }
 
-void PortSm::doCleanup() { root_->log.push_back("cleanup " + name_.stringValue()); }
+void PortSm::doCleanup() {
+  root_->log.push_back("cleanup " + name_.stringValue());
+  root_->onCleanup(*this);
+}
 
 struct MachineTest : testing::Test {
   ~MachineTest() override {
@@ -210,20 +227,92 @@ TEST_F(MachineTest, AMachineMayBeDroppedByTheReactionThatRunsInIt) {
   EXPECT_EQ(RootSm::alive, 0);
 }
 
-TEST_F(MachineTest, ReactorsFollowEntitiesByTheirKey) {
+TEST_F(MachineTest, DeletingGivesWhatWasRemovedAndDeletingAllEnds) {
+  const auto sm = child(a);
+  EXPECT_EQ(root->portSmDel("b"), nullptr);
+  EXPECT_EQ(root->portSmDel("a"), sm);
+  EXPECT_EQ(sm->fwkType(), typeid(PortSm));
+  for (const auto& each : {a, b}) root->portSmIs(each->name, each, root.get());
+  root->onCleanup = [this](PortSm&) { root->portSmIs("c", a, root.get()); };
+  root->portSmDelAll();
+  EXPECT_EQ(root->portSm("a"), nullptr);
+  EXPECT_EQ(root->portSm("b"), nullptr);
+  EXPECT_NE(root->portSm("c"), nullptr) << "what came meanwhile stays";
+  root->onCleanup = [](PortSm&) {};
+
+  const auto reactor = root->portIs(a);
+  EXPECT_EQ(root->portDel("a"), reactor);
+  EXPECT_EQ(root->portDel("a"), nullptr);
+}
+
+TEST_F(MachineTest, ReactorsStayOnTheEntityThatTheyWereMadeFor) {
   for (const auto& each : {a, b, a}) root->portIs(each);
   a->vlanIs(7);
   root->portDel("a");
   a->vlanIs(8);
   EXPECT_THAT(log(), ElementsAre("watch a", "watch b", "change a", "unwatch a"));
   const auto otherB = create<Port>("b");
-  root->portIs(otherB);
-  b->upIs(true);
+  EXPECT_EQ(root->portIs(otherB), root->port("b"));
   otherB->upIs(true);
+  b->upIs(true);
   EXPECT_THAT(log(), ElementsAre("change b"));
   EXPECT_THAT([&] { root->portIs(nullptr); },
               ThrowsMessage<Moru::RangeException>(std::string(
                   "null _port parameter to mutator for Test::RootSm::port not allowed\"")));
+}
+
+TEST_F(MachineTest, ReactorsFollowACollection) {
+  struct Ports final : Moru::EntityOf<Ports> {
+    using All = Moru::EntityAttribute<Name, Port, 1>;
+    All port{this};
+    All::Is portIs{port};
+    All::Del portDel{port};
+  };
+  const auto ports = create<Ports>();
+  for (const auto& each : {a, b}) ports->portIs(each);
+  root->portIs(create<Port>("gone"));
+  root->port.sync(ports->port());
+  EXPECT_THAT(log(), ElementsAre("watch gone", "watch a", "watch b", "unwatch gone"));
+  root->port.follow(ports->port(), "a");
+  ports->portDel("a");
+  root->port.follow(ports->port(), "a");
+  EXPECT_THAT(log(), ElementsAre("unwatch a"));
+  // A reactor that comes into being may take its own entity away.
+  ports->portIs(a);
+  root->onWatch = [&] { ports->portDel("a"); };
+  root->port.follow(ports->port(), "a");
+  EXPECT_EQ(root->port("a"), nullptr);
+  root->onWatch = [] {};
+}
+
+TEST_F(MachineTest, AReactorIsInitializedBeforeItIsActive) {
+  root->onWatch = [this] { a->upIs(true); };
+  root->portIs(a);
+  EXPECT_THAT(log(), ElementsAre("watch a"));
+  a->upIs(false);
+  EXPECT_THAT(log(), ElementsAre("change a"));
+}
+
+TEST_F(MachineTest, AfterAnExceptionInItsBindingAnInputReacts) {
+  const auto sm = child(a);
+  sm->onBind = [] { throw Moru::RangeException("refused"); };
+  EXPECT_THROW(sm->portIs(b), Moru::RangeException);
+  EXPECT_EQ(sm->port(), b);
+  log();
+  b->upIs(true);
+  EXPECT_THAT(log(), ElementsAre("up a", "done a"));
+}
+
+TEST_F(MachineTest, AReactorWithoutAKeyOrAnOwnerForwardsNothing) {
+  auto sm = child(a);
+  const auto reactor = sm->port.reactor();
+  reactor->onAttribute(Port::Vlans::id, nullptr);  // the whole collection
+  root->portSmDel("a");
+  sm = nullptr;
+  const int vlan = 1;
+  reactor->onAttribute(Port::Up::id, nullptr);
+  reactor->onAttribute(Port::Vlans::id, &vlan);
+  EXPECT_THAT(log(), ElementsAre("cleanup a"));
 }
 
 TEST_F(MachineTest, CollectionsNotifyEveryKeyThatIsSetAndEveryOneThatWasThere) {
