@@ -57,32 +57,22 @@ Moru::Name nameOf(const VniExt& vni) {
 
 // --- Construction and teardown ---
 
-VxlanControllerClientSm::VxlanControllerClientSm(
-    const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
-    const Moru::Ptr<Moru::Dir const>& controllerStatusBaseDir,
-    const Moru::Ptr<VxlanController::ZepStateClientViewV2>& zepStateClientView,
-    const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
-    const Moru::Ptr<Mlag::Status const>& mlagStatus,
-    const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus,
-    const Moru::Ptr<Moru::Dir const>& zepStateBaseDir,
-    const Moru::Ptr<VlanVniMaps const>& vlanVniMaps, const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
-    const Moru::Ptr<L2Rib::HostInput>& l2RibZepInput,
-    const Moru::Ptr<VxlanClientConvergenceStatus>& zepConvergenceStatus) {
-  vtiStatusDirIs(vtiStatusDir);
-  controllerStatusBaseDirIs(controllerStatusBaseDir);
-  zepStateClientViewIs(zepStateClientView);
-  vxlanHwStatusDirIs(vxlanHwStatusDir);
-  mlagStatusIs(mlagStatus);
-  mlagVxlanStatus_ = mlagVxlanStatus;
-  zepStateBaseDirIs(zepStateBaseDir);
-  vlanVniMapsIs(vlanVniMaps);
-  zepSde_ = zepSde;
-  l2RibZepInput_ = l2RibZepInput;
-  zepConvergenceStatus_ = zepConvergenceStatus;
-  localBumStatusIs(vxlanHwStatusDir ? vxlanHwStatusDir->bumStatus() : nullptr);
+VxlanControllerClientSm::VxlanControllerClientSm(const ClientInputs& inputs) {
+  vtiStatusDirIs(inputs.vtiStatusDir);
+  controllerStatusBaseDirIs(inputs.controllerStatusBaseDir);
+  zepStateClientViewIs(inputs.zepStateClientView);
+  vxlanHwStatusDirIs(inputs.vxlanHwStatusDir);
+  mlagStatusIs(inputs.mlagStatus);
+  mlagVxlanStatus_ = inputs.mlagVxlanStatus;
+  zepStateBaseDirIs(inputs.zepStateBaseDir);
+  vlanVniMapsIs(inputs.vlanVniMaps);
+  zepSde_ = inputs.zepSde;
+  l2RibZepInput_ = inputs.l2RibZepInput;
+  zepConvergenceStatus_ = inputs.zepConvergenceStatus;
+  localBumStatusIs(inputs.vxlanHwStatusDir ? inputs.vxlanHwStatusDir->bumStatus() : nullptr);
   unicastDeferredDeleteClockIs(Moru::ActivityFacility::current()->clock());
   bumDeferredDeleteClockIs(Moru::ActivityFacility::current()->clock());
-  if (vtiStatusDir) syncVtiStatuses();
+  if (inputs.vtiStatusDir) syncVtiStatuses();
   handleInitialized();
 }
 
@@ -865,6 +855,10 @@ void VxlanControllerClientSm::checkDestCount(const L2Rib::FloodSet& floodSet,
                "->vtepIpFloodLists()");
 }
 
+Moru::Ptr<VxlanControllerClientSm> vxlanControllerClientSmFactory(const ClientInputs& inputs) {
+  return Moru::create<VxlanControllerClientSm>(inputs);
+}
+
 Moru::Ptr<VxlanControllerClientSm> vxlanControllerClientSmFactory(
     const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
     const Moru::Ptr<Moru::Dir const>& controllerStatusBaseDir,
@@ -876,9 +870,9 @@ Moru::Ptr<VxlanControllerClientSm> vxlanControllerClientSmFactory(
     const Moru::Ptr<VlanVniMaps const>& vlanVniMaps, const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
     const Moru::Ptr<L2Rib::HostInput>& l2RibZepInput,
     const Moru::Ptr<VxlanClientConvergenceStatus>& zepConvergenceStatus) {
-  return Moru::create<VxlanControllerClientSm>(
-      vtiStatusDir, controllerStatusBaseDir, zepStateClientView, vxlanHwStatusDir, mlagStatus,
-      mlagVxlanStatus, zepStateBaseDir, vlanVniMaps, zepSde, l2RibZepInput, zepConvergenceStatus);
+  return vxlanControllerClientSmFactory(
+      {vtiStatusDir, controllerStatusBaseDir, zepStateClientView, vxlanHwStatusDir, mlagStatus,
+       mlagVxlanStatus, zepStateBaseDir, vlanVniMaps, zepSde, l2RibZepInput, zepConvergenceStatus});
 }
 
 }  // namespace Vxlan

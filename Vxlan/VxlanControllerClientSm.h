@@ -34,6 +34,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "Vxlan/ClientInputs.h"
 #include "Vxlan/ReceivedHostTableToL2RibHostInputSm.h"
 #include "Vxlan/VtiVlanVniMapSm.h"
 #include "Vxlan/ZepMlagBumStatusSm.h"
@@ -41,39 +42,17 @@
 #include "Vxlan/ZepStateSm.h"
 #include "framework/Moru/ActivityFacility.h"
 #include "framework/Moru/Children.h"
-#include "framework/Moru/Dir.h"
 #include "framework/Moru/HashMap2018.h"
 #include "framework/Moru/Input.h"
-#include "model/L2Rib/HostInput.h"
-#include "model/L2Rib/SourceDirEntry.h"
-#include "model/Mlag/Status.h"
-#include "model/Mlag/VxlanStatus.h"
 #include "model/Vxlan/BumStatus.h"
 #include "model/Vxlan/ReceivedHostTable.h"
-#include "model/Vxlan/VlanVniMaps.h"
-#include "model/Vxlan/VtiStatusDir.h"
-#include "model/Vxlan/VxlanClientConvergenceStatus.h"
-#include "model/Vxlan/VxlanHwStatusDir.h"
-#include "model/VxlanController/ZepStateClientViewV2.h"
 
 namespace Vxlan {
 
 class VxlanControllerClientSm final : public Moru::Machine {
  public:
-  // Any of the inputs may be null, which means that it is absent: an empty table to read, nothing
-  // to write to. One that the model refuses throws; then there is no machine.
-  VxlanControllerClientSm(
-      const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
-      const Moru::Ptr<Moru::Dir const>& controllerStatusBaseDir,
-      const Moru::Ptr<VxlanController::ZepStateClientViewV2>& zepStateClientView,
-      const Moru::Ptr<VxlanHwStatusDir const>& vxlanHwStatusDir,
-      const Moru::Ptr<Mlag::Status const>& mlagStatus,
-      const Moru::Ptr<Mlag::VxlanStatus const>& mlagVxlanStatus,
-      const Moru::Ptr<Moru::Dir const>& zepStateBaseDir,
-      const Moru::Ptr<VlanVniMaps const>& vlanVniMaps,
-      const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
-      const Moru::Ptr<L2Rib::HostInput>& l2RibZepInput,
-      const Moru::Ptr<VxlanClientConvergenceStatus>& zepConvergenceStatus);
+  // Throws what the model throws for a value that it refuses; then there is no machine.
+  explicit VxlanControllerClientSm(const ClientInputs& inputs);
   ~VxlanControllerClientSm() override;
 
   // --- Reactors, one a watched input ---
@@ -165,7 +144,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
     void moru_handleVtiStatus_vccImportVlans(Bridging::VlanId vlan);
   };
 
-  // --- Inputs and outputs, in the order of the constructor ---
+  // --- Inputs and outputs, in the order of ClientInputs ---
 
   Moru::Input<MoruVtiStatusDir> vtiStatusDir{this};
   Moru::Input<MoruVtiStatusDir>::Is vtiStatusDirIs{vtiStatusDir};
@@ -436,7 +415,9 @@ class VxlanControllerClientSm final : public Moru::Machine {
   Moru::Ptr<ReceivedHostTable> hostTable_;
 };
 
-// Makes the client over its inputs, in the order of the constructor.
+Moru::Ptr<VxlanControllerClientSm> vxlanControllerClientSmFactory(const ClientInputs& inputs);
+
+// The same, with the members of ClientInputs one by one and in their order.
 Moru::Ptr<VxlanControllerClientSm> vxlanControllerClientSmFactory(
     const Moru::Ptr<VtiStatusDir const>& vtiStatusDir,
     const Moru::Ptr<Moru::Dir const>& controllerStatusBaseDir,

@@ -135,21 +135,8 @@ bool Replay::fireClocks(double until) {
 }
 
 void Replay::startClient() {
-  const auto given = [this]<class E>(Input input, const Moru::Ptr<E>& entity) {
-    return isAbsent(input) ? Moru::Ptr<E>() : entity;
-  };
   try {
-    client_ = Vxlan::vxlanControllerClientSmFactory(
-        given(Input::vtiStatusDir, store_.vtiStatusDir),
-        given(Input::controllerStatusBaseDir, store_.controllerStatusBaseDir),
-        given(Input::zepStateClientView, store_.zepStateClientView),
-        given(Input::vxlanHwStatusDir, store_.vxlanHwStatusDir),
-        given(Input::mlagStatus, store_.mlagStatus),
-        given(Input::mlagVxlanStatus, store_.mlagVxlanStatus),
-        given(Input::zepStateBaseDir, store_.zepStateBaseDir),
-        given(Input::vlanVniMaps, store_.vlanVniMaps), given(Input::zepSde, store_.zepSde),
-        given(Input::l2RibZepInput, store_.l2RibZepInput),
-        given(Input::zepConvergenceStatus, store_.zepConvergenceStatus));
+    client_ = Vxlan::vxlanControllerClientSmFactory(store_.inputs(lifecycle_.absent()));
   } catch (const Moru::Exception&) {
     lifecycle_.clientFailed();
     throw;
@@ -159,13 +146,9 @@ void Replay::startClient() {
 
 void Replay::printDump(const std::string& label) {
   progress_.clear();
-  const auto given = [this]<class E>(Input input, const Moru::Ptr<E>& entity) {
-    return isAbsent(input) ? Moru::Ptr<E const>() : Moru::Ptr<E const>(entity);
-  };
-  const Outputs outputs{given(Input::l2RibZepInput, store_.l2RibZepInput),
-                        given(Input::zepSde, store_.zepSde),
-                        given(Input::zepStateClientView, store_.zepStateClientView),
-                        given(Input::zepConvergenceStatus, store_.zepConvergenceStatus)};
+  const Vxlan::ClientInputs given = store_.inputs(lifecycle_.absent());
+  const Outputs outputs{given.l2RibZepInput, given.zepSde, given.zepStateClientView,
+                        given.zepConvergenceStatus};
   std::optional<ClientSnapshot> client;
   if (client_) client = clientSnapshot(*client_);
   Snapshot snapshot = takeSnapshot(label, at_, outputs, std::move(client));

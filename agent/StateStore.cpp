@@ -123,6 +123,25 @@ StateStore::StateStore()
   mlagVxlanStatus->peerSourceDirEntryIs(peerSourceDirEntry_);
 }
 
+Vxlan::ClientInputs StateStore::inputs(const InputSet& absent) const {
+  const auto given = [&absent]<class E>(Input input, const Ptr<E>& entity) {
+    return absent.test(bitOf(input)) ? Ptr<E>() : entity;
+  };
+  Vxlan::ClientInputs inputs;
+  inputs.vtiStatusDir = given(Input::vtiStatusDir, vtiStatusDir);
+  inputs.controllerStatusBaseDir = given(Input::controllerStatusBaseDir, controllerStatusBaseDir);
+  inputs.zepStateClientView = given(Input::zepStateClientView, zepStateClientView);
+  inputs.vxlanHwStatusDir = given(Input::vxlanHwStatusDir, vxlanHwStatusDir);
+  inputs.mlagStatus = given(Input::mlagStatus, mlagStatus);
+  inputs.mlagVxlanStatus = given(Input::mlagVxlanStatus, mlagVxlanStatus);
+  inputs.zepStateBaseDir = given(Input::zepStateBaseDir, zepStateBaseDir);
+  inputs.vlanVniMaps = given(Input::vlanVniMaps, vlanVniMaps);
+  inputs.zepSde = given(Input::zepSde, zepSde);
+  inputs.l2RibZepInput = given(Input::l2RibZepInput, l2RibZepInput);
+  inputs.zepConvergenceStatus = given(Input::zepConvergenceStatus, zepConvergenceStatus);
+  return inputs;
+}
+
 void StateStore::apply(const Change& change) {
   std::visit(
       [this](const auto& each) {

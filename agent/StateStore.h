@@ -7,7 +7,9 @@
 // a list that is given whole, members whose value stays are not written again.
 #pragma once
 
+#include "Vxlan/ClientInputs.h"
 #include "agent/Change.h"
+#include "agent/Inputs.h"
 #include "framework/Moru/Dir.h"
 #include "framework/Moru/Ptr.h"
 #include "model/L2Rib/HostInput.h"
@@ -36,6 +38,9 @@ class StateStore {
   // throws passes through: the writes before it stay, the ones behind it are not made, and the
   // store takes further changes.
   void apply(const Change& change);
+
+  // What a client is built over: all of the entities below, but for those that are to be absent.
+  Vxlan::ClientInputs inputs(const InputSet& absent = {}) const;
 
   // Inputs. An entry of the controller status base directory is a VxlanController::VniFdbStatusV2
   // under the VNI's name, or of another type; one of the controller state base directory a

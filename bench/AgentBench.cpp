@@ -45,10 +45,7 @@ void readAll(benchmark::State& state, Begin begin, Use use) {
 std::nullptr_t nobody(const Agent::StateStore&) { return nullptr; }
 
 Moru::Ptr<Vxlan::VxlanControllerClientSm> client(const Agent::StateStore& store) {
-  return Vxlan::vxlanControllerClientSmFactory(
-      store.vtiStatusDir, store.controllerStatusBaseDir, store.zepStateClientView,
-      store.vxlanHwStatusDir, store.mlagStatus, store.mlagVxlanStatus, store.zepStateBaseDir,
-      store.vlanVniMaps, store.zepSde, store.l2RibZepInput, store.zepConvergenceStatus);
+  return Vxlan::vxlanControllerClientSmFactory(store.inputs());
 }
 
 void storeLine(Agent::StateStore& store, const Agent::Line& line) {

@@ -66,11 +66,19 @@ class Fabric {
     }
     vtis->vtiStatusIs(vti);
     states->entityPtrIs("controller", controller_);
-    client = Vxlan::vxlanControllerClientSmFactory(
-        vtis, dir, create<VxlanController::ZepStateClientViewV2>(),
-        create<Vxlan::VxlanHwStatusDir>(), create<Mlag::Status>(), create<Mlag::VxlanStatus>(),
-        states, maps, create<L2Rib::SourceDirEntry>(), create<L2Rib::HostInput>(),
-        create<Vxlan::VxlanClientConvergenceStatus>());
+    Vxlan::ClientInputs inputs;
+    inputs.vtiStatusDir = vtis;
+    inputs.controllerStatusBaseDir = dir;
+    inputs.zepStateClientView = create<VxlanController::ZepStateClientViewV2>();
+    inputs.vxlanHwStatusDir = create<Vxlan::VxlanHwStatusDir>();
+    inputs.mlagStatus = create<Mlag::Status>();
+    inputs.mlagVxlanStatus = create<Mlag::VxlanStatus>();
+    inputs.zepStateBaseDir = states;
+    inputs.vlanVniMaps = maps;
+    inputs.zepSde = create<L2Rib::SourceDirEntry>();
+    inputs.l2RibZepInput = create<L2Rib::HostInput>();
+    inputs.zepConvergenceStatus = create<Vxlan::VxlanClientConvergenceStatus>();
+    client = Vxlan::vxlanControllerClientSmFactory(inputs);
     while (facility->fireDue() != 0) {
     }
   }

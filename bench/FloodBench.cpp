@@ -77,10 +77,19 @@ class Fabric {
   }
 
   void start() {
-    client = Vxlan::vxlanControllerClientSmFactory(
-        vtis_, dir_, create<VxlanController::ZepStateClientViewV2>(), hardware_, mlag_,
-        mlagVxlanStatus_, states_, maps_, create<L2Rib::SourceDirEntry>(),
-        create<L2Rib::HostInput>(), create<Vxlan::VxlanClientConvergenceStatus>());
+    Vxlan::ClientInputs inputs;
+    inputs.vtiStatusDir = vtis_;
+    inputs.controllerStatusBaseDir = dir_;
+    inputs.zepStateClientView = create<VxlanController::ZepStateClientViewV2>();
+    inputs.vxlanHwStatusDir = hardware_;
+    inputs.mlagStatus = mlag_;
+    inputs.mlagVxlanStatus = mlagVxlanStatus_;
+    inputs.zepStateBaseDir = states_;
+    inputs.vlanVniMaps = maps_;
+    inputs.zepSde = create<L2Rib::SourceDirEntry>();
+    inputs.l2RibZepInput = create<L2Rib::HostInput>();
+    inputs.zepConvergenceStatus = create<Vxlan::VxlanClientConvergenceStatus>();
+    client = Vxlan::vxlanControllerClientSmFactory(inputs);
   }
   void rest() const {
     while (facility->fireDue() != 0) {

@@ -52,6 +52,22 @@ struct Store {
       create<VxlanController::ZepStateClientViewV2>();
   Ptr<Vxlan::VxlanClientConvergenceStatus> convergenceStatus =
       create<Vxlan::VxlanClientConvergenceStatus>();
+
+  Vxlan::ClientInputs inputs() const {
+    Vxlan::ClientInputs inputs;
+    inputs.vtiStatusDir = vtiStatusDir;
+    inputs.controllerStatusBaseDir = controllerStatusBaseDir;
+    inputs.zepStateClientView = clientView;
+    inputs.vxlanHwStatusDir = vxlanHwStatusDir;
+    inputs.mlagStatus = mlagStatus;
+    inputs.mlagVxlanStatus = mlagVxlanStatus;
+    inputs.zepStateBaseDir = zepStateBaseDir;
+    inputs.vlanVniMaps = vlanVniMaps;
+    inputs.zepSde = floodSets;
+    inputs.l2RibZepInput = hosts;
+    inputs.zepConvergenceStatus = convergenceStatus;
+    return inputs;
+  }
 };
 
 // One VTI that takes its hosts from the controller, one VLAN, and hardware that replicates as the
@@ -145,10 +161,7 @@ int main() {
 
   Store store;
   configure(store);
-  const auto client = Vxlan::vxlanControllerClientSmFactory(
-      store.vtiStatusDir, store.controllerStatusBaseDir, store.clientView, store.vxlanHwStatusDir,
-      store.mlagStatus, store.mlagVxlanStatus, store.zepStateBaseDir, store.vlanVniMaps,
-      store.floodSets, store.hosts, store.convergenceStatus);
+  const auto client = Vxlan::vxlanControllerClientSmFactory(store.inputs());
   Controller controller(store);
 
   std::string pending;

@@ -37,9 +37,9 @@ World::~World() {
 
 void World::start() {
   livenessBefore_ = liveness();
-  client = Vxlan::vxlanControllerClientSmFactory(
+  client = Vxlan::vxlanControllerClientSmFactory(Vxlan::ClientInputs{
       vtiStatusDir, controllerStatusBaseDir, zepStateClientView, vxlanHwStatusDir, mlagStatus,
-      mlagVxlanStatus, zepStateBaseDir, vlanVniMaps, zepSde, l2RibZepInput, zepConvergenceStatus);
+      mlagVxlanStatus, zepStateBaseDir, vlanVniMaps, zepSde, l2RibZepInput, zepConvergenceStatus});
 }
 
 // Each entity must be as if there had never been a client. Of those that have come since it was
