@@ -580,22 +580,17 @@ bool VxlanControllerClientSm::isVtepIpMine(VniExt, Vorn::IpAddr vtepIp,
 }
 
 void VxlanControllerClientSm::deferDeleteReceivedTableEntry(Bridging::MacVlanPair key) {
-  ReceivedEntry entry = hostTable_->receivedEntry(key);
+  const ReceivedEntry entry = hostTable_->receivedEntry(key);
   if (!entry || entry.markedForDel) return;
   MORU_TRACE(8, "defer delete of ", key, " old vtep: ", entry.vtepAddr);
-  entry.markedForDel = true;
-  hostTable_->receivedEntryIs(entry);
-  hostTable_->markedForDelCountInc();
+  hostTable_->mark(key);
   MORU_TRACE(8, "new marked for deletion count ", hostTable_->markedForDelCount());
 }
 
 void VxlanControllerClientSm::deleteReceivedTableEntry(Bridging::MacVlanPair key) {
-  const ReceivedEntry* const entry = hostTable_->receivedEntry().find(key);
   MORU_TRACE(8, " deleting ", key);
-  if (entry != nullptr && entry->markedForDel) {
-    hostTable_->markedForDelCountDec();
+  if (hostTable_->unmark(key))
     MORU_TRACE(8, " new marked for deletion count ", hostTable_->markedForDelCount());
-  }
   hostTable_->receivedEntryDel(key);
 }
 

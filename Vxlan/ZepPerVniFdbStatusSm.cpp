@@ -168,9 +168,7 @@ void ZepPerVniFdbStatusSm::addHost(const VxlanController::MacVtepV2& macVtep,
   MORU_TRACE(8, "Adding remote host entry for mac: ", key.mac, " vlan: ", key.vlan,
              " vtepIp: ", macVtep.vtepIp, " moveCount: ", macVtep.moveCount);
   const Moru::Ptr<ReceivedHostTable> table(vxlanControllerClientSm_->hostTable().get());
-  const ReceivedEntry* const present = table->receivedEntry().find(key);
-  const bool wasMarked = present != nullptr && present->markedForDel;
-  if (wasMarked) MORU_TRACE(8, "Re-add, entry was marked for delete");
+  if (table->isMarked(key)) MORU_TRACE(8, "Re-add, entry was marked for delete");
   ReceivedEntry entry;
   entry.key = key;
   entry.vtiIntfId = intf;
@@ -179,10 +177,8 @@ void ZepPerVniFdbStatusSm::addHost(const VxlanController::MacVtepV2& macVtep,
   entry.moveCount = macVtep.moveCount;
   entry.time = Moru::ActivityFacility::current()->now();
   entry.hostKind = static_cast<std::uint8_t>(macVtep.hostKind);
-  table->receivedEntryIs(entry);
-  if (!wasMarked) return;
-  table->markedForDelCountDec();
-  MORU_TRACE(8, " new marked for deletion count ", table->markedForDelCount());
+  if (table->announce(entry))
+    MORU_TRACE(8, " new marked for deletion count ", table->markedForDelCount());
 }
 
 void ZepPerVniFdbStatusSm::handleVarpVtepAddr() {

@@ -13,9 +13,33 @@ void ReceivedHostTable::markedForDelCountIs(std::uint32_t count) {
   countIs_(count);
 }
 
-void ReceivedHostTable::markedForDelCountInc() { markedForDelCountIs(markedForDelCount() + 1); }
+bool ReceivedHostTable::isMarked(const Bridging::MacVlanPair& key) const {
+  const ReceivedEntry* const entry = receivedEntry().find(key);
+  return entry != nullptr && entry->markedForDel;
+}
 
-void ReceivedHostTable::markedForDelCountDec() {
+void ReceivedHostTable::mark(const Bridging::MacVlanPair& key) {
+  ReceivedEntry entry = receivedEntry(key);
+  if (!entry || entry.markedForDel) return;
+  entry.markedForDel = true;
+  receivedEntryIs(entry);
+  markedForDelCountIs(markedForDelCount() + 1);
+}
+
+bool ReceivedHostTable::announce(const ReceivedEntry& entry) {
+  const bool wasMarked = isMarked(entry.key);
+  receivedEntryIs(entry);
+  if (wasMarked) lowerCount();
+  return wasMarked;
+}
+
+bool ReceivedHostTable::unmark(const Bridging::MacVlanPair& key) {
+  const bool wasMarked = isMarked(key);
+  if (wasMarked) lowerCount();
+  return wasMarked;
+}
+
+void ReceivedHostTable::lowerCount() {
   Moru::assertThat(markedForDelCount() != 0, "markedForDelCount()");
   markedForDelCountIs(markedForDelCount() - 1);
 }

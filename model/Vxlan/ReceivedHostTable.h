@@ -29,15 +29,28 @@ class ReceivedHostTable final : public Moru::EntityOf<ReceivedHostTable> {
 
   std::size_t receivedEntrys() const { return receivedEntry().size(); }
 
-  // The number of entries that are marked for deletion. Whoever marks an entry or takes a mark away
-  // keeps the number right; that it stays between 0 and the number of entries is asserted.
+  // The number of entries that are marked for deletion. That it stays between 0 and the number of
+  // entries is asserted. Those below keep it right; receivedEntryIs() and receivedEntryDel() alone
+  // leave it as it is.
   using MarkedForDelCount = Moru::Attribute<std::uint32_t, 2>;
   MarkedForDelCount markedForDelCount{this};
   void markedForDelCountIs(std::uint32_t count);
-  void markedForDelCountInc();
-  void markedForDelCountDec();
+
+  bool isMarked(const Bridging::MacVlanPair& key) const;
+
+  // Marks an entry, which is then counted; one that is marked, or not there, stays as it is.
+  void mark(const Bridging::MacVlanPair& key);
+
+  // Writes an entry without a mark. True if the one in its place was marked: it no longer counts.
+  bool announce(const ReceivedEntry& entry);
+
+  // Takes the mark of an entry that is about to be removed out of the count, which is to come
+  // before the removal. True if it was marked.
+  bool unmark(const Bridging::MacVlanPair& key);
 
  private:
+  void lowerCount();
+
   MarkedForDelCount::Is countIs_{markedForDelCount};
   const Moru::Name name_;
 };

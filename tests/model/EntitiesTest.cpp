@@ -65,15 +65,25 @@ TEST_F(ReceivedHostTable, NotifiesRewrittenEntriesAndRemovedOnesThatWereThere) {
   EXPECT_EQ(viewWatcher->log.size(), 2U) << "each write of the flag";
 }
 
-TEST_F(ReceivedHostTableDeathTest, ChecksTheCountOfMarkedEntries) {
-  EXPECT_DEATH(table->markedForDelCountDec(), "assertion failed: markedForDelCount\\(\\)");
-  table->receivedEntryIs(received(1, 10));
-  table->markedForDelCountInc();
-  EXPECT_DEATH(
-      table->markedForDelCountInc(),
-      "markedForDelCount\\(\\) \\+ _markedForDelCount <= receivedEntrys\\(\\): 2 marked of 1");
-  table->markedForDelCountDec();
+TEST_F(ReceivedHostTableDeathTest, CountsTheEntriesThatAreMarked) {
+  const auto key = received(1, 10).key;
+  table->mark(key);
+  EXPECT_TRUE(table->receivedEntry().empty()) << "what is not there is not marked";
+  EXPECT_FALSE(table->announce(received(1, 10)));
+  table->announce(received(2, 10));
+  for (int i = 0; i < 2; ++i) table->mark(key);
+  EXPECT_TRUE(table->isMarked(key) && !table->isMarked(received(2, 10).key));
+  EXPECT_EQ(table->markedForDelCount(), 1U);
+  EXPECT_TRUE(table->announce(received(1, 10)));
   EXPECT_EQ(table->markedForDelCount(), 0U);
+  table->mark(key);
+  EXPECT_TRUE(table->unmark(key));
+  EXPECT_EQ(table->markedForDelCount(), 0U);
+  EXPECT_FALSE(table->unmark(received(2, 10).key));
+  EXPECT_DEATH(table->unmark(key), "assertion failed: markedForDelCount\\(\\)");
+  EXPECT_DEATH(
+      table->markedForDelCountIs(3),
+      "markedForDelCount\\(\\) \\+ _markedForDelCount <= receivedEntrys\\(\\): 3 marked of 2");
 }
 
 TEST(FloodSets, AreMadeOnRequestAndGoWithTheirVlan) {
