@@ -57,7 +57,8 @@ Moru::Name nameOf(const VniExt& vni) {
 
 // --- Construction and teardown ---
 
-VxlanControllerClientSm::VxlanControllerClientSm(const ClientInputs& inputs) {
+VxlanControllerClientSm::VxlanControllerClientSm(const ClientInputs& inputs)
+    : VxlanControllerClientSm() {
   vtiStatusDirIs(inputs.vtiStatusDir);
   controllerStatusBaseDirIs(inputs.controllerStatusBaseDir);
   zepStateClientViewIs(inputs.zepStateClientView);
@@ -79,7 +80,10 @@ VxlanControllerClientSm::VxlanControllerClientSm(const ClientInputs& inputs) {
 VxlanControllerClientSm::~VxlanControllerClientSm() {
   // From here on nothing that is written comes back to this machine or to one of its children.
   moruDoZombieReactors(true);
-  zepStateSmDel();
+  try {
+    zepStateSmDel();
+  } catch (...) {  // of a watcher of the client view: there is nobody left to tell
+  }
   hostTableDel();
   receivedHostTableToL2RibHostInputSmDel();
   zepPerVniFdbStatusSmDelAll();

@@ -51,7 +51,8 @@ namespace Vxlan {
 
 class VxlanControllerClientSm final : public Moru::Machine {
  public:
-  // Throws what the model throws for a value that it refuses; then there is no machine.
+  // Throws what the model throws for a value that it refuses; then there is no machine, and what it
+  // had made is taken down in the order of the destructor.
   explicit VxlanControllerClientSm(const ClientInputs& inputs);
   ~VxlanControllerClientSm() override;
 
@@ -365,6 +366,9 @@ class VxlanControllerClientSm final : public Moru::Machine {
   void processBumDeferredDeletes();
 
  private:
+  // The constructor goes on from this one: what it throws is then followed by the destructor.
+  VxlanControllerClientSm() = default;
+
   void syncVtiStatuses();
   void scanMappedVni(VniExt vni, const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& status);
   void removeZepPerVniFdbStatusSm(VniExt vni);

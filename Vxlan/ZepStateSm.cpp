@@ -1,17 +1,34 @@
 #include "Vxlan/ZepStateSm.h"
 
+#include <utility>
+
 #include "Vxlan/Trace.h"
 
 namespace Vxlan {
 
+ZepStateSm::ZepStateSm(Moru::Ptr<VxlanController::ZepStateClientViewV2> zepStateClientView)
+    : zepStateClientView_(std::move(zepStateClientView)) {}
+
 ZepStateSm::ZepStateSm(const Moru::Ptr<VxlanController::ZepStateV2 const>& zepState,
                        const Moru::Ptr<VxlanController::ZepStateClientViewV2>& zepStateClientView)
-    : zepStateClientView_(zepStateClientView) {
+    : ZepStateSm(zepStateClientView) {
   zepStateIs(zepState);
   handleInitialized();
 }
 
-ZepStateSm::~ZepStateSm() { moruDoZombieReactors(true); }
+ZepStateSm::~ZepStateSm() {
+  moruDoZombieReactors(true);
+  if (isCleanedUp_) return;
+  try {
+    cleanup();
+  } catch (...) {  // of a watcher of the view, which has been written: no destructor can pass it on
+  }
+}
+
+void ZepStateSm::doCleanup() {
+  isCleanedUp_ = true;
+  cleanup();
+}
 
 void ZepStateSm::constructorCheck(
     const Moru::Ptr<VxlanController::ZepStateV2 const>& zepState,
@@ -23,11 +40,12 @@ void ZepStateSm::constructorCheck(
 void ZepStateSm::MoruZepState::onAttribute(Moru::AttributeId attribute, const void*) {
   switch (attribute) {
     case Moru::idOf<&VxlanController::ZepStateV2::convergenceInProgress>:
-      machine()->handleConvergenceInProgress();
-      break;
-    default:
-      break;
+      forward(&MoruZepState::moru_handleZepState_convergenceInProgress);
   }
+}
+
+void ZepStateSm::MoruZepState::moru_handleZepState_convergenceInProgress() {
+  machine()->handleConvergenceInProgress();
 }
 
 void ZepStateSm::handleInitialized() {
@@ -39,16 +57,16 @@ void ZepStateSm::handleInitialized() {
 void ZepStateSm::handleConvergenceInProgress() {
   MORU_TRACE(8, " init ", initialized());
   if (!initialized()) return;
-  const bool converging = zepState()->convergenceInProgress();
+  const bool converging = zepState() && zepState()->convergenceInProgress();
   MORU_TRACE(8, " init ", initialized(), " convergence state ", converging,
              " echo convergence state");
   if (zepStateClientView_) zepStateClientView_->convergenceInProgressIs(converging);
 }
 
 void ZepStateSm::cleanup() {
-  if (!zepStateClientView_) return;
-  MORU_TRACE(8, " convergence window ", zepStateClientView_->convergenceInProgress());
-  zepStateClientView_->convergenceInProgressIs(false);
+  MORU_TRACE(8, " convergence window ",
+             zepStateClientView_ && zepStateClientView_->convergenceInProgress());
+  if (zepStateClientView_) zepStateClientView_->convergenceInProgressIs(false);
 }
 
 }  // namespace Vxlan

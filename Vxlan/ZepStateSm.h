@@ -16,7 +16,8 @@ namespace Vxlan {
 
 class ZepStateSm final : public Moru::Machine {
  public:
-  // Reads `zepState` and is the only one to write `zepStateClientView`, which may be null.
+  // Reads `zepState` and is the only one to write `zepStateClientView`; either may be null, and a
+  // controller without a state does not converge.
   ZepStateSm(const Moru::Ptr<VxlanController::ZepStateV2 const>& zepState,
              const Moru::Ptr<VxlanController::ZepStateClientViewV2>& zepStateClientView);
   ~ZepStateSm() override;
@@ -26,14 +27,16 @@ class ZepStateSm final : public Moru::Machine {
       const Moru::Ptr<VxlanController::ZepStateV2 const>& zepState,
       const Moru::Ptr<VxlanController::ZepStateClientViewV2>& zepStateClientView) const;
 
-  // The root has dropped the machine.
-  void doCleanup() { cleanup(); }
+  // The root has dropped the machine. What runs then need not wait for the destructor, and what a
+  // watcher of the view throws can pass.
+  void doCleanup();
 
   class MoruZepState
       : public Moru::Reactor<VxlanController::ZepStateV2::NotifieeConst, ZepStateSm> {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleZepState_convergenceInProgress();
   };
 
   Moru::Input<MoruZepState> zepState{this};
@@ -46,9 +49,16 @@ class ZepStateSm final : public Moru::Machine {
 
   void handleInitialized();
   void handleConvergenceInProgress();
+
+  // Ends the convergence window: when the root drops the machine, or else in the destructor, as of
+  // a machine whose construction threw.
   void cleanup();
 
  private:
+  // The constructor goes on from this one: what it throws is then followed by the destructor.
+  explicit ZepStateSm(Moru::Ptr<VxlanController::ZepStateClientViewV2> zepStateClientView);
+
+  bool isCleanedUp_ = false;
   const Moru::Ptr<VxlanController::ZepStateClientViewV2> zepStateClientView_;
 };
 
