@@ -1,4 +1,8 @@
 // The copying of ZepMlagBumStatusSm: the reactors on the peer's flood sets.
+//
+// What they write may end their own reason, down to the machine: a reactor that has been dropped is
+// a zombie, and watches nothing. The rule is the same everywhere: a handler does nothing in a
+// zombie, and what goes on after a write calls handlers, holds what it walks, or asks again.
 #include "Vxlan/FloodSets.h"
 #include "Vxlan/Trace.h"
 #include "Vxlan/ZepMlagBumStatusSm.h"
@@ -12,18 +16,17 @@ using MoruFloodSet = MoruVlanFloodSet::MoruFloodSet;
 
 void ZepMlagBumStatusSm::MoruVlanFloodSet::onAttribute(Moru::AttributeId attribute,
                                                        const void* key) {
-  if (attribute == Moru::idOf<&L2Rib::VlanFloodSet::floodSet>)
-    handlePeerFloodSet(*Moru::keyOf<&L2Rib::VlanFloodSet::floodSet>(key));
+  switch (attribute) {
+    case Moru::idOf<&L2Rib::VlanFloodSet::floodSet>:
+      forward(&MoruVlanFloodSet::moru_handleVlanFloodSet_floodSet,
+              Moru::keyOf<&L2Rib::VlanFloodSet::floodSet>(key));
+  }
 }
 
-void ZepMlagBumStatusSm::MoruVlanFloodSet::handlePeerFloodSet(Vorn::EthAddr mac) {
-  const Moru::Ptr<L2Rib::VlanFloodSet const> peer = notifier();
-  // Someone else may have removed the switch's own; what is written into it would be lost.
-  if (isCopied() && !isLocalVlanFloodSetInPlace()) handleFloodSet();
-  if (!isZombie()) handleFloodSet(mac);
-  if (isZombie()) return;
-  if (const auto peerFloodSet = peer->floodSet(mac)) floodSetIs(peerFloodSet);
-  if (!isZombie() && !peer->floodSet(mac)) floodSetDel(mac);
+void ZepMlagBumStatusSm::MoruVlanFloodSet::moru_handleVlanFloodSet_floodSet(Vorn::EthAddr mac) {
+  const auto peer = Moru::held(notifier());
+  handleFloodSet(mac);
+  if (!isZombie()) floodSet.follow(peer->floodSet(), mac);
 }
 
 // It observes first: what is copied while it comes into being may come back from the peer.
@@ -34,24 +37,17 @@ void ZepMlagBumStatusSm::MoruVlanFloodSet::handleInitialized() {
 
 // An entity that takes another's place under its VLAN is copied from the start.
 void ZepMlagBumStatusSm::MoruVlanFloodSet::handleReplaced() {
-  const Moru::Ptr<L2Rib::VlanFloodSet const> peer = notifier();
-  for (const auto& [mac, peerFloodSet] : peer->floodSet()) floodSetIs(peerFloodSet);
-  for (auto mac = floodSet().begin(); mac; ++mac)
-    if (!peer->floodSet(mac.key())) floodSetDel(mac.key());
+  const auto peer = Moru::held(notifier());
+  floodSet.sync(peer->floodSet());
   handleVfsInit();
-}
-
-bool ZepMlagBumStatusSm::MoruVlanFloodSet::isCopied() const {
-  return !isZombie() && machine()->bumRepMode() == BumReplicationMode::controller && initialized();
 }
 
 void ZepMlagBumStatusSm::MoruVlanFloodSet::handleVfsInit() {
   if (isZombie()) return;
   MORU_TRACE(8, "handleVfsInit", vlanId());
-  if (machine()->bumRepMode() != BumReplicationMode::controller || !machine()->initialized()) {
+  if (bumRepMode() != BumReplicationMode::controller || !machine()->initialized()) {
     initializedIs(false);
-    MORU_TRACE(8, " bum replication mode: ", machine()->bumRepMode(), " init? ",
-               machine()->initialized());
+    MORU_TRACE(8, " bum replication mode: ", bumRepMode(), " init? ", machine()->initialized());
     return;
   }
   if (machine()->isMapped(vlanId())) initializedIs(true);
@@ -61,33 +57,28 @@ void ZepMlagBumStatusSm::MoruVlanFloodSet::handleVfsInit() {
 }
 
 void ZepMlagBumStatusSm::MoruVlanFloodSet::handleFloodSet() {
-  const Moru::Ptr<L2Rib::VlanFloodSet const> peer = notifier();
+  if (isZombie()) return;
+  const auto peer = Moru::held(notifier());
+  const auto sde = Moru::held(machine()->zepSde());
   MORU_TRACE(8, "handleFloodSet", peer->vlanId());
-  if (!machine()->zepSde()) return;
-  bindLocalVlanFloodSet();
-  for (auto mac = peer->floodSet().begin(); mac && !isZombie(); ++mac) handleFloodSet(mac.key());
+  localVlanFloodSet_ = sde ? sde->vlanFloodSet(peer->vlanId()) : nullptr;
+  if (const auto local = Moru::held(localVlanFloodSet_)) {
+    MORU_TRACE(8, "vlanfloodSet of ", peer->vlanId(),
+               " pre-exists in L2Rib Sde. Deleting obsolete macs");
+    for (const auto& [mac, floodSet] : local->floodSet())
+      if (!peer->floodSet(mac)) local->floodSetDel(mac);
+  } else if (sde) {
+    localVlanFloodSet_ = sde->vlanFloodSetIs(peer->vlanId());
+  }
+  for (const auto& [mac, peerFloodSet] : peer->floodSet()) handleFloodSet(mac);
   for (const auto& [mac, reactor] : floodSet()) reactor->handleFsInit();
 }
 
-void ZepMlagBumStatusSm::MoruVlanFloodSet::bindLocalVlanFloodSet() {
-  const Moru::Ptr<L2Rib::VlanFloodSet const> peer = notifier();
-  const Moru::Ptr<L2Rib::SourceDirEntry> sde = machine()->zepSde();
-  localVlanFloodSet_ = sde->vlanFloodSet(peer->vlanId());
-  if (!localVlanFloodSet_) {
-    localVlanFloodSet_ = sde->vlanFloodSetIs(peer->vlanId());
-    return;
-  }
-  MORU_TRACE(8, "vlanfloodSet of ", peer->vlanId(),
-             " pre-exists in L2Rib Sde. Deleting obsolete macs");
-  const Moru::Ptr<L2Rib::VlanFloodSet> local = localVlanFloodSet_;
-  for (auto mac = local->floodSet().begin(); mac; ++mac)
-    if (!peer->floodSet(mac.key())) local->floodSetDel(mac.key());
-}
-
 void ZepMlagBumStatusSm::MoruVlanFloodSet::handleFloodSet(Vorn::EthAddr mac) {
+  if (isZombie()) return;
   MORU_TRACE(8, "handleFloodSet", vlanId(), mac);
   if (!isCopied()) {
-    MORU_TRACE(8, " bum replication mode: ", machine()->bumRepMode(), " init? ", initialized());
+    MORU_TRACE(8, " bum replication mode: ", bumRepMode(), " init? ", initialized());
     return;
   }
   if (!localVlanFloodSet_) return;
@@ -97,28 +88,21 @@ void ZepMlagBumStatusSm::MoruVlanFloodSet::handleFloodSet(Vorn::EthAddr mac) {
     localVlanFloodSet_->floodSetDel(mac);
 }
 
-bool ZepMlagBumStatusSm::MoruVlanFloodSet::isLocalVlanFloodSetInPlace() const {
-  const auto& sde = machine()->zepSde();
-  return sde && localVlanFloodSet_ && sde->vlanFloodSet(vlanId()) == localVlanFloodSet_;
-}
-
 // --- One MAC of a VLAN ---
 
 void MoruFloodSet::onAttribute(Moru::AttributeId attribute, const void* key) {
   switch (attribute) {
     case Moru::idOf<&L2Rib::FloodSet::floodSetType>:
-      handleFloodSetType();
-      break;
+      return forward(&MoruFloodSet::moru_handleFloodSet_floodSetType);
     case Moru::idOf<&L2Rib::FloodSet::destSet>:
-      if (machine()->isCopied() && !isLocalFloodSetInPlace())
-        machine()->handleFloodSet();
-      else
-        handleDest(*Moru::keyOf<&L2Rib::FloodSet::destSet>(key));
-      break;
-    default:
-      break;
+      return forward(&MoruFloodSet::moru_handleFloodSet_destSet,
+                     Moru::keyOf<&L2Rib::FloodSet::destSet>(key));
   }
 }
+
+void MoruFloodSet::moru_handleFloodSet_floodSetType() { handleFloodSetType(); }
+
+void MoruFloodSet::moru_handleFloodSet_destSet(L2Rib::Dest dest) { handleDest(dest); }
 
 void MoruFloodSet::handleInitialized() {
   hasNotificationActiveIs(true);
@@ -128,32 +112,34 @@ void MoruFloodSet::handleInitialized() {
 void MoruFloodSet::handleReplaced() { handleFsInit(); }
 
 void MoruFloodSet::handleFsInit() {
+  if (isZombie()) return;
   MORU_TRACE(8, "handleFsInit");
-  if (!isZombie() && machine()->isCopied()) handleDest();
+  if (machine()->isCopied()) handleDest();
 }
 
 void MoruFloodSet::handleDest() {
-  const Moru::Ptr<L2Rib::FloodSet const> peer = notifier();
-  const Moru::Ptr<L2Rib::VlanFloodSet> localVlan = machine()->localVlanFloodSet();
+  if (isZombie()) return;
+  const auto peer = Moru::held(notifier());
+  const auto localVlan = Moru::held(machine()->localVlanFloodSet());
   MORU_TRACE(8, "handleDest", " vlan ", machine()->vlanId(), " mac ", peer->macAddr());
-  if (!localVlan) return;
-  localFloodSet_ = localVlan->floodSet(peer->macAddr());
+  localFloodSet_ = localVlan ? localVlan->floodSet(peer->macAddr()) : nullptr;
   if (localFloodSet_) {
     MORU_TRACE(8, "floodSet of ", machine()->vlanId(), ":", peer->macAddr(),
                " pre-exists in L2Rib Sde. Deleting obsolete dests");
     sweepDests(localFloodSet_, [&](const L2Rib::Dest& dest) { return peer->destSet(dest); });
-  } else {
+  } else if (localVlan) {
     localFloodSet_ = localVlan->floodSetIs(peer->macAddr());
   }
   handleFloodSetType();
-  for (auto dest = peer->destSet().begin(); dest && !isZombie(); ++dest) handleDest(dest.key());
+  for (auto dest = peer->destSet().begin(); dest; ++dest) handleDest(dest.key());
 }
 
 void MoruFloodSet::handleDest(L2Rib::Dest dest) {
-  const Moru::Ptr<L2Rib::FloodSet const>& peer = notifier();
+  if (isZombie()) return;
+  const auto peer = Moru::held(notifier());
   MORU_TRACE(8, "handleDest", machine()->vlanId(), peer->macAddr(), dest.stringValue());
   if (!machine()->isCopied()) {
-    MORU_TRACE(8, " bum replication mode: ", machine()->machine()->bumRepMode(), " init? ",
+    MORU_TRACE(8, " bum replication mode: ", machine()->bumRepMode(), " init? ",
                machine()->initialized());
     return;
   }
@@ -171,11 +157,6 @@ void MoruFloodSet::handleFloodSetType() {
   MORU_TRACE(8, "handleFloodSetType", " vlan ", machine()->vlanId(), " mac ", notifier()->macAddr(),
              " type ", notifier()->floodSetType());
   if (localFloodSet_) localFloodSet_->floodSetTypeIs(notifier()->floodSetType());
-}
-
-bool MoruFloodSet::isLocalFloodSetInPlace() const {
-  return machine()->isLocalVlanFloodSetInPlace() && localFloodSet_ &&
-         machine()->localVlanFloodSet()->floodSet(notifier()->macAddr()) == localFloodSet_;
 }
 
 }  // namespace Vxlan

@@ -15,14 +15,8 @@ ZepMlagBumStatusSm::ZepMlagBumStatusSm(const Moru::Ptr<Mlag::VxlanStatus const>&
   vxlanHwStatusDirIs(vxlanHwStatusDir);
   vlanVniMapsIs(vlanVniMaps);
   bindPeer();
-  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps)) vtiVlanVniMapIs(map);
-  for (auto map = vtiVlanVniMap().begin(); map; ++map)
-    if (!vlanVniMaps->vlanVniMap(map.key())) vtiVlanVniMapDel(map.key());
-  if (const auto remote = remoteSde()) {
-    for (const auto& [vlan, floodSets] : remote->vlanFloodSet()) vlanFloodSetIs(floodSets);
-    for (auto vlan = vlanFloodSet().begin(); vlan; ++vlan)
-      if (!remote->vlanFloodSet(vlan.key())) vlanFloodSetDel(vlan.key());
-  }
+  vtiVlanVniMap.sync(vlanVniMapsOf(vlanVniMaps));
+  if (const auto remote = remoteSde()) vlanFloodSet.sync(remote->vlanFloodSet());
   handleInitialized();
 }
 
@@ -58,13 +52,25 @@ void ZepMlagBumStatusSm::handleInitialized() {
 
 void ZepMlagBumStatusSm::MoruRemoteBumStatus::onAttribute(Moru::AttributeId attribute,
                                                           const void*) {
-  if (attribute == Moru::idOf<&BumStatus::bumReplicationMode>)
-    machine()->handleBumReplicationMode();
+  switch (attribute) {
+    case Moru::idOf<&BumStatus::bumReplicationMode>:
+      forward(&MoruRemoteBumStatus::moru_handleRemoteBumStatus_bumReplicationMode);
+  }
+}
+
+void ZepMlagBumStatusSm::MoruRemoteBumStatus::moru_handleRemoteBumStatus_bumReplicationMode() {
+  machine()->handleBumReplicationMode();
 }
 
 void ZepMlagBumStatusSm::MoruLocalBumStatus::onAttribute(Moru::AttributeId attribute, const void*) {
-  if (attribute == Moru::idOf<&BumStatus::bumReplicationMode>)
-    machine()->handleBumReplicationMode();
+  switch (attribute) {
+    case Moru::idOf<&BumStatus::bumReplicationMode>:
+      forward(&MoruLocalBumStatus::moru_handleLocalBumStatus_bumReplicationMode);
+  }
+}
+
+void ZepMlagBumStatusSm::MoruLocalBumStatus::moru_handleLocalBumStatus_bumReplicationMode() {
+  machine()->handleBumReplicationMode();
 }
 
 void ZepMlagBumStatusSm::handleBumReplicationMode() {
@@ -86,18 +92,29 @@ void ZepMlagBumStatusSm::handleBumReplicationMode() {
 
 void ZepMlagBumStatusSm::MoruVlanVniMaps::onAttribute(Moru::AttributeId attribute,
                                                       const void* key) {
-  if (attribute != Moru::idOf<&VlanVniMaps::vlanVniMap>) return;
-  const Vorn::IntfId& intf = *Moru::keyOf<&VlanVniMaps::vlanVniMap>(key);
-  if (const auto map = notifier()->vlanVniMap(intf))
-    machine()->vtiVlanVniMapIs(map);
-  else
-    machine()->vtiVlanVniMapDel(intf);
+  switch (attribute) {
+    case Moru::idOf<&VlanVniMaps::vlanVniMap>:
+      forward(&MoruVlanVniMaps::moru_handleVlanVniMaps_vlanVniMap,
+              Moru::keyOf<&VlanVniMaps::vlanVniMap>(key));
+  }
+}
+
+void ZepMlagBumStatusSm::MoruVlanVniMaps::moru_handleVlanVniMaps_vlanVniMap(Vorn::IntfId intf) {
+  machine()->vtiVlanVniMap.follow(notifier()->vlanVniMap(), intf);
 }
 
 void ZepMlagBumStatusSm::MoruVtiVlanVniMap::onAttribute(Moru::AttributeId attribute,
                                                         const void* key) {
-  if (attribute == Moru::idOf<&VlanVniMap::vlanToVsp>)
-    handleVlanVniMapUpdate(*Moru::keyOf<&VlanVniMap::vlanToVsp>(key));
+  switch (attribute) {
+    case Moru::idOf<&VlanVniMap::vlanToVsp>:
+      forward(&MoruVtiVlanVniMap::moru_handleVtiVlanVniMap_vlanToVsp,
+              Moru::keyOf<&VlanVniMap::vlanToVsp>(key));
+  }
+}
+
+void ZepMlagBumStatusSm::MoruVtiVlanVniMap::moru_handleVtiVlanVniMap_vlanToVsp(
+    Bridging::VlanId vlan) {
+  handleVlanVniMapUpdate(vlan);
 }
 
 // A VLAN without a VNI keeps what has been copied; it is not followed until it has one again.
@@ -105,7 +122,7 @@ void ZepMlagBumStatusSm::MoruVtiVlanVniMap::handleVlanVniMapUpdate(Bridging::Vla
   MORU_TRACE(8, "handleVlanVniMapUpdate", vlan);
   const auto reactor = machine()->vlanFloodSet(vlan);
   if (!reactor) return;
-  if (!notifier()->vlanToVsp(vlan))
+  if (!notifier() || !notifier()->vlanToVsp(vlan))
     reactor->initializedIs(false);
   else
     reactor->handleVfsInit();
@@ -120,14 +137,17 @@ bool ZepMlagBumStatusSm::isMapped(const Bridging::VlanId& vlan) const {
 // --- The peer's VLANs ---
 
 void ZepMlagBumStatusSm::MoruRemoteSde::onAttribute(Moru::AttributeId attribute, const void* key) {
-  if (attribute != Moru::idOf<&L2Rib::SourceDirEntry::vlanFloodSet>) return;
-  const Bridging::VlanId& vlan = *Moru::keyOf<&L2Rib::SourceDirEntry::vlanFloodSet>(key);
-  const Moru::Ptr<L2Rib::SourceDirEntry const> remote(notifier().get());
-  if (!isZombie()) machine()->handleVlanFloodSet(vlan);
-  if (isZombie()) return;
-  if (const auto floodSets = remote->vlanFloodSet(vlan)) machine()->vlanFloodSetIs(floodSets);
-  // Asked anew: copying writes, and what comes of that may reach the peer.
-  if (!isZombie() && !remote->vlanFloodSet(vlan)) machine()->vlanFloodSetDel(vlan);
+  switch (attribute) {
+    case Moru::idOf<&L2Rib::SourceDirEntry::vlanFloodSet>:
+      forward(&MoruRemoteSde::moru_handleRemoteSde_vlanFloodSet,
+              Moru::keyOf<&L2Rib::SourceDirEntry::vlanFloodSet>(key));
+  }
+}
+
+void ZepMlagBumStatusSm::MoruRemoteSde::moru_handleRemoteSde_vlanFloodSet(Bridging::VlanId vlan) {
+  const auto remote = Moru::held(notifier());
+  machine()->handleVlanFloodSet(vlan);
+  if (!isZombie()) machine()->vlanFloodSet.follow(remote->vlanFloodSet(), vlan);
 }
 
 void ZepMlagBumStatusSm::handleVlanFloodSet(Bridging::VlanId vlan) {
@@ -150,23 +170,17 @@ void ZepMlagBumStatusSm::markAndSweep(Bridging::VlanId vlan) {
     return;
   }
   for (const auto& [mac, floodSet] : local->floodSet()) {
-    if (const auto remoteFloodSet = remote->floodSet(mac)) {
-      sweepFloodSet(floodSet, remoteFloodSet, vlan);
-    } else {
+    const auto remoteFloodSet = remote->floodSet(mac);
+    if (!remoteFloodSet) {
       MORU_TRACE(8, "Sweeping ", mac, " from vlan ", vlan);
       local->floodSetDel(mac);
+      continue;
     }
-  }
-}
-
-void ZepMlagBumStatusSm::sweepFloodSet(const Moru::Ptr<L2Rib::FloodSet>& local,
-                                       const Moru::Ptr<L2Rib::FloodSet const>& remote,
-                                       Bridging::VlanId vlan) {
-  for (auto dest = local->destSet().begin(); dest; ++dest) {
-    if (remote->destSet(dest.key())) continue;
-    MORU_TRACE(8, "Sweeping ", dest.key().stringValue(), " from ", local->macAddr(), " on vlan ",
-               vlan);
-    local->destSetDel(dest.key());
+    for (auto dest = floodSet->destSet().begin(); dest; ++dest) {
+      if (remoteFloodSet->destSet(dest.key())) continue;
+      MORU_TRACE(8, "Sweeping ", dest.key().stringValue(), " from ", mac, " on vlan ", vlan);
+      floodSet->destSetDel(dest.key());
+    }
   }
 }
 

@@ -41,38 +41,33 @@ class ZepMlagBumStatusSm final : public Moru::Machine {
                   const Moru::Ptr<VlanVniMaps const>& vlanVniMaps,
                   const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde) const;
 
-  // Reacts to nothing: which peer it points to is read when the machine is made.
-  class MoruMlagVxlanStatus
-      : public Moru::Reactor<Mlag::VxlanStatus::NotifieeConst, ZepMlagBumStatusSm> {
-   public:
-    using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId, const void*) override {}
-  };
+  // Bound for the peer's entities to be read, when the machine is made and no later.
+  using MoruMlagVxlanStatus =
+      Moru::SilentReactor<Mlag::VxlanStatus::NotifieeConst, ZepMlagBumStatusSm>;
 
-  // Reacts to nothing: so is which BUM status it points to.
-  class MoruVxlanHwStatusDir
-      : public Moru::Reactor<VxlanHwStatusDir::NotifieeConst, ZepMlagBumStatusSm> {
-   public:
-    using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId, const void*) override {}
-  };
+  // So for the switch's BUM status.
+  using MoruVxlanHwStatusDir =
+      Moru::SilentReactor<VxlanHwStatusDir::NotifieeConst, ZepMlagBumStatusSm>;
 
   class MoruVlanVniMaps : public Moru::Reactor<VlanVniMaps::NotifieeConst, ZepMlagBumStatusSm> {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleVlanVniMaps_vlanVniMap(Vorn::IntfId intf);
   };
 
   class MoruRemoteBumStatus : public Moru::Reactor<BumStatus::NotifieeConst, ZepMlagBumStatusSm> {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleRemoteBumStatus_bumReplicationMode();
   };
 
   class MoruLocalBumStatus : public Moru::Reactor<BumStatus::NotifieeConst, ZepMlagBumStatusSm> {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleLocalBumStatus_bumReplicationMode();
   };
 
   class MoruRemoteSde
@@ -80,6 +75,7 @@ class ZepMlagBumStatusSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleRemoteSde_vlanFloodSet(Bridging::VlanId vlan);
   };
 
   // One for each VTI.
@@ -87,11 +83,15 @@ class ZepMlagBumStatusSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleVtiVlanVniMap_vlanToVsp(Bridging::VlanId vlan);
     void handleVlanVniMapUpdate(Bridging::VlanId vlan);
   };
 
   // Copies the flood sets of one VLAN; one for each that the peer has. It is initialized once the
   // VLAN has been copied as a whole, and until it loses its VNI or copying is found off.
+  //
+  // The copy is kept by pointer. Where somebody else removes it from the layer-2 RIB, changes of
+  // the peer go into what has been removed, until the VLAN is copied as a whole again.
   class MoruVlanFloodSet
       : public Moru::Reactor<L2Rib::VlanFloodSet::NotifieeConst, ZepMlagBumStatusSm> {
    public:
@@ -100,6 +100,9 @@ class ZepMlagBumStatusSm final : public Moru::Machine {
      public:
       using Reactor::Reactor;
       void onAttribute(Moru::AttributeId attribute, const void* key) override;
+      void moru_handleFloodSet_floodSetType();
+      void moru_handleFloodSet_destSet(L2Rib::Dest dest);
+
       void handleInitialized();
       void handleReplaced();
       void handleFsInit();
@@ -110,15 +113,15 @@ class ZepMlagBumStatusSm final : public Moru::Machine {
       void handleFloodSetType();
 
      private:
-      bool isLocalFloodSetInPlace() const;
-
       Moru::Ptr<L2Rib::FloodSet> localFloodSet_;
     };
 
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleVlanFloodSet_floodSet(Vorn::EthAddr mac);
 
     const Bridging::VlanId& vlanId() const { return notifier()->vlanId(); }
+    BumReplicationMode bumRepMode() const { return machine()->bumRepMode(); }
 
     // The switch's own flood sets of the VLAN; null until they have been copied for the first time.
     const Moru::Ptr<L2Rib::VlanFloodSet>& localVlanFloodSet() const { return localVlanFloodSet_; }
@@ -138,14 +141,11 @@ class ZepMlagBumStatusSm final : public Moru::Machine {
     void handleFloodSet();
 
     // Whether the changes of this VLAN are copied.
-    bool isCopied() const;
+    bool isCopied() const {
+      return bumRepMode() == BumReplicationMode::controller && initialized();
+    }
 
    private:
-    friend class MoruFloodSet;
-    void bindLocalVlanFloodSet();
-    void handlePeerFloodSet(Vorn::EthAddr mac);
-    bool isLocalVlanFloodSetInPlace() const;
-
     Moru::Ptr<L2Rib::VlanFloodSet> localVlanFloodSet_;
   };
 
@@ -205,8 +205,6 @@ class ZepMlagBumStatusSm final : public Moru::Machine {
  private:
   void bindPeer();
   bool isMapped(const Bridging::VlanId& vlan) const;
-  void sweepFloodSet(const Moru::Ptr<L2Rib::FloodSet>& local,
-                     const Moru::Ptr<L2Rib::FloodSet const>& remote, Bridging::VlanId vlan);
 
   const Moru::Ptr<L2Rib::SourceDirEntry> zepSde_;
   BumReplicationMode bumRepMode_ = BumReplicationMode::unknown;

@@ -139,16 +139,19 @@ TEST_F(MlagTest, FollowsAVlanWhileItHasAVni) {
 }
 
 // The controller's machines write the same flood sets, and take them away.
-TEST_F(MlagTest, CopiesAnewWhatOthersHaveRemoved) {
+// A change of the peer is one step, and copies nothing else: what others write stays.
+TEST_F(MlagTest, RunsOneStepForAChangeAndCopiesAVlanAnewOnlyAsAWhole) {
   world.startAndRest();
-  world.peerFloodSet(10, 2)->destSetIs(dest(2), true);
-  world.multiPath(100, 2, {8});
-  world.withdrawMultiPath(100, 2);
-  EXPECT_FALSE(local(10, 2));
-  world.peerFloodSet(10, 2)->destSetIs(dest(3), true);
-  expectCopied();
+  world.peerFloodSet(10, 4)->destSetIs(dest(2), true);
+  world.multiPath(100, 4, {8});
   world.zepSde->vlanFloodSetDel(VlanId(10));
+  world.multiPath(100, 7, {8});
+  world.peerFloodSet(10, 4)->destSetIs(dest(3), true);
+  world.peerSde->vlanFloodSetIs(VlanId(10))->floodSetDel(mac(4));
   world.peerFloodSet(10, 3);
+  EXPECT_EQ(world.floodSets(), (FloodSets{{{10, 7}, "any 8"}}));
+  peerMode(Mode::unknown);
+  peerMode(Mode::controller);
   expectCopied();
 }
 
