@@ -26,10 +26,21 @@ bool isDestListed(const L2Rib::Dest& dest, IsListed&& isListed) {
   return !address.isIp6() && isListed(address.ip4());
 }
 
-// Removes the destinations that `isKept(dest)` says no to, and says how many.
+// The flood set of one MAC in a VLAN, made if need be, and given its type; null without a source
+// directory entry.
+inline Moru::Ptr<L2Rib::FloodSet> floodSetIs(const Moru::Ptr<L2Rib::SourceDirEntry>& sde,
+                                             const Bridging::VlanId& vlan, const Vorn::EthAddr& mac,
+                                             L2Rib::FloodSetType type) {
+  if (!sde) return nullptr;
+  auto floodSet = sde->vlanFloodSetIs(vlan)->floodSetIs(mac);
+  floodSet->floodSetTypeIs(type);
+  return floodSet;
+}
+
+// Removes the destinations of a flood set that `isKept(dest)` says no to, and says how many.
 template <class IsKept>
 std::size_t sweepDests(const Moru::Ptr<L2Rib::FloodSet>& set, IsKept&& isKept) {
-  const Moru::Ptr<L2Rib::FloodSet> floodSet(set.get());  // which the caller may exchange meanwhile
+  const auto floodSet = Moru::held(set);
   std::size_t swept = 0;
   for (auto dest = floodSet->destSet().begin(); dest; ++dest) {
     if (isKept(dest.key())) continue;
@@ -39,8 +50,8 @@ std::size_t sweepDests(const Moru::Ptr<L2Rib::FloodSet>& set, IsKept&& isKept) {
   return swept;
 }
 
-// Removes the flood set of one MAC, and that of the VLAN if it was the last: unless another stands
-// in its place by now, of which somebody is in the middle.
+// Removes the flood set of one MAC from those of its VLAN, and these if it was the last: but for
+// those that somebody who watches has put in their place meanwhile.
 inline void deleteFloodSet(const Moru::Ptr<L2Rib::SourceDirEntry>& sde,
                            const Moru::Ptr<L2Rib::VlanFloodSet>& vlanFloodSet,
                            const Vorn::EthAddr& mac) {

@@ -33,61 +33,82 @@ void MacVtepFloodListTableSm::MoruMacVtepFloodListTable::onAttribute(Moru::Attri
   using FloodList = VxlanController::MacVtepFloodListV2;
   switch (attribute) {
     case Moru::idOf<&FloodList::vtepIpFloodList>:
-      machine()->handleVtepIpFloodList(*Moru::keyOf<&FloodList::vtepIpFloodList>(key));
-      break;
-    default:
-      break;
+      forward(&MoruMacVtepFloodListTable::moru_handleMacVtepFloodListTable_vtepIpFloodList,
+              Moru::keyOf<&FloodList::vtepIpFloodList>(key));
   }
+}
+
+void MacVtepFloodListTableSm::MoruMacVtepFloodListTable::
+    moru_handleMacVtepFloodListTable_vtepIpFloodList(Vorn::IpAddr ip) {
+  machine()->handleVtepIpFloodList(ip);
 }
 
 void MacVtepFloodListTableSm::handleInitialized() {
   MORU_TRACE(8, " init? ", initialized());
   if (!zepPerVniFdbStatusSm_->checkBumStatus()) return;
-  if (!isMultiPath())
-    zepPerVniFdbStatusSm_->forEachVlan([this](const Bridging::VlanId& vlan) { installList(vlan); });
+  if (isMultiPath()) {
+    MORU_TRACE(8, " mac ", macAddr_, " found in macVtepMultiPathTable");
+    initializedIs(true);
+    return;
+  }
+  const auto list = Moru::held(macVtepFloodListTable());
+  for (const auto& [intf, vlan] : zepPerVniFdbStatusSm_->vlans()) {
+    if (!vlan) {
+      MORU_TRACE(8, " no vlan-vni map found for vni: ", zepPerVniFdbStatusSm_->vni());
+      continue;
+    }
+    MORU_TRACE(8, " vni: ", zepPerVniFdbStatusSm_->vni(), " vlan: ", vlan);
+    const auto floodSet = floodSetOf(vlan);
+    MORU_TRACE(8, "listType: sendToAll vtepAddr len ", list ? list->vtepIpFloodLists() : 0);
+    if (!floodSet) continue;
+    if (!zepPerVniFdbStatusSm_->vxlanControllerClientSm()->convergenceInProgress())
+      sweepDests(floodSet, [this](const L2Rib::Dest& dest) {
+        return isDestListed(dest, [this](const Vorn::IpAddr& ip) { return isMember(ip); });
+      });
+    if (!list) continue;
+    // The flag counts in the sweep above, and not here, on purpose: a VTEP whose flag is false is
+    // installed with the list, and goes when the list says so in a change of its own.
+    for (auto vtep = list->vtepIpFloodList().begin(); vtep; ++vtep)
+      floodSet->destSetIs(destOf(vtep.key()), true);
+  }
   initializedIs(true);
-}
-
-void MacVtepFloodListTableSm::installList(const Bridging::VlanId& vlan) const {
-  const Moru::Ptr<VxlanController::MacVtepFloodListV2 const> list(macVtepFloodListTable().get());
-  const auto floodSet = floodSetOf(vlan);
-  MORU_TRACE(8, "listType: sendToAll vtepAddr len ", list ? list->vtepIpFloodLists() : 0);
-  if (!zepPerVniFdbStatusSm_->vxlanControllerClientSm()->convergenceInProgress())
-    sweepDests(floodSet, [this](const L2Rib::Dest& dest) {
-      return isDestListed(dest, [this](const Vorn::IpAddr& ip) { return isMember(ip); });
-    });
-  if (!list) return;
-  // The flag counts in the sweep above, and not here, on purpose: a VTEP whose flag is false is
-  // installed with the list, and goes when the list says so in a change of its own.
-  for (auto vtep = list->vtepIpFloodList().begin(); vtep; ++vtep)
-    floodSet->destSetIs(destOf(vtep.key()), true);
 }
 
 void MacVtepFloodListTableSm::handleVtepIpFloodList(Vorn::IpAddr ip) {
   MORU_TRACE(8, " init? ", initialized());
-  if (!zepPerVniFdbStatusSm_->checkBumStatus() || isMultiPath()) return;
-  zepPerVniFdbStatusSm_->forEachVlan([&](const Bridging::VlanId& vlan) { installVtep(vlan, ip); });
-}
-
-void MacVtepFloodListTableSm::installVtep(const Bridging::VlanId& vlan,
-                                          const Vorn::IpAddr& ip) const {
-  const auto floodSet = floodSetOf(vlan);
-  if (isMember(ip)) {
-    MORU_TRACE(8, " adding ", ip, " to remoteVtepAddr");
-    floodSet->destSetIs(destOf(ip), true);
+  if (!zepPerVniFdbStatusSm_->checkBumStatus()) return;
+  if (isMultiPath()) {
+    MORU_TRACE(8, " mac ", macAddr_, " found in macVtepMultiPathTable");
     return;
   }
-  // A controller that restarts may list the VTEP again. If not, the deferred deletion removes it.
-  if (zepPerVniFdbStatusSm_->vxlanControllerClientSm()->convergenceInProgress()) return;
-  if (!floodSet->destSet().contains(destOf(ip))) return;
-  MORU_TRACE(8, " removing ", ip, " from flood set");
-  floodSet->destSetDel(destOf(ip));
+  for (const auto& [intf, vlan] : zepPerVniFdbStatusSm_->vlans()) {
+    if (!vlan) {
+      MORU_TRACE(8, " no vlan-vni map found for vni: ", zepPerVniFdbStatusSm_->vni());
+      continue;
+    }
+    MORU_TRACE(8, " vni: ", zepPerVniFdbStatusSm_->vni(), " vlan: ", vlan);
+    const auto floodSet = floodSetOf(vlan);
+    if (isMember(ip)) {
+      MORU_TRACE(8, " adding ", ip, " to remoteVtepAddr");
+      if (floodSet) floodSet->destSetIs(destOf(ip), true);
+      continue;
+    }
+    // A controller that restarts may list the VTEP again. If not, the deferred deletion removes it.
+    if (zepPerVniFdbStatusSm_->vxlanControllerClientSm()->convergenceInProgress()) continue;
+    if (!floodSet || !floodSet->destSet().contains(destOf(ip))) continue;
+    MORU_TRACE(8, " removing ", ip, " from flood set");
+    floodSet->destSetDel(destOf(ip));
+  }
 }
 
 void MacVtepFloodListTableSm::handleVtepIpFloodList() {
   MORU_TRACE(8, " init? ", initialized());
-  if (!zepPerVniFdbStatusSm_->checkBumStatus() || isMultiPath()) return;
-  const Moru::Ptr<VxlanController::MacVtepFloodListV2 const> list(macVtepFloodListTable().get());
+  if (!zepPerVniFdbStatusSm_->checkBumStatus()) return;
+  if (isMultiPath()) {
+    MORU_TRACE(8, " mac ", macAddr_, " found in macVtepMultiPathTable");
+    return;
+  }
+  const auto list = Moru::held(macVtepFloodListTable());
   if (!list) return;
   for (auto vtep = list->vtepIpFloodList().begin(); vtep; ++vtep) handleVtepIpFloodList(vtep.key());
 }
@@ -97,34 +118,38 @@ void MacVtepFloodListTableSm::handleVtepIpFloodList() {
 void MacVtepFloodListTableSm::cleanup() {
   MORU_TRACE(8, " init? ", initialized());
   if (!zepPerVniFdbStatusSm_->checkBumStatus()) return;
-  if (!isMultiPath())
-    zepPerVniFdbStatusSm_->forEachVlan(
-        [this](const Bridging::VlanId& vlan) { deleteFloodSetOf(vlan); });
+  if (isMultiPath()) {
+    MORU_TRACE(8, " mac ", macAddr_, " found in macVtepMultiPathTable");
+    initializedIs(false);
+    return;
+  }
+  for (const auto& [intf, vlan] : zepPerVniFdbStatusSm_->vlans()) {
+    if (!vlan) {
+      MORU_TRACE(8, " no vlan-vni map found for vni: ", zepPerVniFdbStatusSm_->vni());
+      continue;
+    }
+    MORU_TRACE(8, " vni: ", zepPerVniFdbStatusSm_->vni(), " vlan: ", vlan);
+    const Bridging::VlanId vlanId(vlan.value());
+    const auto vlanFloodSet = zepSde_ ? zepSde_->vlanFloodSet(vlanId) : nullptr;
+    if (!vlanFloodSet) continue;
+    MORU_TRACE(8, " deleting ", macAddr_, " from vlan ", vlan);
+    deleteFloodSet(zepSde_, vlanFloodSet, macAddr_);
+  }
   initializedIs(false);
 }
 
-void MacVtepFloodListTableSm::deleteFloodSetOf(const Bridging::VlanId& vlan) const {
-  const auto vlanFloodSet = zepSde_->vlanFloodSet(vlan);
-  if (!vlanFloodSet) return;
-  MORU_TRACE(8, " deleting ", macAddr_, " from vlan ", vlan);
-  deleteFloodSet(zepSde_, vlanFloodSet, macAddr_);
-}
-
-// The MAC's flood set belongs to its multipath entry while there is one.
 bool MacVtepFloodListTableSm::isMultiPath() const {
-  if (!zepPerVniFdbStatusSm_->multiPath(macAddr_)) return false;
-  MORU_TRACE(8, " mac ", macAddr_, " found in macVtepMultiPathTable");
-  return true;
+  return zepPerVniFdbStatusSm_->multiPath(macAddr_) != nullptr;
 }
 
 bool MacVtepFloodListTableSm::isMember(const Vorn::IpAddr& ip) const {
   return macVtepFloodListTable() && macVtepFloodListTable()->vtepIpFloodList(ip);
 }
 
-Moru::Ptr<L2Rib::FloodSet> MacVtepFloodListTableSm::floodSetOf(const Bridging::VlanId& vlan) const {
-  auto floodSet = zepSde_->vlanFloodSetIs(vlan)->floodSetIs(macAddr_);
-  floodSet->floodSetTypeIs(L2Rib::FloodSetType::sendToAll);
-  return floodSet;
+Moru::Ptr<L2Rib::FloodSet> MacVtepFloodListTableSm::floodSetOf(
+    const Bridging::VlanIdOrNone& vlan) const {
+  return floodSetIs(zepSde_, Bridging::VlanId(vlan.value()), macAddr_,
+                    L2Rib::FloodSetType::sendToAll);
 }
 
 }  // namespace Vxlan

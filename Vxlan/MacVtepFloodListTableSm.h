@@ -14,6 +14,7 @@
 
 #include "framework/Moru/Children.h"
 #include "framework/Moru/Input.h"
+#include "model/Bridging/VlanIdOrNone.h"
 #include "model/L2Rib/SourceDirEntry.h"
 #include "model/VxlanController/MacVtepFloodListV2.h"
 
@@ -48,6 +49,7 @@ class MacVtepFloodListTableSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleMacVtepFloodListTable_vtepIpFloodList(Vorn::IpAddr ip);
   };
 
   Moru::Input<MoruMacVtepFloodListTable> macVtepFloodListTable{this};
@@ -65,12 +67,10 @@ class MacVtepFloodListTableSm final : public Moru::Machine {
   void handleVtepIpFloodList();
 
  private:
+  // Whether the MAC's flood set belongs to its multipath entry, as it does while there is one.
   bool isMultiPath() const;
   bool isMember(const Vorn::IpAddr& ip) const;
-  Moru::Ptr<L2Rib::FloodSet> floodSetOf(const Bridging::VlanId& vlan) const;
-  void installList(const Bridging::VlanId& vlan) const;
-  void installVtep(const Bridging::VlanId& vlan, const Vorn::IpAddr& ip) const;
-  void deleteFloodSetOf(const Bridging::VlanId& vlan) const;
+  Moru::Ptr<L2Rib::FloodSet> floodSetOf(const Bridging::VlanIdOrNone& vlan) const;
 
   const Vorn::EthAddr macAddr_;
   const Moru::Ptr<L2Rib::SourceDirEntry> zepSde_;

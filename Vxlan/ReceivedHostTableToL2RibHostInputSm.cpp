@@ -44,11 +44,14 @@ void ReceivedHostTableToL2RibHostInputSm::MoruReceivedHostTable::onAttribute(
     Moru::AttributeId attribute, const void* key) {
   switch (attribute) {
     case Moru::idOf<&ReceivedHostTable::receivedEntry>:
-      machine()->handleReceivedHostEntry(*Moru::keyOf<&ReceivedHostTable::receivedEntry>(key));
-      break;
-    default:
-      break;
+      forward(&MoruReceivedHostTable::moru_handleReceivedHostTable_receivedEntry,
+              Moru::keyOf<&ReceivedHostTable::receivedEntry>(key));
   }
+}
+
+void ReceivedHostTableToL2RibHostInputSm::MoruReceivedHostTable::
+    moru_handleReceivedHostTable_receivedEntry(Bridging::MacVlanPair key) {
+  machine()->handleReceivedHostEntry(key);
 }
 
 void ReceivedHostTableToL2RibHostInputSm::handleInitialized() {
@@ -58,10 +61,9 @@ void ReceivedHostTableToL2RibHostInputSm::handleInitialized() {
   handleReceivedHostEntry();
 }
 
-void ReceivedHostTableToL2RibHostInputSm::handleReceivedHostEntry(
-    const Bridging::MacVlanPair& key) {
+void ReceivedHostTableToL2RibHostInputSm::handleReceivedHostEntry(Bridging::MacVlanPair key) {
   MORU_TRACE(8, " key ", key);
-  if (!initialized() || !l2RibZepInput_) return;
+  if (!initialized() || !receivedHostTable() || !l2RibZepInput_) return;
   const ReceivedEntry* const entry = receivedHostTable()->receivedEntry().find(key);
   if (entry == nullptr || !*entry)
     l2RibZepInput_->hostDel(key);
@@ -71,20 +73,20 @@ void ReceivedHostTableToL2RibHostInputSm::handleReceivedHostEntry(
 
 void ReceivedHostTableToL2RibHostInputSm::handleReceivedHostEntry() {
   MORU_TRACE(8);
-  if (!initialized() || !l2RibZepInput_) return;
+  if (!initialized()) return;
+  const auto table = Moru::held(receivedHostTable());
   MORU_TRACE(8, " deleting L2Rib input entries that are not in received host table");
-  deleteStaleHosts();
+  if (table && l2RibZepInput_) deleteStaleHosts(*table);
   MORU_TRACE(8, " updating L2Rib input based on existing entries in received host table");
-  const Moru::Ptr<ReceivedHostTable const> table = receivedHostTable();
+  if (!table) return;
   for (auto entry = table->receivedEntry().begin(); entry; ++entry)
     handleReceivedHostEntry(entry.key());
 }
 
-void ReceivedHostTableToL2RibHostInputSm::deleteStaleHosts() {
-  for (auto host = l2RibZepInput_->host().begin(); host; ++host) {
-    if (!host.value() || receivedHostTable()->receivedEntry().contains(host.key())) continue;
-    l2RibZepInput_->hostDel(host.key());
-  }
+void ReceivedHostTableToL2RibHostInputSm::deleteStaleHosts(const ReceivedHostTable& table) {
+  for (auto host = l2RibZepInput_->host().begin(); host; ++host)
+    if (!!host.value() && !table.receivedEntry().contains(host.key()))
+      l2RibZepInput_->hostDel(host.key());
 }
 
 Moru::Ptr<ReceivedHostTableToL2RibHostInputSm> receivedHostTableToL2RibHostInputSmFactory(

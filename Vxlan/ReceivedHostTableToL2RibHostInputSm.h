@@ -15,8 +15,8 @@ namespace Vxlan {
 
 class ReceivedHostTableToL2RibHostInputSm final : public Moru::Machine {
  public:
-  // Reads the table, which must be there, and is the only one to write the host input. Without a
-  // host input it writes nothing.
+  // Reads the table, and is the only one to write the host input. Where one of the two is absent it
+  // writes nothing.
   ReceivedHostTableToL2RibHostInputSm(const Moru::Ptr<ReceivedHostTable const>& receivedHostTable,
                                       const Moru::Ptr<L2Rib::HostInput>& l2RibZepInput);
   ~ReceivedHostTableToL2RibHostInputSm() override;
@@ -30,6 +30,7 @@ class ReceivedHostTableToL2RibHostInputSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleReceivedHostTable_receivedEntry(Bridging::MacVlanPair key);
   };
 
   Moru::Input<MoruReceivedHostTable> receivedHostTable{this};
@@ -41,13 +42,13 @@ class ReceivedHostTableToL2RibHostInputSm final : public Moru::Machine {
   void handleInitialized();
 
   // One entry.
-  void handleReceivedHostEntry(const Bridging::MacVlanPair& key);
+  void handleReceivedHostEntry(Bridging::MacVlanPair key);
 
   // All: what the table lacks goes from the host input, then every entry is written anew.
   void handleReceivedHostEntry();
 
  private:
-  void deleteStaleHosts();
+  void deleteStaleHosts(const ReceivedHostTable& table);
 
   const Moru::Ptr<L2Rib::HostInput> l2RibZepInput_;
 };

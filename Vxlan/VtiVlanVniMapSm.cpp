@@ -25,18 +25,20 @@ void VtiVlanVniMapSm::constructorCheck(const Moru::Ptr<VlanVniMap const>& vlanVn
 void VtiVlanVniMapSm::MoruVlanVniMap::onAttribute(Moru::AttributeId attribute, const void* key) {
   switch (attribute) {
     case Moru::idOf<&VlanVniMap::vlanToVsp>:
-      machine()->handleVlanVniMapUpdate(*Moru::keyOf<&VlanVniMap::vlanToVsp>(key));
-      break;
-    default:
-      break;
+      forward(&MoruVlanVniMap::moru_handleVlanVniMap_vlanToVsp,
+              Moru::keyOf<&VlanVniMap::vlanToVsp>(key));
   }
+}
+
+void VtiVlanVniMapSm::MoruVlanVniMap::moru_handleVlanVniMap_vlanToVsp(Bridging::VlanId vlan) {
+  machine()->handleVlanVniMapUpdate(vlan);
 }
 
 void VtiVlanVniMapSm::handleInitialized() {
   MORU_TRACE(8, " Init ? ", initialized());
   if (!vxlanControllerClientSm_->initialized()) return;
   initializedIs(true);
-  const Moru::Ptr<VlanVniMap const> map(vlanVniMap().get());
+  const auto map = Moru::held(vlanVniMap());
   if (!map) return;
   for (auto vlan = map->vlanToVsp().begin(); vlan; ++vlan) handleVlanVniMapUpdate(vlan.key());
 }
@@ -58,31 +60,28 @@ void VtiVlanVniMapSm::zepProcessVniVlanMapUpdateComplete(Bridging::VlanId vlan, 
     MORU_TRACE(8, "Returning: controllerMode = ", controllerMode);
     return;
   }
-  const VniSourcePair vsp = vspOf(vlan);
-  if (!vsp) {
-    MORU_TRACE(8, "vlan-vni map has been deleted ");
-    deleteUnmappedVnis();
+  if (const VniSourcePair vsp = vspOf(vlan); !!vsp) {
+    const VniExt vni = vsp.vni();
+    MORU_TRACE(8, "Create zepPerVniFdbStatusSm for ", vni);
+    vxlanControllerClientSm_->vxlanControllerScanVniStatus(vni);
     return;
   }
-  const VniExt vni = vsp.vni();
-  MORU_TRACE(8, "Create zepPerVniFdbStatusSm for ", vni);
-  vxlanControllerClientSm_->vxlanControllerScanVniStatus(vni);
+  MORU_TRACE(8, "vlan-vni map has been deleted ");
+  // Only this VTI's map is asked, on purpose: a VNI that another VTI maps loses its machine, too,
+  // and gets it back at that VTI's next update.
+  for (const auto& [vni, machine] : vxlanControllerClientSm_->zepPerVniFdbStatusSm()) {
+    if (maps(vni)) continue;
+    MORU_TRACE(8, "Deleting zepPerVniFdbStatusSm for vni ", vni);
+    vxlanControllerClientSm_->zepPerVniFdbStatusSmDel(vni);
+  }
 }
 
 VniSourcePair VtiVlanVniMapSm::vspOf(Bridging::VlanId vlan) const {
   return vlanVniMap() ? vlanVniMap()->vlanToVsp(vlan) : VniSourcePair();
 }
 
-// Only this VTI's map is asked, on purpose: a VNI that another VTI maps loses its machine, too, and
-// gets it back at that VTI's next update.
-void VtiVlanVniMapSm::deleteUnmappedVnis() {
-  const auto& machines = vxlanControllerClientSm_->zepPerVniFdbStatusSm();
-  for (auto machine = machines.begin(); machine; ++machine) {
-    const VniExt vni = machine.key();
-    if (vlanVniMap() && !!vlanVniMap()->vniToVlan(vni)) continue;
-    MORU_TRACE(8, "Deleting zepPerVniFdbStatusSm for vni ", vni);
-    vxlanControllerClientSm_->zepPerVniFdbStatusSmDel(vni);
-  }
+bool VtiVlanVniMapSm::maps(const VniExt& vni) const {
+  return vlanVniMap() && !!vlanVniMap()->vniToVlan(vni);
 }
 
 }  // namespace Vxlan

@@ -36,6 +36,7 @@ class VtiVlanVniMapSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleVlanVniMap_vlanToVsp(Bridging::VlanId vlan);
   };
 
   Moru::Input<MoruVlanVniMap> vlanVniMap{this};
@@ -50,7 +51,7 @@ class VtiVlanVniMapSm final : public Moru::Machine {
 
  private:
   VniSourcePair vspOf(Bridging::VlanId vlan) const;
-  void deleteUnmappedVnis();
+  bool maps(const VniExt& vni) const;
 
   const Vorn::IntfId intf_;
   VxlanControllerClientSm* const vxlanControllerClientSm_;

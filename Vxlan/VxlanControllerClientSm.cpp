@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "Vxlan/Clocks.h"
 #include "Vxlan/FloodSets.h"
 #include "Vxlan/Trace.h"
 #include "Vxlan/Walk.h"
@@ -26,13 +27,6 @@ constexpr std::size_t nearAhead = 6;
 template <class Entry>
 const Bridging::MacVlanPair* markedKey(const std::optional<Entry>& entry) {
   return entry && entry->value.markedForDel ? &entry->key : nullptr;
-}
-
-double now() { return Moru::ActivityFacility::current()->now(); }
-
-template <class ClockInput>
-void arm(const ClockInput& clock, double time) {
-  if (const auto& reactor = clock.reactor()) reactor->timeMinIs(time);
 }
 
 // Null if there is no such entry, or no directory.

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <sstream>
+#include <vector>
 
+#include "Vxlan/Clocks.h"
 #include "Vxlan/FloodSets.h"
 #include "Vxlan/Trace.h"
 #include "Vxlan/VxlanControllerClientSm.h"
@@ -10,6 +12,25 @@
 #include "framework/Moru/Assert.h"
 
 namespace Vxlan {
+
+namespace {
+
+constexpr std::uint32_t receivedEntrySource = 10;  // the controller feed
+
+ReceivedEntry entryOf(const VxlanController::MacVtepV2& macVtep, const Vorn::IntfId& intf,
+                      const Bridging::MacVlanPair& key) {
+  ReceivedEntry entry;
+  entry.key = key;
+  entry.vtiIntfId = intf;
+  entry.source = receivedEntrySource;
+  entry.vtepAddr = macVtep.vtepIp;
+  entry.moveCount = macVtep.moveCount;
+  entry.time = now();
+  entry.hostKind = static_cast<std::uint8_t>(macVtep.hostKind);
+  return entry;
+}
+
+}  // namespace
 
 ZepPerVniFdbStatusSm::ZepPerVniFdbStatusSm(
     const VniExt& vni, const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& zepVniFdbStatusV2,
@@ -50,36 +71,49 @@ void ZepPerVniFdbStatusSm::MoruZepVniFdbStatusV2::onAttribute(Moru::AttributeId 
   using Status = VxlanController::VniFdbStatusV2;
   switch (attribute) {
     case Moru::idOf<&Status::macVtepTable>:
-      machine()->handleZepHostTable(*Moru::keyOf<&Status::macVtepTable>(key));
-      break;
+      return forward(&MoruZepVniFdbStatusV2::moru_handleZepVniFdbStatusV2_macVtepTable,
+                     Moru::keyOf<&Status::macVtepTable>(key));
     case Moru::idOf<&Status::macVtepMultiPathTable>:
-      machine()->handleMacVtepMultiPathTable(*Moru::keyOf<&Status::macVtepMultiPathTable>(key));
-      break;
+      return forward(&MoruZepVniFdbStatusV2::moru_handleZepVniFdbStatusV2_macVtepMultiPathTable,
+                     Moru::keyOf<&Status::macVtepMultiPathTable>(key));
     case Moru::idOf<&Status::macVtepFloodListTable>:
-      machine()->handleMacVtepFloodListTable(*Moru::keyOf<&Status::macVtepFloodListTable>(key));
-      break;
-    default:
-      break;
+      return forward(&MoruZepVniFdbStatusV2::moru_handleZepVniFdbStatusV2_macVtepFloodListTable,
+                     Moru::keyOf<&Status::macVtepFloodListTable>(key));
   }
+}
+
+void ZepPerVniFdbStatusSm::MoruZepVniFdbStatusV2::moru_handleZepVniFdbStatusV2_macVtepTable(
+    Vorn::EthAddr mac) {
+  machine()->handleZepHostTable(mac);
+}
+
+void ZepPerVniFdbStatusSm::MoruZepVniFdbStatusV2::
+    moru_handleZepVniFdbStatusV2_macVtepMultiPathTable(Vorn::EthAddr mac) {
+  machine()->handleMacVtepMultiPathTable(mac);
+}
+
+void ZepPerVniFdbStatusSm::MoruZepVniFdbStatusV2::
+    moru_handleZepVniFdbStatusV2_macVtepFloodListTable(Vorn::EthAddr mac) {
+  machine()->handleMacVtepFloodListTable(mac);
 }
 
 void ZepPerVniFdbStatusSm::MoruVtiStatusDir::onAttribute(Moru::AttributeId attribute,
                                                          const void* key) {
-  if (attribute != Moru::idOf<&VtiStatusDir::vtiStatus>) return;
-  const Vorn::IntfId& intf = *Moru::keyOf<&VtiStatusDir::vtiStatus>(key);
-  if (const auto status = notifier()->vtiStatus(intf))
-    machine()->vtiStatusIs(status);
-  else
-    machine()->vtiStatusDel(intf);
+  switch (attribute) {
+    case Moru::idOf<&VtiStatusDir::vtiStatus>:
+      forward(&MoruVtiStatusDir::moru_handleVtiStatusDir_vtiStatus,
+              Moru::keyOf<&VtiStatusDir::vtiStatus>(key));
+  }
+}
+
+void ZepPerVniFdbStatusSm::MoruVtiStatusDir::moru_handleVtiStatusDir_vtiStatus(Vorn::IntfId intf) {
+  machine()->vtiStatus.follow(notifier()->vtiStatus(), intf);
 }
 
 void ZepPerVniFdbStatusSm::MoruVtiStatus::onAttribute(Moru::AttributeId attribute, const void*) {
   switch (attribute) {
     case Moru::idOf<&VtiStatus::vArpVtepAddr>:
-      moru_handleVtiStatus_vArpVtepAddr();
-      break;
-    default:
-      break;
+      forward(&MoruVtiStatus::moru_handleVtiStatus_vArpVtepAddr);
   }
 }
 
@@ -101,18 +135,22 @@ void ZepPerVniFdbStatusSm::handleZepHostTable() {
   const bool datapathLearningMode = vxlanControllerClientSm_->datapathLearningMode();
   MORU_TRACE(8, " datapathLearningMode ", datapathLearningMode);
   if (!initialized() || datapathLearningMode) return;
-  const Moru::Ptr<VxlanController::VniFdbStatusV2 const> status(zepVniFdbStatusV2().get());
+  const auto status = Moru::held(zepVniFdbStatusV2());
   if (!status) return;
   for (auto mac = status->macVtepTable().begin(); mac; ++mac) handleZepHostTable(mac.key());
 }
 
 void ZepPerVniFdbStatusSm::handleZepHostTable(Vorn::EthAddr mac) {
+  using VxlanController::MacVtepV2;
   const bool datapathLearningMode = vxlanControllerClientSm_->datapathLearningMode();
   MORU_TRACE(8, "macAddr: ", mac, " datapathLearningMode ", datapathLearningMode);
   if (!initialized() || datapathLearningMode) return;
-  const VxlanController::MacVtepV2 macVtep = zepVniFdbStatusV2()->macVtepTable(mac);
-  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps())) {
-    const Bridging::VlanIdOrNone vlan = map->vniToVlan(vni_);
+  const auto table = Moru::held(vxlanControllerClientSm_->hostTable());
+  if (!table) return;
+  const MacVtepV2 macVtep =
+      zepVniFdbStatusV2() ? zepVniFdbStatusV2()->macVtepTable(mac) : MacVtepV2();
+  const bool withdrawn = macVtep == MacVtepV2();
+  for (const auto& [intf, vlan] : vlans()) {
     if (!vlan) {
       // In spite of its words the text does not end the walk: each VTI is served on its own.
       MORU_TRACE(8, "Returning as no valid vlan-vni map found");
@@ -121,34 +159,32 @@ void ZepPerVniFdbStatusSm::handleZepHostTable(Vorn::EthAddr mac) {
     const Bridging::MacVlanPair key{mac, Bridging::VlanId(vlan.value())};
     vxlanControllerClientSm_->prefetchHost(key);
     MORU_TRACE(8, "vniId: ", vni_, "vlanId: ", vlan);
-    handleHostOfVti(macVtep, intf, key);
+    if (!withdrawn && vxlanControllerClientSm_->isVtepIpMine(vni_, macVtep.vtepIp, intf)) {
+      MORU_TRACE(8, "Ignoring since it's a local entry, received vtepIp: ", macVtep.vtepIp);
+      if (!table->receivedEntry().contains(key)) continue;
+      // At once, also during convergence: the switch itself knows better.
+      MORU_TRACE(8, " delete stale macVtepPair ", key);
+      vxlanControllerClientSm_->deleteReceivedTableEntry(key);
+      continue;
+    }
+    if (withdrawn) {
+      MORU_TRACE(8, "Evaluating delete of remote host entry for mac: ", mac, " vlan: ", vlan);
+      withdrawHost(*table, key);
+      continue;
+    }
+    MORU_TRACE(8, "Adding remote host entry for mac: ", mac, " vlan: ", vlan,
+               " vtepIp: ", macVtep.vtepIp, " moveCount: ", macVtep.moveCount);
+    if (table->isMarked(key)) MORU_TRACE(8, "Re-add, entry was marked for delete");
+    // Written every time, though nothing but the time may differ: a re-announcement takes the mark
+    // away.
+    if (table->announce(entryOf(macVtep, intf, key)))
+      MORU_TRACE(8, " new marked for deletion count ", table->markedForDelCount());
   }
 }
 
-void ZepPerVniFdbStatusSm::handleHostOfVti(const VxlanController::MacVtepV2& macVtep,
-                                           const Vorn::IntfId& intf,
-                                           const Bridging::MacVlanPair& key) {
-  const bool withdrawn = macVtep == VxlanController::MacVtepV2();
-  if (!withdrawn && vxlanControllerClientSm_->isVtepIpMine(vni_, macVtep.vtepIp, intf))
-    ignoreLocalHost(macVtep, key);
-  else if (withdrawn)
-    withdrawHost(key);
-  else
-    addHost(macVtep, intf, key);
-}
-
-// A host that is local now goes at once, also during convergence: the switch itself knows better.
-void ZepPerVniFdbStatusSm::ignoreLocalHost(const VxlanController::MacVtepV2& macVtep,
-                                           const Bridging::MacVlanPair& key) {
-  MORU_TRACE(8, "Ignoring since it's a local entry, received vtepIp: ", macVtep.vtepIp);
-  if (!vxlanControllerClientSm_->hostTable()->receivedEntry().contains(key)) return;
-  MORU_TRACE(8, " delete stale macVtepPair ", key);
-  vxlanControllerClientSm_->deleteReceivedTableEntry(key);
-}
-
-void ZepPerVniFdbStatusSm::withdrawHost(const Bridging::MacVlanPair& key) {
-  MORU_TRACE(8, "Evaluating delete of remote host entry for mac: ", key.mac, " vlan: ", key.vlan);
-  Moru::assertThat(!vxlanControllerClientSm_->hostTable()->receivedEntry(key).markedForDel,
+void ZepPerVniFdbStatusSm::withdrawHost(const ReceivedHostTable& table,
+                                        const Bridging::MacVlanPair& key) {
+  Moru::assertThat(!table.isMarked(key),
                    "!vxlanControllerClientSm()->hostTable()->receivedEntry( key ).markedForDel()",
                    [&] {
                      std::ostringstream values;
@@ -161,26 +197,6 @@ void ZepPerVniFdbStatusSm::withdrawHost(const Bridging::MacVlanPair& key) {
     vxlanControllerClientSm_->deleteReceivedTableEntry(key);
 }
 
-// Written every time, though nothing but the time may differ: a re-announcement takes the mark
-// away.
-void ZepPerVniFdbStatusSm::addHost(const VxlanController::MacVtepV2& macVtep,
-                                   const Vorn::IntfId& intf, const Bridging::MacVlanPair& key) {
-  MORU_TRACE(8, "Adding remote host entry for mac: ", key.mac, " vlan: ", key.vlan,
-             " vtepIp: ", macVtep.vtepIp, " moveCount: ", macVtep.moveCount);
-  const Moru::Ptr<ReceivedHostTable> table(vxlanControllerClientSm_->hostTable().get());
-  if (table->isMarked(key)) MORU_TRACE(8, "Re-add, entry was marked for delete");
-  ReceivedEntry entry;
-  entry.key = key;
-  entry.vtiIntfId = intf;
-  entry.source = receivedEntrySource;
-  entry.vtepAddr = macVtep.vtepIp;
-  entry.moveCount = macVtep.moveCount;
-  entry.time = Moru::ActivityFacility::current()->now();
-  entry.hostKind = static_cast<std::uint8_t>(macVtep.hostKind);
-  if (table->announce(entry))
-    MORU_TRACE(8, " new marked for deletion count ", table->markedForDelCount());
-}
-
 void ZepPerVniFdbStatusSm::handleVarpVtepAddr() {
   MORU_TRACE(8, "vni: ", vni_);
   if (initialized()) handleZepHostTable();
@@ -191,7 +207,7 @@ void ZepPerVniFdbStatusSm::handleVarpVtepAddr() {
 void ZepPerVniFdbStatusSm::handleMacVtepMultiPathTable() {
   MORU_TRACE(8, " init? ", initialized());
   if (!checkBumStatus()) return;
-  const Moru::Ptr<VxlanController::VniFdbStatusV2 const> status(zepVniFdbStatusV2().get());
+  const auto status = Moru::held(zepVniFdbStatusV2());
   for (auto mac = status->macVtepMultiPathTable().begin(); mac; ++mac)
     handleMacVtepMultiPathTable(mac.key());
 }
@@ -199,54 +215,50 @@ void ZepPerVniFdbStatusSm::handleMacVtepMultiPathTable() {
 void ZepPerVniFdbStatusSm::handleMacVtepMultiPathTable(Vorn::EthAddr mac) {
   MORU_TRACE(8, " init? ", initialized());
   if (!checkBumStatus()) return;
-  // A copy: who watches the flood sets may reach the controller's entry.
+  // A copy, in ascending order: who watches the flood sets may reach the controller's entry. The
+  // flags of the list say nothing, neither in the sweep nor to what is added.
   std::vector<Vorn::IpAddr> vteps;
   if (const auto* const entry = multiPath(mac)) {
     vteps.reserve(entry->vtepIpLists());
     for (const auto& [ip, flag] : entry->vtepIpList) vteps.push_back(ip);
   }
-  forEachVlan([&](const Bridging::VlanId& vlan) {
-    if (!vteps.empty())
-      installMultiPath(vteps, mac, vlan);
-    else
-      withdrawMultiPath(mac, vlan);
-  });
-}
-
-// `vteps` is in ascending order. The flags of the list say nothing, neither in the sweep nor to
-// what is added.
-void ZepPerVniFdbStatusSm::installMultiPath(const std::vector<Vorn::IpAddr>& vteps,
-                                            const Vorn::EthAddr& mac,
-                                            const Bridging::VlanId& vlan) const {
-  const auto floodSet = zepSde_->vlanFloodSetIs(vlan)->floodSetIs(mac);
-  floodSet->floodSetTypeIs(L2Rib::FloodSetType::sendToAny);
-  MORU_TRACE(8, "(", mac, ") listType: sendToAny vtepAddr len ", vteps.size());
-  // During convergence VTEPs only come. Those that do not come back, the deferred deletion removes.
-  if (!vxlanControllerClientSm_->convergenceInProgress())
-    sweepDests(floodSet, [&](const L2Rib::Dest& dest) {
-      return isDestListed(dest, [&](const Vorn::IpAddr& ip) {
-        return std::binary_search(vteps.begin(), vteps.end(), ip);
+  for (const auto& [intf, vlan] : vlans()) {
+    if (!vlan) {
+      MORU_TRACE(8, " no vlan-vni map found for vni: ", vni_);
+      continue;
+    }
+    MORU_TRACE(8, " vni: ", vni_, " vlan: ", vlan);
+    const Bridging::VlanId vlanId(vlan.value());
+    if (vteps.empty()) {
+      // At once, also during convergence: the flood list that the entry overrode takes its place.
+      MORU_TRACE(8, " deleting ", mac, " from vlanFloodSet");
+      if (zepSde_) deleteFloodSet(zepSde_, zepSde_->vlanFloodSetIs(vlanId), mac);
+      if (floodList(mac) == nullptr) continue;
+      MORU_TRACE(8, " mac ", mac, " found in macVtepFloodListTable");
+      // It has no machine yet while this one is being made.
+      if (const auto machine = macVtepFloodListTableSm(mac)) machine->handleInitialized();
+      continue;
+    }
+    const auto floodSet = floodSetIs(zepSde_, vlanId, mac, L2Rib::FloodSetType::sendToAny);
+    MORU_TRACE(8, "(", mac, ") listType: sendToAny vtepAddr len ", vteps.size());
+    if (!floodSet) continue;
+    // During convergence VTEPs only come. Those that do not come back, the deferred deletion
+    // removes.
+    if (!vxlanControllerClientSm_->convergenceInProgress())
+      sweepDests(floodSet, [&](const L2Rib::Dest& dest) {
+        return isDestListed(dest, [&](const Vorn::IpAddr& ip) {
+          return std::binary_search(vteps.begin(), vteps.end(), ip);
+        });
       });
-    });
-  for (const Vorn::IpAddr& ip : vteps) floodSet->destSetIs(destOf(ip), true);
-}
-
-// At once, also during convergence: the flood list that the entry stood before takes its place.
-void ZepPerVniFdbStatusSm::withdrawMultiPath(const Vorn::EthAddr& mac,
-                                             const Bridging::VlanId& vlan) const {
-  MORU_TRACE(8, " deleting ", mac, " from vlanFloodSet");
-  deleteFloodSet(zepSde_, zepSde_->vlanFloodSetIs(vlan), mac);
-  if (floodList(mac) == nullptr) return;
-  MORU_TRACE(8, " mac ", mac, " found in macVtepFloodListTable");
-  // It has no machine yet while this one is being made.
-  if (const auto machine = macVtepFloodListTableSm(mac)) machine->handleInitialized();
+    for (const Vorn::IpAddr& ip : vteps) floodSet->destSetIs(destOf(ip), true);
+  }
 }
 
 // The machines stand whatever the BUM mode is, and see to that themselves: they are what brings the
 // lists back when the mode returns.
 void ZepPerVniFdbStatusSm::handleMacVtepFloodListTable() {
   MORU_TRACE(8, " init? ", initialized());
-  const Moru::Ptr<VxlanController::VniFdbStatusV2 const> status(zepVniFdbStatusV2().get());
+  const auto status = Moru::held(zepVniFdbStatusV2());
   if (!status) return;
   for (auto mac = status->macVtepFloodListTable().begin(); mac; ++mac)
     handleMacVtepFloodListTable(mac.key());
@@ -254,7 +266,7 @@ void ZepPerVniFdbStatusSm::handleMacVtepFloodListTable() {
 
 void ZepPerVniFdbStatusSm::handleMacVtepFloodListTable(Vorn::EthAddr mac) {
   MORU_TRACE(8, " mac ", mac);
-  if (const auto list = zepVniFdbStatusV2()->macVtepFloodListTable(mac)) {
+  if (const auto list = Moru::Ptr<VxlanController::MacVtepFloodListV2 const>(floodList(mac))) {
     macVtepFloodListTableSmIs(mac, list, zepSde_, this);
   } else if (const auto machine = macVtepFloodListTableSm(mac)) {
     machine->cleanup();
@@ -262,18 +274,8 @@ void ZepPerVniFdbStatusSm::handleMacVtepFloodListTable(Vorn::EthAddr mac) {
   }
 }
 
-const Moru::Ptr<VlanVniMaps const>& ZepPerVniFdbStatusSm::vlanVniMaps() const {
-  return vxlanControllerClientSm_->vlanVniMaps();
-}
-
-// The VLAN that one VTI maps the VNI to.
-Bridging::VlanIdOrNone ZepPerVniFdbStatusSm::vlanOf(const VlanVniMap& map) const {
-  const Bridging::VlanIdOrNone vlan = map.vniToVlan(vni_);
-  if (!vlan)
-    MORU_TRACE(8, " no vlan-vni map found for vni: ", vni_);
-  else
-    MORU_TRACE(8, " vni: ", vni_, " vlan: ", vlan);
-  return vlan;
+VlansOfVni ZepPerVniFdbStatusSm::vlans() const {
+  return vlansOfVni(vxlanControllerClientSm_->vlanVniMaps(), vni_);
 }
 
 const VxlanController::MacVtepMultiPathV2* ZepPerVniFdbStatusSm::multiPath(

@@ -20,14 +20,12 @@
 // no longer is; the entries and flood sets that it wrote are the root's to remove.
 #pragma once
 
-#include <vector>
-
 #include "Vxlan/MacVtepFloodListTableSm.h"
 #include "Vxlan/Walk.h"
 #include "framework/Moru/Children.h"
 #include "framework/Moru/Input.h"
 #include "model/L2Rib/SourceDirEntry.h"
-#include "model/Vxlan/ReceivedEntry.h"
+#include "model/Vxlan/ReceivedHostTable.h"
 #include "model/Vxlan/VlanVniMaps.h"
 #include "model/Vxlan/VtiStatusDir.h"
 #include "model/Vxlan/VxlanHwStatusDir.h"
@@ -65,21 +63,21 @@ class ZepPerVniFdbStatusSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleZepVniFdbStatusV2_macVtepTable(Vorn::EthAddr mac);
+    void moru_handleZepVniFdbStatusV2_macVtepMultiPathTable(Vorn::EthAddr mac);
+    void moru_handleZepVniFdbStatusV2_macVtepFloodListTable(Vorn::EthAddr mac);
   };
 
   class MoruVtiStatusDir : public Moru::Reactor<VtiStatusDir::NotifieeConst, ZepPerVniFdbStatusSm> {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleVtiStatusDir_vtiStatus(Vorn::IntfId intf);
   };
 
-  // Reacts to nothing: the directory is bound for checkBumStatus() to read.
-  class MoruVxlanHwStatusDir
-      : public Moru::Reactor<VxlanHwStatusDir::NotifieeConst, ZepPerVniFdbStatusSm> {
-   public:
-    using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId, const void*) override {}
-  };
+  // Bound for checkBumStatus() to read.
+  using MoruVxlanHwStatusDir =
+      Moru::SilentReactor<VxlanHwStatusDir::NotifieeConst, ZepPerVniFdbStatusSm>;
 
   class MoruVtiStatus : public Moru::Reactor<VtiStatus::NotifieeConst, ZepPerVniFdbStatusSm> {
    public:
@@ -133,10 +131,8 @@ class ZepPerVniFdbStatusSm final : public Moru::Machine {
   // Whether flood sets may be written: the hardware replicates in the controller's mode.
   bool checkBumStatus() const;
 
-  // Calls handle(vlan) for each VTI that maps the VNI to a VLAN, if there is a source directory
-  // entry to write to.
-  template <class Handle>
-  void forEachVlan(Handle&& handle) const;
+  // Where the VTIs map the VNI to (Walk.h).
+  VlansOfVni vlans() const;
 
   // What the controller asks for a MAC: the VTEPs of its multipath entry, or else of its flood
   // list. Null or false if it asks for nothing; a multipath entry without VTEPs is none. The
@@ -146,31 +142,11 @@ class ZepPerVniFdbStatusSm final : public Moru::Machine {
   bool isDestAskedFor(const Vorn::EthAddr& mac, const L2Rib::Dest& dest) const;
 
  private:
-  const Moru::Ptr<VlanVniMaps const>& vlanVniMaps() const;
-  Bridging::VlanIdOrNone vlanOf(const VlanVniMap& map) const;
-  void installMultiPath(const std::vector<Vorn::IpAddr>& vteps, const Vorn::EthAddr& mac,
-                        const Bridging::VlanId& vlan) const;
-  void withdrawMultiPath(const Vorn::EthAddr& mac, const Bridging::VlanId& vlan) const;
-  void handleHostOfVti(const VxlanController::MacVtepV2& macVtep, const Vorn::IntfId& intf,
-                       const Bridging::MacVlanPair& key);
-  void ignoreLocalHost(const VxlanController::MacVtepV2& macVtep, const Bridging::MacVlanPair& key);
-  void withdrawHost(const Bridging::MacVlanPair& key);
-  void addHost(const VxlanController::MacVtepV2& macVtep, const Vorn::IntfId& intf,
-               const Bridging::MacVlanPair& key);
-
-  static constexpr std::uint32_t receivedEntrySource = 10;  // the controller feed
+  void withdrawHost(const ReceivedHostTable& table, const Bridging::MacVlanPair& key);
 
   const VniExt vni_;
   const Moru::Ptr<L2Rib::SourceDirEntry> zepSde_;
   VxlanControllerClientSm* const vxlanControllerClientSm_;
 };
-
-template <class Handle>
-void ZepPerVniFdbStatusSm::forEachVlan(Handle&& handle) const {
-  if (!zepSde_) return;
-  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps()))
-    if (const Bridging::VlanIdOrNone vlan = vlanOf(*map); !!vlan)
-      handle(Bridging::VlanId(vlan.value()));
-}
 
 }  // namespace Vxlan

@@ -49,7 +49,7 @@ TEST_F(HostsTest, TellEveryStepOfTheTypicalEvent) {
           testing::EndsWith("Adding remote host entry for mac: 02:00:00:00:00:01 vlan: 10 vtepIp: "
                             "10.0.0.2 moveCount: 7"),
           testing::StartsWith("void Vxlan::ReceivedHostTableToL2RibHostInputSm::"
-                              "handleReceivedHostEntry(const Bridging::MacVlanPair")));
+                              "handleReceivedHostEntry(Bridging::MacVlanPair")));
   world.converging(true);
   world.trace();
   world.withdraw(100, 1);
