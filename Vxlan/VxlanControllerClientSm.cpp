@@ -1,12 +1,11 @@
 #include "Vxlan/VxlanControllerClientSm.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <sstream>
+#include <utility>
 
 #include "Vxlan/Clocks.h"
-#include "Vxlan/FloodSets.h"
 #include "Vxlan/Trace.h"
 #include "Vxlan/Walk.h"
 #include "framework/Moru/Assert.h"
@@ -19,15 +18,6 @@ namespace {
 constexpr const char* traceRingName = "DpxVxlanControllerSm.rlg";
 constexpr std::array<std::size_t, 10> traceRingSizes{33, 33, 33, 33, 33,
                                                      33, 33, 33, 33, 33};  // KiB
-
-// How many hosts ahead of a deletion what it will touch is fetched, in two steps.
-constexpr std::size_t farAhead = 12;
-constexpr std::size_t nearAhead = 6;
-
-template <class Entry>
-const Bridging::MacVlanPair* markedKey(const std::optional<Entry>& entry) {
-  return entry && entry->value.markedForDel ? &entry->key : nullptr;
-}
 
 // Null if there is no such entry, or no directory.
 Moru::Ptr<Moru::Entity> entityOf(const Moru::Ptr<Moru::Dir const>& dir, const Moru::Name& name) {
@@ -67,7 +57,7 @@ VxlanControllerClientSm::VxlanControllerClientSm(const ClientInputs& inputs)
   localBumStatusIs(inputs.vxlanHwStatusDir ? inputs.vxlanHwStatusDir->bumStatus() : nullptr);
   unicastDeferredDeleteClockIs(Moru::ActivityFacility::current()->clock());
   bumDeferredDeleteClockIs(Moru::ActivityFacility::current()->clock());
-  if (inputs.vtiStatusDir) syncVtiStatuses();
+  if (inputs.vtiStatusDir) vtiStatus.sync(inputs.vtiStatusDir->vtiStatus());
   handleInitialized();
 }
 
@@ -112,34 +102,35 @@ void VxlanControllerClientSm::handleInitialized() {
 void VxlanControllerClientSm::MoruVtiStatusDir::notifierIs(Moru::Ptr<VtiStatusDir const> dir) {
   Reactor::notifierIs(std::move(dir));
   // At construction the VTIs are read when all inputs are there.
-  if (!machine()->initialized()) return;
+  if (isZombie() || !machine()->initialized()) return;
   for (const auto& [intf, status] : vtiStatusesOf(notifier())) machine()->vtiStatusIs(status);
 }
 
 void VxlanControllerClientSm::MoruVtiStatusDir::onAttribute(Moru::AttributeId attribute,
                                                             const void* key) {
-  if (attribute != Moru::idOf<&VtiStatusDir::vtiStatus>) return;
-  const Vorn::IntfId& intf = *Moru::keyOf<&VtiStatusDir::vtiStatus>(key);
-  if (const auto status = notifier()->vtiStatus(intf))
-    machine()->vtiStatusIs(status);
-  else
-    machine()->vtiStatusDel(intf);
+  switch (attribute) {
+    case Moru::idOf<&VtiStatusDir::vtiStatus>:
+      forward(&MoruVtiStatusDir::moru_handleVtiStatusDir_vtiStatus,
+              Moru::keyOf<&VtiStatusDir::vtiStatus>(key));
+  }
+}
+
+void VxlanControllerClientSm::MoruVtiStatusDir::moru_handleVtiStatusDir_vtiStatus(
+    Vorn::IntfId intf) {
+  const auto dir = Moru::held(notifier());
+  machine()->vtiStatus.follow(dir->vtiStatus(), intf);
 }
 
 void VxlanControllerClientSm::MoruVtiStatus::onAttribute(Moru::AttributeId attribute,
                                                          const void* key) {
   switch (attribute) {
     case Moru::idOf<&VtiStatus::controllerClientMode>:
-      moru_handleVtiStatus_controllerClientMode();
-      break;
+      return forward(&MoruVtiStatus::moru_handleVtiStatus_controllerClientMode);
     case Moru::idOf<&VtiStatus::datapathLearning>:
-      moru_handleVtiStatus_datapathLearning();
-      break;
+      return forward(&MoruVtiStatus::moru_handleVtiStatus_datapathLearning);
     case Moru::idOf<&VtiStatus::vccImportVlans>:
-      moru_handleVtiStatus_vccImportVlans(*Moru::keyOf<&VtiStatus::vccImportVlans>(key));
-      break;
-    default:
-      break;
+      return forward(&MoruVtiStatus::moru_handleVtiStatus_vccImportVlans,
+                     Moru::keyOf<&VtiStatus::vccImportVlans>(key));
   }
 }
 
@@ -170,12 +161,6 @@ void VxlanControllerClientSm::MoruVtiStatus::handleInitialized() {
 // what the controller gave. They are folded anew at the next change of any VTI's mode.
 void VxlanControllerClientSm::MoruVtiStatus::doCleanup() {
   machine()->updateAggregateImportVlans();
-}
-
-void VxlanControllerClientSm::syncVtiStatuses() {
-  for (const auto& [intf, status] : vtiStatusesOf(vtiStatusDir())) vtiStatusIs(status);
-  for (auto status = vtiStatus().begin(); status; ++status)
-    if (!vtiStatusDir()->vtiStatus(status.key())) vtiStatusDel(status.key());
 }
 
 void VxlanControllerClientSm::cacheControllerClientMode() {
@@ -212,27 +197,34 @@ void VxlanControllerClientSm::updateControllerClientMode() {
   handleZepStateBaseDir();
   if (!vxlanControllerClientMode_) {
     cleanupZepPerVniFdbStatusSm();
-  } else {
-    if (datapathLearningMode_) deleteRemoteMacsOfAllVlans();
-    handleControllerVniBaseDir();
+    handleMlagState();
+    return;
   }
+  if (datapathLearningMode_) {
+    // What the data path learns now must not be held from the controller, too.
+    MORU_TRACE(8, " Deleting remote MACs learnt from ZEP");
+    for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps()))
+      for (auto vlan = map->vlanToVsp().begin(); vlan; ++vlan)
+        deleteRemoteMacFromController(vlan.key(), false);
+  }
+  handleControllerVniBaseDir();
   handleMlagState();
-}
-
-// What the data path learns now must not be held from the controller, too.
-void VxlanControllerClientSm::deleteRemoteMacsOfAllVlans() {
-  MORU_TRACE(8, " Deleting remote MACs learnt from ZEP");
-  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps()))
-    for (auto vlan = map->vlanToVsp().begin(); vlan; ++vlan)
-      deleteRemoteMacFromController(vlan.key(), false);
 }
 
 // --- VLAN-VNI maps ---
 
 void VxlanControllerClientSm::MoruVlanVniMaps::onAttribute(Moru::AttributeId attribute,
                                                            const void* key) {
-  if (attribute != Moru::idOf<&VlanVniMaps::vlanVniMap>) return;
-  machine()->handleVlanVniMapVti(*Moru::keyOf<&VlanVniMaps::vlanVniMap>(key));
+  switch (attribute) {
+    case Moru::idOf<&VlanVniMaps::vlanVniMap>:
+      forward(&MoruVlanVniMaps::moru_handleVlanVniMaps_vlanVniMap,
+              Moru::keyOf<&VlanVniMaps::vlanVniMap>(key));
+  }
+}
+
+void VxlanControllerClientSm::MoruVlanVniMaps::moru_handleVlanVniMaps_vlanVniMap(
+    Vorn::IntfId intf) {
+  machine()->handleVlanVniMapVti(intf);
 }
 
 void VxlanControllerClientSm::handleVlanVniMapVti(Vorn::IntfId intf) {
@@ -304,26 +296,39 @@ void VxlanControllerClientSm::handleVccImportVlans(Bridging::VlanId vlan) {
 
 void VxlanControllerClientSm::MoruZepStateBaseDir::onAttribute(Moru::AttributeId attribute,
                                                                const void* key) {
-  if (attribute != Moru::Dir::entityPtrId) return;
-  machine()->handleZepStateBaseDir(*static_cast<const Moru::Name*>(key));
+  switch (attribute) {
+    case Moru::Dir::entityPtrId:
+      forward(&MoruZepStateBaseDir::moru_handleZepStateBaseDir_entityPtr, Moru::Dir::nameOf(key));
+  }
+}
+
+void VxlanControllerClientSm::MoruZepStateBaseDir::moru_handleZepStateBaseDir_entityPtr(
+    Moru::Name name) {
+  machine()->handleZepStateBaseDir(std::move(name));
 }
 
 void VxlanControllerClientSm::MoruZepStateClientView::onAttribute(Moru::AttributeId attribute,
                                                                   const void*) {
-  using View = VxlanController::ZepStateClientViewV2;
-  if (attribute == Moru::idOf<&View::convergenceInProgress>)
-    machine()->handleConvergenceInProgress();
+  switch (attribute) {
+    case Moru::idOf<&VxlanController::ZepStateClientViewV2::convergenceInProgress>:
+      forward(&MoruZepStateClientView::moru_handleZepStateClientView_convergenceInProgress);
+  }
+}
+
+void VxlanControllerClientSm::MoruZepStateClientView::
+    moru_handleZepStateClientView_convergenceInProgress() {
+  machine()->handleConvergenceInProgress();
 }
 
 void VxlanControllerClientSm::handleZepStateBaseDir() {
   if (!initialized()) return;
   MORU_TRACE(8);
-  const Moru::Ptr<Moru::Dir const> dir(zepStateBaseDir().get());
+  const auto dir = Moru::held(zepStateBaseDir());
   if (!dir) return;
   for (auto entry = dir->entityPtr().begin(); entry; ++entry) handleZepStateBaseDir(entry.key());
 }
 
-void VxlanControllerClientSm::handleZepStateBaseDir(const Moru::Name& name) {
+void VxlanControllerClientSm::handleZepStateBaseDir(Moru::Name name) {
   MORU_TRACE(8, "handleZepStateBaseDir", name);
   if (!initialized()) return;
   const auto entity = entityOf(zepStateBaseDir(), name);
@@ -379,67 +384,67 @@ void VxlanControllerClientSm::bumDeferredDeletionInProgressIs(bool inProgress) {
 
 void VxlanControllerClientSm::MoruControllerStatusBaseDir::onAttribute(Moru::AttributeId attribute,
                                                                        const void* key) {
-  if (attribute != Moru::Dir::entityPtrId) return;
-  machine()->handleControllerVniBaseDir(*static_cast<const Moru::Name*>(key));
+  switch (attribute) {
+    case Moru::Dir::entityPtrId:
+      forward(&MoruControllerStatusBaseDir::moru_handleControllerStatusBaseDir_entityPtr,
+              Moru::Dir::nameOf(key));
+  }
+}
+
+void VxlanControllerClientSm::MoruControllerStatusBaseDir::
+    moru_handleControllerStatusBaseDir_entityPtr(Moru::Name name) {
+  machine()->handleControllerVniBaseDir(std::move(name));
 }
 
 void VxlanControllerClientSm::handleControllerVniBaseDir() {
   if (!initialized()) return;
-  const Moru::Ptr<Moru::Dir const> dir(controllerStatusBaseDir().get());
+  const auto dir = Moru::held(controllerStatusBaseDir());
   MORU_TRACE(8, "handleControllerVniBaseDir", dir);
   if (!dir) return;
   for (auto entry = dir->entityPtr().begin(); entry; ++entry)
     handleControllerVniBaseDir(entry.key());
 }
 
-void VxlanControllerClientSm::handleControllerVniBaseDir(const Moru::Name& name) {
+void VxlanControllerClientSm::handleControllerVniBaseDir(Moru::Name name) {
   MORU_TRACE(8, "handleControllerVniBaseDir", name);
   if (!initialized()) return;
   const auto entity = entityOf(controllerStatusBaseDir(), name);
+  VniExt vni;
+  bool removeMachine = false;
   if (!entity || !vxlanControllerClientMode_) {
     MORU_TRACE(8, " entry subdir deleted for ", name);
-    removeZepPerVniFdbStatusSm(vniOf(name));
-    return;
-  }
-  if (!controllerStatusBaseDir()->entryState(name)) {
-    MORU_TRACE(8, " entry subdir added, but not instantiated ", name);
-    return;
-  }
-  MORU_TRACE(8, " entry subdir added ", name);
-  const auto status = Moru::dynamicPtrCast<VxlanController::VniFdbStatusV2 const>(entity);
-  if (!status) return;
-  const VniExt vni = vniOf(name);
-  Moru::assertThat(vni.value() != 0, "!!vniId", [&] { return "entry " + name.stringValue(); });
-  scanMappedVni(vni, status);
-}
-
-// The machine goes if any VTI maps the VNI to a VLAN that is not imported, even where another VTI
-// has just had it made: what is not imported anywhere must not be followed for it.
-void VxlanControllerClientSm::scanMappedVni(
-    VniExt vni, const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& status) {
-  bool removeMachine = false;
-  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps())) {
-    const Bridging::VlanIdOrNone mapped = map->vniToVlan(vni);
-    MORU_TRACE(8, "vniId: ", vni, " localmap: ", mapped);
-    if (!mapped) continue;
-    MORU_TRACE(8, " vni-vlan map found for vni ", vni, "vlanId ", mapped);
-    const Bridging::VlanId vlan(mapped.value());
-    if (!vccImportVlans_.contains(vlan)) {
-      MORU_TRACE(8, "vlanId  ", vlan, " Not a member of vccImportVlan");
-      removeMachine = true;
-      continue;
+    vni = vniOf(name);
+    removeMachine = true;
+  } else {
+    if (!controllerStatusBaseDir()->entryState(name)) {
+      MORU_TRACE(8, " entry subdir added, but not instantiated ", name);
+      return;
     }
-    MORU_TRACE(8, "vlanId  ", vlan, " member of vccImportVlan");
-    if (const auto machine = zepPerVniFdbStatusSm(vni))
-      machine->handleZepHostTable();
-    else
-      zepPerVniFdbStatusSmIs(vni, status, vtiStatusDir(), vxlanHwStatusDir(), zepSde_, this);
+    MORU_TRACE(8, " entry subdir added ", name);
+    const auto status = Moru::dynamicPtrCast<VxlanController::VniFdbStatusV2 const>(entity);
+    if (!status) return;
+    vni = vniOf(name);
+    Moru::assertThat(vni.value() != 0, "!!vniId", [&] { return "entry " + name.stringValue(); });
+    for (const auto& [intf, mapped] : vlansOfVni(vlanVniMaps(), vni)) {
+      MORU_TRACE(8, "vniId: ", vni, " localmap: ", mapped);
+      if (!mapped) continue;
+      MORU_TRACE(8, " vni-vlan map found for vni ", vni, "vlanId ", mapped);
+      const Bridging::VlanId vlan(mapped.value());
+      if (!vccImportVlans_.contains(vlan)) {
+        // The machine goes, even where another VTI has just had it made: what is not imported
+        // anywhere must not be followed for it.
+        MORU_TRACE(8, "vlanId  ", vlan, " Not a member of vccImportVlan");
+        removeMachine = true;
+        continue;
+      }
+      MORU_TRACE(8, "vlanId  ", vlan, " member of vccImportVlan");
+      if (const auto machine = zepPerVniFdbStatusSm(vni))
+        machine->handleZepHostTable();
+      else
+        zepPerVniFdbStatusSmIs(vni, status, vtiStatusDir(), vxlanHwStatusDir(), zepSde_, this);
+    }
   }
-  if (removeMachine) removeZepPerVniFdbStatusSm(vni);
-}
-
-void VxlanControllerClientSm::removeZepPerVniFdbStatusSm(VniExt vni) {
-  if (!zepPerVniFdbStatusSm(vni)) return;
+  if (!removeMachine || !zepPerVniFdbStatusSm(vni)) return;
   MORU_TRACE(8, " Deleting the corresponding SM");
   cleanupZepPerVniFdbStatusSm(vni, true);
   zepPerVniFdbStatusSmDel(vni);
@@ -459,8 +464,7 @@ void VxlanControllerClientSm::cleanupZepPerVniFdbStatusSm(VniExt vni, bool defer
   MORU_TRACE(8, " Delete remote mac entries for vni ", vni);
   bool deferred = false;  // once deferred, for the rest of the VTIs too
   bool found = false;
-  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps())) {
-    const Bridging::VlanIdOrNone mapped = map->vniToVlan(vni);
+  for (const auto& [intf, mapped] : vlansOfVni(vlanVniMaps(), vni)) {
     if (!mapped) continue;
     found = true;
     const Bridging::VlanId vlan(mapped.value());
@@ -489,35 +493,50 @@ void VxlanControllerClientSm::cleanupZepPerVniFdbStatusSm() {
 
 void VxlanControllerClientSm::MoruMlagStatus::notifierIs(Moru::Ptr<Mlag::Status const> status) {
   Reactor::notifierIs(std::move(status));
-  if (notifier()) machine()->handleMlagState();
+  forward(&MoruMlagStatus::moru_handleMlagStatus_mlagState);
 }
 
 void VxlanControllerClientSm::MoruMlagStatus::onAttribute(Moru::AttributeId attribute,
                                                           const void*) {
-  if (attribute == Moru::idOf<&Mlag::Status::mlagState>) machine()->handleMlagState();
+  switch (attribute) {
+    case Moru::idOf<&Mlag::Status::mlagState>:
+      forward(&MoruMlagStatus::moru_handleMlagStatus_mlagState);
+  }
+}
+
+void VxlanControllerClientSm::MoruMlagStatus::moru_handleMlagStatus_mlagState() {
+  machine()->handleMlagState();
 }
 
 void VxlanControllerClientSm::MoruLocalBumStatus::notifierIs(Moru::Ptr<BumStatus const> status) {
   Reactor::notifierIs(std::move(status));
-  if (notifier()) machine()->handleBumReplicationMode();
+  forward(&MoruLocalBumStatus::moru_handleLocalBumStatus_bumReplicationMode);
 }
 
 void VxlanControllerClientSm::MoruLocalBumStatus::onAttribute(Moru::AttributeId attribute,
                                                               const void*) {
-  if (attribute == Moru::idOf<&BumStatus::bumReplicationMode>)
-    machine()->handleBumReplicationMode();
+  switch (attribute) {
+    case Moru::idOf<&BumStatus::bumReplicationMode>:
+      forward(&MoruLocalBumStatus::moru_handleLocalBumStatus_bumReplicationMode);
+  }
+}
+
+void VxlanControllerClientSm::MoruLocalBumStatus::moru_handleLocalBumStatus_bumReplicationMode() {
+  machine()->handleBumReplicationMode();
+}
+
+Mlag::MlagState VxlanControllerClientSm::mlagState() const {
+  return mlagStatus() ? mlagStatus()->mlagState() : Mlag::MlagState::disabled;
 }
 
 bool VxlanControllerClientSm::isMlagBumWanted() const {
-  if (!vxlanControllerClientMode_) return false;
-  Moru::assertThat(mlagStatus() != nullptr, "mlagStatus()");
-  return mlagStatus()->mlagState() == Mlag::MlagState::active;
+  return vxlanControllerClientMode_ && mlagState() == Mlag::MlagState::active;
 }
 
 void VxlanControllerClientSm::handleMlagState() {
   if (!initialized()) return;
-  MORU_TRACE(8, "handleMlagState",
-             mlagStatus() ? mlagStatus()->mlagState() : Mlag::MlagState::disabled);
+  MORU_TRACE(8, "handleMlagState", mlagState());
+  Moru::assertThat(!vxlanControllerClientMode_ || mlagStatus() != nullptr, "mlagStatus()");
   if (isMlagBumWanted())
     zepMlagBumStatusSmIs(mlagVxlanStatus_, vxlanHwStatusDir(), vlanVniMaps(), zepSde_);
   // Asked anew: making it writes flood sets, and what comes of that may have ended its reason.
@@ -577,276 +596,7 @@ bool VxlanControllerClientSm::isVtepIpMine(VniExt, Vorn::IpAddr vtepIp,
   return false;
 }
 
-void VxlanControllerClientSm::deferDeleteReceivedTableEntry(Bridging::MacVlanPair key) {
-  const ReceivedEntry entry = hostTable_->receivedEntry(key);
-  if (!entry || entry.markedForDel) return;
-  MORU_TRACE(8, "defer delete of ", key, " old vtep: ", entry.vtepAddr);
-  hostTable_->mark(key);
-  MORU_TRACE(8, "new marked for deletion count ", hostTable_->markedForDelCount());
-}
-
-void VxlanControllerClientSm::deleteReceivedTableEntry(Bridging::MacVlanPair key) {
-  MORU_TRACE(8, " deleting ", key);
-  if (hostTable_->unmark(key))
-    MORU_TRACE(8, " new marked for deletion count ", hostTable_->markedForDelCount());
-  hostTable_->receivedEntryDel(key);
-}
-
-void VxlanControllerClientSm::prefetchHost(const Bridging::MacVlanPair& key) const {
-  hostTable_->receivedEntry().prefetch(key);
-  if (l2RibZepInput_) l2RibZepInput_->host().prefetch(key);
-}
-
-// Hosts that are deleted one after the other lie anywhere among a million: to wait for the memory
-// of each would take longer than all the rest.
-void VxlanControllerClientSm::prefetchDeletions(const Bridging::MacVlanPair* farKey,
-                                                const Bridging::MacVlanPair* nearKey) const {
-  if (farKey != nullptr) prefetchHost(*farKey);
-  if (nearKey == nullptr) return;
-  hostTable_->receivedEntry().prefetchElement(*nearKey);
-  if (l2RibZepInput_) l2RibZepInput_->host().prefetchElement(*nearKey);
-}
-
-void VxlanControllerClientSm::deleteRemoteMacFromController(Bridging::VlanId vlan, bool deferDel) {
-  if (!initialized()) return;
-  MORU_TRACE(8, "deleteRemoteMacFromController vlanId ", vlan, " deferDel ", deferDel);
-  const Moru::Ptr<ReceivedHostTable> table(hostTable_.get());
-  for (auto host = table->receivedEntry().keysOfVlan(vlan); host; ++host) {
-    prefetchDeletions(host.ahead(farAhead), host.ahead(nearAhead));
-    MORU_TRACE(8, host.key().mac, " Vlan: ", vlan, " deferDel ", deferDel);
-    if (deferDel)
-      deferDeleteReceivedTableEntry(host.key());
-    else
-      deleteReceivedTableEntry(host.key());
-  }
-}
-
-// --- Deferred deletion of hosts ---
-
-void VxlanControllerClientSm::MoruUnicastDeferredDeleteClock::onAttribute(
-    Moru::AttributeId attribute, const void*) {
-  if (attribute == Moru::Clock::timeMinId) machine()->processUnicastDeferredDeletes();
-}
-
-void VxlanControllerClientSm::processUnicastDeferredDeletes() {
-  if (!initialized()) return;
-  const Moru::Ptr<ReceivedHostTable> table(hostTable_.get());
-  MORU_TRACE(8, " init ", initialized(), " convergence state ", convergenceInProgress(),
-             " marked for del count ", table->markedForDelCount());
-  if (convergenceInProgress()) {
-    // The end of that convergence arms the clock again.
-    MORU_TRACE(8, " called but nothing to do - korvo rebooted again?");
-    return;
-  }
-  if (table->markedForDelCount() == 0) {
-    endUnicastDeferredDeletes();
-    MORU_TRACE(8, " no markedForDel entries");
-    return;
-  }
-  if (unicastDeferredDeleteBookmark_ != Bridging::MacVlanPair())
-    MORU_TRACE(8, " starting at bookmark ", unicastDeferredDeleteBookmark_.mac, " vlan ",
-               unicastDeferredDeleteBookmark_.vlan);
-  else
-    MORU_TRACE(8, " no bookmark. start fresh");
-  // The default bookmark is the smallest key: the first entry follows. So does the next one, where
-  // the bookmarked entry has gone.
-  auto entry = table->receivedEntry().from(unicastDeferredDeleteBookmark_);
-  MORU_TRACE(8, " initial count ", table->markedForDelCount());
-  const double deadline = now() + maxProcessTime_;
-  while (table->markedForDelCount() != 0) {
-    if (!entry) {
-      MORU_TRACE(8, " reached end, resume from first entry");
-      entry = table->receivedEntry().begin();
-      Moru::assertThat(static_cast<bool>(entry), "iter");
-    }
-    // Read before every entry, marked or not: to look at entries takes time, too.
-    const double time = now();
-    if (time >= deadline) {
-      rescheduleUnicastDeferredDeletes(entry.key(), time);
-      return;
-    }
-    prefetchDeletions(markedKey(entry.ahead(farAhead)), markedKey(entry.ahead(nearAhead)));
-    if (entry.value().markedForDel) {
-      deleteReceivedTableEntry(entry.key());
-      if (table->markedForDelCount() == 0) break;
-    }
-    ++entry;
-  }
-  MORU_TRACE_STREAM(8, " unicast mac deferred delete complete.");
-  MORU_TRACE_RING(8, " unicast mac deferred del complete");
-  endUnicastDeferredDeletes();
-}
-
-void VxlanControllerClientSm::endUnicastDeferredDeletes() {
-  unicastDeferredDeleteBookmarkIs(Bridging::MacVlanPair());
-  unicastDeferredDeletionInProgressIs(false);
-}
-
-// Armed at the current time: that yields to whatever else waits, and adds no delay.
-void VxlanControllerClientSm::rescheduleUnicastDeferredDeletes(const Bridging::MacVlanPair& next,
-                                                               double time) {
-  unicastDeferredDeleteBookmarkIs(next);
-  MORU_TRACE(8, " reschedule, resume later from ", next.mac, " vlan ", next.vlan,
-             " Remaining count ", hostTable_->markedForDelCount());
-  arm(unicastDeferredDeleteClock, time);
-}
-
-// --- Deferred deletion of flood sets ---
-
-void VxlanControllerClientSm::MoruBumDeferredDeleteClock::onAttribute(Moru::AttributeId attribute,
-                                                                      const void*) {
-  if (attribute == Moru::Clock::timeMinId) machine()->processBumDeferredDeletes();
-}
-
-// Whether what stands in the flood sets is what the controller asks for, rather than the MLAG peer
-// or nobody.
-bool VxlanControllerClientSm::ownsFloodSets() const {
-  return !zepMlagBumStatusSm() && localBumReplicationMode() == BumReplicationMode::controller;
-}
-
-void VxlanControllerClientSm::processBumDeferredDeletes() {
-  if (!initialized()) return;
-  const Moru::Ptr<L2Rib::SourceDirEntry> sde = zepSde_;
-  const std::size_t floodLists = sde ? sde->vlanFloodSet().size() : 0;
-  MORU_TRACE(8, " init: ", initialized(), " convergence in progress: ", convergenceInProgress(),
-             " vlan flood list count: ", floodLists,
-             " bum replication mode: ", localBumReplicationMode());
-  if (convergenceInProgress()) return;  // the end of which arms the clock again
-  if (floodLists == 0 || !ownsFloodSets()) {
-    MORU_TRACE(8, " no bumDeferredDeletion ");
-    endBumDeferredDeletes();
-    return;
-  }
-  const double deadline = now() + maxProcessTime_;
-  const Bridging::VlanId startKey = beginBumBatch();
-  for (unsigned vlan = startKey.value(); bumRun_.vlansLeft != 0; ++vlan, --bumRun_.vlansLeft) {
-    if (vlan > Bridging::VlanId::max) {
-      MORU_TRACE(8, " reached end, resume from first entry", " startKey vlan ", startKey);
-      vlan = Bridging::VlanId::min;
-    }
-    const auto vlanFloodSet = sde->vlanFloodSet(Bridging::VlanId(vlan));
-    if (!vlanFloodSet) continue;
-    const double time = now();
-    if (time >= deadline) {
-      rescheduleBumDeferredDeletes(vlanFloodSet->vlanId(), time);
-      return;
-    }
-    MORU_TRACE(8, " iter vlan ", vlanFloodSet->vlanId());
-    deleteStaleFloodSets(vlanFloodSet);
-    // What was deleted may have come to somebody who has begun another convergence, which has reset
-    // the run, or another time.
-    if (bumRun_.vlansLeft == 0) return;
-    if (!ownsFloodSets()) break;
-  }
-  MORU_TRACE(8, " flood list deferred delete complete. Deleted ", bumRun_.deleted);
-  endBumDeferredDeletes();
-}
-
-// The VLAN to begin with.
-Bridging::VlanId VxlanControllerClientSm::beginBumBatch() {
-  if (!bumDeferredDeleteBookmarkValid_) {
-    MORU_TRACE(8, " no bookmark. start fresh");
-    bumRun_ = {Bridging::VlanId::max, 0};
-    return Bridging::VlanId(Bridging::VlanId::min);
-  }
-  MORU_TRACE(8, " starting at bookmark vlan ", bumDeferredDeleteBookmark_);
-  if (bumRun_.vlansLeft == 0) bumRun_ = {Bridging::VlanId::max, 0};
-  return bumDeferredDeleteBookmark_;
-}
-
-void VxlanControllerClientSm::endBumDeferredDeletes() {
-  bumRun_ = {};
-  bumDeferredDeleteBookmarkValidIs(false);
-  bumDeferredDeletionInProgressIs(false);
-}
-
-void VxlanControllerClientSm::rescheduleBumDeferredDeletes(const Bridging::VlanId& next,
-                                                           double time) {
-  bumDeferredDeleteBookmarkIs(next);
-  bumDeferredDeleteBookmarkValidIs(true);
-  MORU_TRACE(8, " reschedule, resume later from vlan ", next, " Deleted count ", bumRun_.deleted);
-  arm(bumDeferredDeleteClock, time);
-}
-
-// Those of the VNIs that the VTIs map the VLAN to: one VTI's VLAN may well be another's, too, and
-// stand for another VNI there.
-VxlanControllerClientSm::PerVniSms VxlanControllerClientSm::perVniSmsOf(
-    const Bridging::VlanId& vlan) const {
-  PerVniSms machines;
-  for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps())) {
-    const VniSourcePair vsp = map->vlanToVsp(vlan);
-    if (!vsp) continue;
-    if (auto machine = zepPerVniFdbStatusSm(vsp.vni())) machines.push_back(std::move(machine));
-  }
-  return machines;
-}
-
-// Removes what none of the VLAN's VNIs asks for.
-void VxlanControllerClientSm::deleteStaleFloodSets(
-    const Moru::Ptr<L2Rib::VlanFloodSet>& vlanFloodSet) {
-  const Bridging::VlanId& vlan = vlanFloodSet->vlanId();
-  const PerVniSms machines = perVniSmsOf(vlan);
-  if (machines.empty()) {
-    MORU_TRACE(8, " deleting vlan ", vlan);
-    zepSde_->vlanFloodSetDel(vlan);
-    ++bumRun_.deleted;
-    return;
-  }
-  for (const auto& [mac, floodSet] : vlanFloodSet->floodSet()) {
-    const auto isAskedFor = [&mac = mac](const auto& machine) {
-      return machine->multiPath(mac) != nullptr || machine->floodList(mac) != nullptr;
-    };
-    if (std::any_of(machines.begin(), machines.end(), isAskedFor)) {
-      deleteStaleDests(floodSet, machines);
-    } else {
-      MORU_TRACE(8, " deleting vlan ", vlan, " mac ", mac);
-      vlanFloodSet->floodSetDel(mac);
-      ++bumRun_.deleted;
-    }
-  }
-}
-
-void VxlanControllerClientSm::deleteStaleDests(const Moru::Ptr<L2Rib::FloodSet>& floodSet,
-                                               const PerVniSms& machines) {
-  const Vorn::EthAddr& mac = floodSet->macAddr();
-  for (const auto& machine : machines) checkDestCount(*floodSet, *machine, false);
-  bumRun_.deleted += sweepDests(floodSet, [&](const L2Rib::Dest& dest) {
-    return std::any_of(machines.begin(), machines.end(),
-                       [&](const auto& machine) { return machine->isDestAskedFor(mac, dest); });
-  });
-  for (const auto& machine : machines) checkDestCount(*floodSet, *machine, true);
-}
-
-// All that a list holds stands in the flood set, and nothing else once that has been swept. Where
-// it does not, that is told, and no more: two VNIs may share the VLAN.
-void VxlanControllerClientSm::checkDestCount(const L2Rib::FloodSet& floodSet,
-                                             const ZepPerVniFdbStatusSm& machine,
-                                             bool swept) const {
-  const std::size_t dests = floodSet.destSets();
-  const auto* const multiPath = machine.multiPath(floodSet.macAddr());
-  const auto* const floodList = machine.floodList(floodSet.macAddr());
-  if (multiPath == nullptr && floodList == nullptr) return;
-  const std::size_t vteps =
-      multiPath != nullptr ? multiPath->vtepIpLists() : floodList->vtepIpFloodLists();
-  if (!swept && dests > vteps) MORU_TRACE(8, " flood dest count mismatch ", dests, " > ", vteps);
-  if (swept ? dests == vteps : dests >= vteps) return;
-  if (multiPath != nullptr && swept)
-    MORU_TRACE(8,
-               "fsIter->destSets() == vniFdbStatus->macVtepMultiPathTable( macAddr ) "
-               ".vtepIpLists()");
-  else if (multiPath != nullptr)
-    MORU_TRACE(8,
-               "fsIter->destSets() >= vniFdbStatus->macVtepMultiPathTable( macAddr )"
-               ".vtepIpLists()");
-  else if (swept)
-    MORU_TRACE(8,
-               "fsIter->destSets() == vniFdbStatus->macVtepFloodListTable( macAddr ) "
-               "->vtepIpFloodLists()");
-  else
-    MORU_TRACE(8,
-               "fsIter->destSets() >= vniFdbStatus->macVtepFloodListTable( macAddr ) "
-               "->vtepIpFloodLists()");
-}
+// --- Factories ---
 
 Moru::Ptr<VxlanControllerClientSm> vxlanControllerClientSmFactory(const ClientInputs& inputs) {
   return Moru::create<VxlanControllerClientSm>(inputs);

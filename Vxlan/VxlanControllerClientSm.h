@@ -32,9 +32,9 @@
 #pragma once
 
 #include <cstddef>
-#include <vector>
 
 #include "Vxlan/ClientInputs.h"
+#include "Vxlan/FloodDemand.h"
 #include "Vxlan/ReceivedHostTableToL2RibHostInputSm.h"
 #include "Vxlan/VtiVlanVniMapSm.h"
 #include "Vxlan/ZepMlagBumStatusSm.h"
@@ -64,6 +64,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
     using Reactor::Reactor;
     void notifierIs(Moru::Ptr<VtiStatusDir const> dir) override;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleVtiStatusDir_vtiStatus(Vorn::IntfId intf);
   };
 
   class MoruControllerStatusBaseDir
@@ -71,6 +72,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleControllerStatusBaseDir_entityPtr(Moru::Name name);
   };
 
   class MoruZepStateClientView
@@ -79,15 +81,12 @@ class VxlanControllerClientSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleZepStateClientView_convergenceInProgress();
   };
 
-  // Reacts to nothing: the directory is bound for its BUM status to be read.
-  class MoruVxlanHwStatusDir
-      : public Moru::Reactor<VxlanHwStatusDir::NotifieeConst, VxlanControllerClientSm> {
-   public:
-    using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId, const void*) override {}
-  };
+  // Bound for its BUM status to be read.
+  using MoruVxlanHwStatusDir =
+      Moru::SilentReactor<VxlanHwStatusDir::NotifieeConst, VxlanControllerClientSm>;
 
   class MoruMlagStatus
       : public Moru::Reactor<Mlag::Status::NotifieeConst, VxlanControllerClientSm> {
@@ -95,6 +94,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
     using Reactor::Reactor;
     void notifierIs(Moru::Ptr<Mlag::Status const> status) override;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleMlagStatus_mlagState();
   };
 
   class MoruZepStateBaseDir
@@ -102,6 +102,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleZepStateBaseDir_entityPtr(Moru::Name name);
   };
 
   class MoruVlanVniMaps
@@ -109,6 +110,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleVlanVniMaps_vlanVniMap(Vorn::IntfId intf);
   };
 
   class MoruLocalBumStatus
@@ -117,6 +119,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
     using Reactor::Reactor;
     void notifierIs(Moru::Ptr<BumStatus const> status) override;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleLocalBumStatus_bumReplicationMode();
   };
 
   class MoruUnicastDeferredDeleteClock
@@ -124,6 +127,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleUnicastDeferredDeleteClock_timeMin();
   };
 
   class MoruBumDeferredDeleteClock
@@ -131,6 +135,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
    public:
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
+    void moru_handleBumDeferredDeleteClock_timeMin();
   };
 
   // One for each VTI. Making one evaluates the modes and the import VLANs anew.
@@ -229,6 +234,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
   Moru::Child<ZepMlagBumStatusSm>::Is zepMlagBumStatusSmIs{zepMlagBumStatusSm};
   Moru::Child<ZepMlagBumStatusSm>::Del zepMlagBumStatusSmDel{zepMlagBumStatusSm};
 
+  // vlanVniMapSmIs(intf, map, root) is what makes a VtiVlanVniMapSm; there is no other factory.
   using VlanVniMapSms = Moru::Children<Vorn::IntfId, VtiVlanVniMapSm>;
   VlanVniMapSms vlanVniMapSm{this};
   VlanVniMapSms::Is vlanVniMapSmIs{vlanVniMapSm};
@@ -278,7 +284,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
   // --- Controller state and convergence ---
 
   // Brings the convergence machine in line with one entry of the state directory, or with all.
-  void handleZepStateBaseDir(const Moru::Name& name);
+  void handleZepStateBaseDir(Moru::Name name);
   void handleZepStateBaseDir();
 
   // The client view has been written.
@@ -291,7 +297,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
 
   // Brings a VNI's machine in line with its entry of the status directory, or all with all. Throws
   // RangeException for a name that is no VNI; a new entry of VNI 0 is a fatal assertion.
-  void handleControllerVniBaseDir(const Moru::Name& name);
+  void handleControllerVniBaseDir(Moru::Name name);
   void handleControllerVniBaseDir();
 
   // A VNI has become mapped or imported.
@@ -339,7 +345,18 @@ class VxlanControllerClientSm final : public Moru::Machine {
   // Removes or marks all entries of one VLAN, in the order of the table.
   void deleteRemoteMacFromController(Bridging::VlanId vlan, bool deferDel);
 
-  // --- Deferred deletion ---
+  // --- Deferred deletion (DeferredDeletion.cpp) ---
+  //
+  // What is stale after a convergence goes in batches, of hosts and of flood sets alike. Each of
+  // the two is in one of three states, which its flag in the convergence status and its clock show:
+  //
+  //   state    flag   clock  entered by                         left by
+  //   idle     false  never  a run that is done, or has         the end of a convergence
+  //                          nothing to do
+  //   pending  true   armed  the end of a convergence, or a     the clock, which runs a batch
+  //                          batch whose time is spent
+  //   paused   false  never  a batch that finds the controller  the end of that convergence
+  //                          converging again
 
   // How long one run may take before it yields, in seconds; 0.01 at first.
   double maxProcessTime() const { return maxProcessTime_; }
@@ -369,37 +386,39 @@ class VxlanControllerClientSm final : public Moru::Machine {
   // The constructor goes on from this one: what it throws is then followed by the destructor.
   VxlanControllerClientSm() = default;
 
-  void syncVtiStatuses();
-  void scanMappedVni(VniExt vni, const Moru::Ptr<VxlanController::VniFdbStatusV2 const>& status);
-  void removeZepPerVniFdbStatusSm(VniExt vni);
-  void deleteRemoteMacsOfAllVlans();
+  // --- VTI status ---
   bool isImportedByAnyVti(Bridging::VlanId vlan) const;
-  void prefetchDeletions(const Bridging::MacVlanPair* farKey,
-                         const Bridging::MacVlanPair* nearKey) const;
+
+  // --- Controller state and convergence ---
   void unicastDeferredDeletionInProgressIs(bool inProgress);
   void bumDeferredDeletionInProgressIs(bool inProgress);
-  void endUnicastDeferredDeletes();
-  void rescheduleUnicastDeferredDeletes(const Bridging::MacVlanPair& next, double time);
 
-  // The run over the VLANs' flood sets goes round the VLAN numbers once, in as many batches as it
-  // takes: which flood sets come and go meanwhile makes no difference to where it is.
+  // --- Flood sets ---
+  Mlag::MlagState mlagState() const;  // disabled without an MLAG status
+  bool isMlagBumWanted() const;
+  BumReplicationMode localBumReplicationMode() const;  // unknown without a BUM status
+
+  // --- Received hosts ---
+  void prefetchDeletions(const Bridging::MacVlanPair* farKey,
+                         const Bridging::MacVlanPair* nearKey) const;
+
+  // --- Deferred deletion ---
+
+  // The flood sets' run goes round the VLAN numbers once, in as many batches as it takes: which
+  // flood sets come and go meanwhile makes no difference to where it is. Without VLANs left there
+  // is no run.
   struct BumRun {
-    unsigned vlansLeft = 0;  // how many numbers it has not come to; 0 between runs
+    Bridging::VlanId bookmark;  // that it has set itself
+    unsigned vlansLeft = 0;     // how many numbers it has not come to
     std::size_t deleted = 0;
   };
-  using PerVniSms = std::vector<Moru::Ptr<ZepPerVniFdbStatusSm>>;
 
-  bool isMlagBumWanted() const;
-  BumReplicationMode localBumReplicationMode() const;
+  void endUnicastDeferredDeletes();
   bool ownsFloodSets() const;
   Bridging::VlanId beginBumBatch();
+  void bookmarkBumRun(Bridging::VlanId vlan);
   void endBumDeferredDeletes();
-  void rescheduleBumDeferredDeletes(const Bridging::VlanId& next, double time);
-  PerVniSms perVniSmsOf(const Bridging::VlanId& vlan) const;
-  void deleteStaleFloodSets(const Moru::Ptr<L2Rib::VlanFloodSet>& vlanFloodSet);
-  void deleteStaleDests(const Moru::Ptr<L2Rib::FloodSet>& floodSet, const PerVniSms& machines);
-  void checkDestCount(const L2Rib::FloodSet& floodSet, const ZepPerVniFdbStatusSm& machine,
-                      bool swept) const;
+  FloodDemand floodDemandOf(Bridging::VlanId vlan) const;
 
   static constexpr double defaultMaxProcessTime = 0.01;
 

@@ -295,7 +295,6 @@ TEST_F(BumRunTest, DeletesWhatNoTableAsksForAndKeepsTheRest) {
                                           {{50, 1}, "all 3"},
                                           {{60, 1}, "all 3 4"},
                                           {{60, 2}, "all 5"}}));
-  EXPECT_TRUE(world.traced("deleteStaleFloodSets"));
   EXPECT_TRUE(world.traced(" deleting vlan 99"));
   EXPECT_TRUE(world.traced(" deleting vlan 30 mac 02:00:00:00:00:07"));
   EXPECT_TRUE(
