@@ -64,7 +64,9 @@ bool ActivityFacility::Earlier::operator()(const Reactor* left, const Reactor* r
 }
 
 ActivityFacility::ActivityFacility(Ptr<TimeSource> timeSource)
-    : timeSource_(std::move(timeSource)) {}
+    : timeSource_(std::move(timeSource)) {
+  if (!timeSource_) refuseNull("Moru::ActivityFacility::timeSource");
+}
 
 namespace {
 
@@ -78,6 +80,7 @@ Ptr<ActivityFacility>& currentFacility() {
 const Ptr<ActivityFacility>& ActivityFacility::current() { return currentFacility(); }
 
 void ActivityFacility::currentIs(Ptr<ActivityFacility> facility) {
+  if (!facility) refuseNull("Moru::ActivityFacility::current");
   currentFacility().swap(facility);
 }
 

@@ -21,6 +21,7 @@ namespace Moru {
 
 class ActivityFacility final : public PtrInterface {
  public:
+  // Throws RangeException for a null source, as currentIs does for a null facility.
   explicit ActivityFacility(Ptr<TimeSource> timeSource);
 
   // The one that machines take their clocks from: the process has one at a time, on the steady

@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "framework/Moru/Entity.h"
+#include "framework/Moru/Exception.h"
 #include "framework/Moru/HashMap.h"
 
 namespace Moru {
@@ -172,7 +173,9 @@ class EntityAttribute : AttributeBase {
   using DelAll = DelAllMutator<EntityAttribute>;
   static constexpr AttributeId id = Id;
 
-  explicit EntityAttribute(const Entity* entity) : AttributeBase(entity) {}
+  // `name` is the collection's full name, "Vxlan::VtiStatusDir::vtiStatus": a literal, for the text
+  // of the exception that refuses a null entity.
+  EntityAttribute(const Entity* entity, const char* name) : AttributeBase(entity), name_(name) {}
 
   const HashMap<Key, E>& operator()() const { return members_; }
   Ptr<E const> operator()(const Key& key) const { return members_.value(key); }
@@ -185,6 +188,7 @@ class EntityAttribute : AttributeBase {
 
   // Adds an entity, or puts it in the place of the one under its key.
   void set(Ptr<E> entity) {
+    if (!entity) refuseNull(name_);
     const Key key = entity->fwkKey();
     members_.is(std::move(entity));
     notify(Id, &key);
@@ -208,6 +212,7 @@ class EntityAttribute : AttributeBase {
   }
 
   HashMap<Key, E> members_;
+  const char* const name_;
 };
 
 namespace Detail {

@@ -237,7 +237,7 @@ class Reactors : public KeyedPart<KeyOfReactor<ReactorType>, ReactorType> {
   friend Is;
 
   Ptr<ReactorType> set(const Ptr<Notifier>& entity) {
-    if (!entity) refuseNull();
+    if (!entity) refuseNull(name_);
     if (Ptr<ReactorType> present = (*this)(entity->fwkKey())) {
       rebind(*present, entity);
       return present;
@@ -254,14 +254,6 @@ class Reactors : public KeyedPart<KeyOfReactor<ReactorType>, ReactorType> {
       reactor.notifierIs(entity);
       reactor.handleReplaced();
     }
-  }
-
-  [[noreturn]] void refuseNull() const {
-    const std::string name = name_;
-    const std::string attribute = name.substr(name.rfind(':') + 1);
-    // The double quote at the end is part of the text.
-    throw RangeException("null _" + attribute + " parameter to mutator for " + name +
-                         " not allowed\"");
   }
 
   Owner* const machine_;

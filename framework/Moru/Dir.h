@@ -29,8 +29,10 @@ class Dir final : public EntityOf<Dir> {
   // False also when there is no entry of that name.
   bool entryState(const Name& name) const { return entries_.value(name).entryState; }
 
-  // Adds an entry, or replaces it; entity and entry state come with one notification.
+  // Adds an entry, or replaces it; entity and entry state come with one notification. Throws
+  // RangeException for a null entity.
   void entityPtrIs(Name name, Ptr<Entity> entity, bool entryState = true) {
+    if (!entity) refuseNull("Moru::Dir::entityPtr");
     entries_.is(name, Entry{std::move(entity), entryState});
     notify(entityPtrId, &name);
   }

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace Moru {
 
@@ -35,5 +36,9 @@ class SizeException final : public Exception {
   using Exception::Exception;
   const char* type() const noexcept override { return "SizeException"; }
 };
+
+// What every mutator does that adds a member and is handed a null: throws RangeException.
+// `collection` is the full name of what it adds to, "Vxlan::VtiStatusDir::vtiStatus".
+[[noreturn]] void refuseNull(std::string_view collection);
 
 }  // namespace Moru

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "framework/Moru/Assert.h"
+#include "framework/Moru/Exception.h"
 #include "framework/Moru/Hash.h"
 #include "framework/Moru/Ptr.h"
 
@@ -62,8 +63,10 @@ class HashMap {
     return member != nullptr ? *member : nullptr;
   }
 
-  // Adds a member, or puts it in the place of the one of its key. True if the key is new.
+  // Adds a member, or puts it in the place of the one of its key. True if the key is new. Throws
+  // RangeException for a null.
   bool is(Ptr<M> member) {
+    if (!member) refuseNull("Moru::HashMap::member");
     Key key = member->fwkKey();
     if (Node* const node = nodeOf(key)) {
       node->member.swap(member);  // the one it replaces goes on return

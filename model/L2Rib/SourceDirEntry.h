@@ -13,7 +13,7 @@ class SourceDirEntry final : public Moru::EntityOf<SourceDirEntry> {
   // vlanFloodSetIs(vlan) gives the VLAN's flood sets, making an empty one if there is none;
   // vlanFloodSetIs(vlanFloodSet) adds one that has been filled before.
   using VlanFloodSets = Moru::EntityAttribute<Bridging::VlanId, VlanFloodSet, 1>;
-  VlanFloodSets vlanFloodSet{this};
+  VlanFloodSets vlanFloodSet{this, "L2Rib::SourceDirEntry::vlanFloodSet"};
   VlanFloodSets::Is vlanFloodSetIs{vlanFloodSet};
   VlanFloodSets::Del vlanFloodSetDel{vlanFloodSet};
   VlanFloodSets::DelAll vlanFloodSetDelAll{vlanFloodSet};

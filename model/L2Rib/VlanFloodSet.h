@@ -18,7 +18,7 @@ class VlanFloodSet final : public Moru::EntityOf<VlanFloodSet> {
   // floodSetIs(mac) gives the flood set of the MAC, making an empty one if there is none;
   // floodSetIs(floodSet) adds one that has been filled before.
   using FloodSets = Moru::EntityAttribute<Vorn::EthAddr, FloodSet, 1>;
-  FloodSets floodSet{this};
+  FloodSets floodSet{this, "L2Rib::VlanFloodSet::floodSet"};
   FloodSets::Is floodSetIs{floodSet};
   FloodSets::Del floodSetDel{floodSet};
 

@@ -10,7 +10,7 @@ namespace Vxlan {
 class VlanVniMaps final : public Moru::EntityOf<VlanVniMaps> {
  public:
   using Maps = Moru::EntityAttribute<Vorn::IntfId, VlanVniMap, 1>;
-  Maps vlanVniMap{this};
+  Maps vlanVniMap{this, "Vxlan::VlanVniMaps::vlanVniMap"};
   Maps::Is vlanVniMapIs{vlanVniMap};
   Maps::Del vlanVniMapDel{vlanVniMap};
 };

@@ -10,7 +10,7 @@ namespace Vxlan {
 class VtiStatusDir final : public Moru::EntityOf<VtiStatusDir> {
  public:
   using VtiStatuses = Moru::EntityAttribute<Vorn::IntfId, VtiStatus, 1>;
-  VtiStatuses vtiStatus{this};
+  VtiStatuses vtiStatus{this, "Vxlan::VtiStatusDir::vtiStatus"};
   VtiStatuses::Is vtiStatusIs{vtiStatus};
   VtiStatuses::Del vtiStatusDel{vtiStatus};
 };

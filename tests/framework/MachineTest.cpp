@@ -264,7 +264,7 @@ TEST_F(MachineTest, ReactorsStayOnTheEntityThatTheyWereMadeFor) {
 TEST_F(MachineTest, ReactorsFollowACollection) {
   struct Ports final : Moru::EntityOf<Ports> {
     using All = Moru::EntityAttribute<Name, Port, 1>;
-    All port{this};
+    All port{this, "Test::Ports::port"};
     All::Is portIs{port};
     All::Del portDel{port};
   };

@@ -3,8 +3,13 @@
 #include <gtest/gtest.h>
 #include <vector>
 
+#include "framework/Moru/ActivityFacility.h"
+#include "framework/Moru/Dir.h"
+#include "framework/Moru/Exception.h"
 #include "model/L2Rib/SourceDirEntry.h"
 #include "model/Vxlan/ReceivedHostTable.h"
+#include "model/Vxlan/VlanVniMaps.h"
+#include "model/Vxlan/VtiStatusDir.h"
 #include "model/VxlanController/ZepStateClientViewV2.h"
 
 namespace {
@@ -84,6 +89,37 @@ TEST_F(ReceivedHostTableDeathTest, CountsTheEntriesThatAreMarked) {
   EXPECT_DEATH(
       table->markedForDelCountIs(3),
       "markedForDelCount\\(\\) \\+ _markedForDelCount <= receivedEntrys\\(\\): 3 marked of 2");
+}
+
+// What a mutator that is handed a null throws; `is` is called with the null.
+template <class Is>
+void expectNullRefused(const std::string& collection, Is&& is) {
+  const std::string attribute = collection.substr(collection.rfind(':') + 1);
+  EXPECT_THAT([&] { is(nullptr); }, testing::ThrowsMessage<Moru::RangeException>(
+                                        "null _" + attribute + " parameter to mutator for " +
+                                        collection + " not allowed\""));
+}
+
+TEST(Mutators, RefuseANullMemberAndChangeNothing) {
+  const auto vtis = create<Vxlan::VtiStatusDir>();
+  const auto maps = create<Vxlan::VlanVniMaps>();
+  const auto rib = create<L2Rib::SourceDirEntry>();
+  const auto vlan = create<L2Rib::VlanFloodSet>(VlanId(10));
+  const auto dir = create<Moru::Dir>();
+  const auto watcher = create<Watcher<Moru::Dir>>(dir);
+  expectNullRefused("Vxlan::VtiStatusDir::vtiStatus", vtis->vtiStatusIs);
+  expectNullRefused("Vxlan::VlanVniMaps::vlanVniMap", maps->vlanVniMapIs);
+  expectNullRefused("L2Rib::SourceDirEntry::vlanFloodSet", rib->vlanFloodSetIs);
+  expectNullRefused("L2Rib::VlanFloodSet::floodSet", vlan->floodSetIs);
+  expectNullRefused("Moru::Dir::entityPtr", [&](auto null) { dir->entityPtrIs("100", null); });
+  EXPECT_TRUE(dir->entityPtr().empty() && watcher->log.empty());
+  Moru::HashMap<VlanId, L2Rib::VlanFloodSet> map;
+  expectNullRefused("Moru::HashMap::member", [&](auto null) { map.is(null); });
+  const auto facility = Moru::ActivityFacility::current();
+  expectNullRefused("Moru::ActivityFacility::current", Moru::ActivityFacility::currentIs);
+  EXPECT_EQ(Moru::ActivityFacility::current(), facility);
+  expectNullRefused("Moru::ActivityFacility::timeSource",
+                    [](auto null) { create<Moru::ActivityFacility>(null); });
 }
 
 TEST(FloodSets, AreMadeOnRequestAndGoWithTheirVlan) {
