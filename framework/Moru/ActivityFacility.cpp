@@ -97,7 +97,9 @@ int ActivityFacility::pollTimeout() const {
   return static_cast<int>(std::clamp(milliseconds, 0.0, longest));
 }
 
+// What fires may drop the last clock and the last pointer to the facility: each of these holds it.
 std::size_t ActivityFacility::fireDue() {
+  const Ptr<ActivityFacility> held(this);
   const double now = this->now();
   const std::uint64_t armedBefore = armed_;
   std::size_t fired = 0;
@@ -111,6 +113,7 @@ std::size_t ActivityFacility::fireDue() {
 }
 
 bool ActivityFacility::fireNext(double until) {
+  const Ptr<ActivityFacility> held(this);
   if (due_.empty() || nextDue() > until) return false;
   timeSource_->waitUntil(nextDue());
   (*due_.begin())->fire();
@@ -118,6 +121,7 @@ bool ActivityFacility::fireNext(double until) {
 }
 
 void ActivityFacility::runUntil(double until) {
+  const Ptr<ActivityFacility> held(this);
   while (fireNext(until)) {
   }
   if (until < Clock::never) timeSource_->waitUntil(until);

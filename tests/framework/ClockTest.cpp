@@ -83,6 +83,24 @@ TEST_F(ClockTest, IsDisarmedBeforeItFiresAndMayRearmDisarmAndDropInTheFiring) {
   EXPECT_TRUE(log.empty());
 }
 
+// A sanitizer sees what touches the facility after that; the time says that the loop went on to its
+// end.
+TEST_F(ClockTest, OutlivesAFiringThatDropsItsClockAndTheFacility) {
+  const std::function<void()> loops[] = {[&] { EXPECT_EQ(facility->fireDue(), 1U); },
+                                         [&] { EXPECT_TRUE(facility->fireNext(100)); },
+                                         [&] { facility->runUntil(200); }};
+  for (const auto& loop : loops) {
+    facility = create<ActivityFacility>(time);
+    Ptr<Alarm> alarm;
+    alarm = create<Alarm>(facility, [&] { alarm = nullptr, facility = nullptr; });
+    alarm->timeMinIs(100);
+    loop();
+    EXPECT_EQ(facility, nullptr);
+  }
+  EXPECT_EQ(time->time(), 200);
+  EXPECT_EQ(time->references(), 1U);
+}
+
 TEST_F(ClockTest, NothingFiresIntoAReactorThatIsGoneDetachedOrOff) {
   auto gone = alarm(1);
   auto zombie = alarm(2);
