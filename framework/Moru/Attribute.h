@@ -22,8 +22,8 @@
 
 namespace Moru {
 
-// The mutators of anything with set, del and delAll, each an object to be called. They refer to the
-// attribute that they write, and stand beside it in the same object.
+// The mutators of anything with set, del and delAll, each an object to be called with what that
+// takes. They refer to the attribute that they write, and stand beside it in the same object.
 template <class Target>
 class MutatorOf {
  public:
@@ -40,9 +40,10 @@ class IsMutator : public MutatorOf<Target> {
  public:
   using MutatorOf<Target>::MutatorOf;
   template <class... Args>
-  decltype(auto) operator()(Args&&... args) {
-    return this->target_.set(std::forward<Args>(args)...);
+  decltype(auto) operator()(Args&&... args) requires requires(Target& target) {
+    target.set(std::forward<Args>(args)...);
   }
+  { return this->target_.set(std::forward<Args>(args)...); }
 };
 
 template <class Target>
@@ -50,9 +51,10 @@ class DelMutator : public MutatorOf<Target> {
  public:
   using MutatorOf<Target>::MutatorOf;
   template <class... Args>
-  decltype(auto) operator()(Args&&... args) {
-    return this->target_.del(std::forward<Args>(args)...);
+  decltype(auto) operator()(Args&&... args) requires requires(Target& target) {
+    target.del(std::forward<Args>(args)...);
   }
+  { return this->target_.del(std::forward<Args>(args)...); }
 };
 
 template <class Target>
@@ -141,10 +143,13 @@ class KeyedAttribute : AttributeBase {
   friend DelAll;
 
   // Keys are taken by value: a handler may remove the member that a reference would point into.
-  void set(Key key, Value value = Value()) {
+  void set(Key key, Value value) {
     members_.is(key, std::move(value));
     notify(Id, &key);
   }
+
+  // A key of a set.
+  void set(Key key) requires std::is_same_v<Value, Member> { set(std::move(key), Member()); }
 
   // A value that carries its key.
   void set(const Value& record) requires requires { record.key; }

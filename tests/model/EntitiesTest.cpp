@@ -10,11 +10,13 @@
 #include "model/Vxlan/ReceivedHostTable.h"
 #include "model/Vxlan/VlanVniMaps.h"
 #include "model/Vxlan/VtiStatusDir.h"
+#include "model/VxlanController/MacVtepFloodListV2.h"
 #include "model/VxlanController/ZepStateClientViewV2.h"
 
 namespace {
 
 using Bridging::VlanId;
+using FloodList = VxlanController::MacVtepFloodListV2;
 using Moru::create;
 using testing::ElementsAre;
 using Vorn::EthAddr;
@@ -121,6 +123,16 @@ TEST(Mutators, RefuseANullMemberAndChangeNothing) {
   expectNullRefused("Moru::ActivityFacility::timeSource",
                     [](auto null) { create<Moru::ActivityFacility>(null); });
 }
+
+// A mutator takes all that it stores: only a set of keys has no value to be left out.
+template <class Attribute, class... Args>
+constexpr bool takes = std::is_invocable_v<typename Attribute::Is&, Args...>;
+static_assert(takes<Vxlan::VtiStatus::VccImportVlans, VlanId>);
+static_assert(takes<Vxlan::ReceivedHostTable::ReceivedEntries, Vxlan::ReceivedEntry>);
+static_assert(!takes<Vxlan::ReceivedHostTable::ReceivedEntries, Bridging::MacVlanPair>);
+static_assert(takes<FloodList::VtepIpFloodList, Vorn::IpAddr, bool>);
+static_assert(!takes<FloodList::VtepIpFloodList, Vorn::IpAddr>);
+static_assert(!takes<Vxlan::VtiStatus::DatapathLearning>);
 
 TEST(FloodSets, AreMadeOnRequestAndGoWithTheirVlan) {
   const auto entry = create<L2Rib::SourceDirEntry>();
