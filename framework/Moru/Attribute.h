@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "framework/Moru/Entity.h"
 #include "framework/Moru/Exception.h"
@@ -63,6 +64,16 @@ class DelAllMutator : public MutatorOf<Target> {
   using MutatorOf<Target>::MutatorOf;
   void operator()() { this->target_.delAll(); }
 };
+
+// The keys of a collection as it stands. For a mutator that removes all and notifies: it removes
+// what was there when it began, each once, and ends, though a watcher may put back what goes.
+template <class Collection>
+auto keysOf(const Collection& collection) {
+  std::vector<std::decay_t<decltype(collection.begin().key())>> keys;
+  keys.reserve(collection.size());
+  for (auto member = collection.begin(); member; ++member) keys.push_back(member.key());
+  return keys;
+}
 
 class AttributeBase {
  public:
@@ -161,7 +172,7 @@ class KeyedAttribute : AttributeBase {
 
   void delAll() {
     const auto entity = this->inUse();
-    for (auto member = members_.begin(); member; ++member) del(member.key());
+    for (const Key& key : keysOf(members_)) del(key);
   }
 
   Map<Key, Value> members_;
@@ -213,7 +224,7 @@ class EntityAttribute : AttributeBase {
 
   void delAll() {
     const auto entity = this->inUse();
-    for (auto member = members_.begin(); member; ++member) del(member.key());
+    for (const Key& key : keysOf(members_)) del(key);
   }
 
   HashMap<Key, E> members_;

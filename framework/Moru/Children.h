@@ -22,7 +22,6 @@
 #include <sstream>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "framework/Moru/Attribute.h"
 #include "framework/Moru/Exception.h"
@@ -99,9 +98,7 @@ class KeyedPart : protected Part {
   friend DelAll;
 
   void delAll() {
-    std::vector<Key> keys;
-    for (const auto& [key, member] : members_) keys.push_back(key);
-    for (const Key& key : keys) del(key);
+    for (const Key& key : keysOf(members_)) del(key);
   }
 
   void hasNotificationActiveIs(bool active) override {

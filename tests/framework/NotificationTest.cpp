@@ -1,6 +1,8 @@
 // Delivery of notifications while everything around it changes: what the framework does is compared
 // with a plain model that searches where the framework keeps cursors.
 #include <array>
+#include <functional>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <rapidcheck/gtest.h>
@@ -8,6 +10,7 @@
 
 #include "framework/Moru/Attribute.h"
 #include "framework/Moru/Exception.h"
+#include "framework/Moru/HashMap2018.h"
 #include "framework/Moru/Input.h"
 
 namespace {
@@ -270,6 +273,68 @@ TEST(Notification, AnExceptionLeavesTheMutatorAndTheListWhole) {
   for (const int value : {1, 2}) cell->valueIs(value);  // no change, and one
   EXPECT_EQ(reactors[0]->calls, 2);
   EXPECT_EQ(reactors[2]->calls, 1);
+}
+
+struct Part final : Moru::EntityOf<Part> {
+  explicit Part(int key) : key(key) {}
+  int fwkKey() const { return key; }
+  const int key;
+};
+
+struct Whole final : Moru::EntityOf<Whole> {
+  using Numbers = Moru::KeyedAttribute<Moru::HashMap2018, int, int, 1>;
+  Numbers number{this};
+  Numbers::Is numberIs{number};
+  Numbers::DelAll numberDelAll{number};
+  using Parts = Moru::EntityAttribute<int, Part, 2>;
+  Parts part{this, "Whole::part"};
+  Parts::Is partIs{part};
+  Parts::DelAll partDelAll{part};
+};
+
+// Calls back for each key that has gone.
+struct Watcher final : Whole::NotifieeConst {
+  Watcher(const Ptr<Whole>& whole, std::function<void(int)> gone) : gone(std::move(gone)) {
+    notifierIs(whole);
+    hasNotificationActiveIs(true);
+  }
+  void onAttribute(Moru::AttributeId attribute, const void* key) override {
+    const Ptr<Whole const> whole = notifier();
+    const int member = *static_cast<const int*>(key);
+    const bool isNumber = attribute == Moru::idOf<&Whole::number>;
+    if (isNumber ? whole->number().contains(member) : whole->part().contains(member)) return;
+    gone(member);
+  }
+  const std::function<void(int)> gone;
+};
+
+TEST(Notification, RemovingAllRemovesWhatWasThereAndEndsWhateverIsPutBack) {
+  const std::pair<std::function<void(Whole&, int)>, void (*)(Whole&)> kinds[] = {
+      {[](Whole& whole, int key) { whole.numberIs(key, key); },
+       [](Whole& whole) { whole.numberDelAll(); }},
+      {[](Whole& whole, int key) { whole.partIs(key); }, [](Whole& whole) { whole.partDelAll(); }}};
+  for (const auto& [put, delAll] : kinds) {
+    auto whole = create<Whole>();
+    for (const int key : {1, 2, 3}) put(*whole, key);
+    std::vector<int> gone;
+    bool dropping = false;
+    Ptr<Watcher> watcher;
+    watcher = create<Watcher>(whole, [&, put = put](int key) {
+      gone.push_back(key);
+      if (dropping) {
+        whole = nullptr;  // while its members go: a sanitizer sees if they go without it
+        watcher = nullptr;
+      } else if (gone.size() < 100) {
+        for (const int back : {key, key + 10}) put(*whole, back);
+      }
+    });
+    delAll(*whole);
+    EXPECT_THAT(gone, testing::ElementsAre(1, 2, 3));
+    EXPECT_EQ(std::max(whole->number().size(), whole->part().size()), 6U);
+    dropping = true;
+    delAll(*whole);
+    EXPECT_THAT(gone, testing::ElementsAre(1, 2, 3, 1)) << "and the first of six";
+  }
 }
 
 }  // namespace
