@@ -20,7 +20,8 @@ constexpr std::array<std::size_t, 10> traceRingSizes{33, 33, 33, 33, 33,
                                                      33, 33, 33, 33, 33};  // KiB
 
 // Null if there is no such entry, or no directory.
-Moru::Ptr<Moru::Entity> entityOf(const Moru::Ptr<Moru::Dir const>& dir, const Moru::Name& name) {
+Moru::Ptr<Moru::Entity const> entityOf(const Moru::Ptr<Moru::Dir const>& dir,
+                                       const Moru::Name& name) {
   return dir ? dir->entityPtr(name) : nullptr;
 }
 

@@ -18,14 +18,14 @@
 
 namespace Vxlan {
 
-inline const auto& vlanVniMapsOf(const Moru::Ptr<VlanVniMaps const>& maps) {
-  static const VlanVniMaps none;
-  return (maps ? *maps : none).vlanVniMap();
+inline Moru::ConstHashMap<Vorn::IntfId, VlanVniMap> vlanVniMapsOf(
+    const Moru::Ptr<VlanVniMaps const>& maps) {
+  return maps ? maps->vlanVniMap() : Moru::ConstHashMap<Vorn::IntfId, VlanVniMap>();
 }
 
-inline const auto& vtiStatusesOf(const Moru::Ptr<VtiStatusDir const>& dir) {
-  static const VtiStatusDir none;
-  return (dir ? *dir : none).vtiStatus();
+inline Moru::ConstHashMap<Vorn::IntfId, VtiStatus> vtiStatusesOf(
+    const Moru::Ptr<VtiStatusDir const>& dir) {
+  return dir ? dir->vtiStatus() : Moru::ConstHashMap<Vorn::IntfId, VtiStatus>();
 }
 
 // Where each VTI maps a VNI to: an element for every VTI that has a map, with no VLAN where that
@@ -37,32 +37,27 @@ class VlansOfVni {
     Bridging::VlanIdOrNone vlan;
   };
 
-  class Iterator {
-   public:
-    using Maps = decltype(vlanVniMapsOf(nullptr).begin());
-
-    Iterator(Maps at, const VniExt& vni) : at_(std::move(at)), vni_(vni) {}
-
-    friend bool operator==(const Iterator& it, std::default_sentinel_t) { return !it.at_; }
-    Entry operator*() const { return {at_.key(), at_.value()->vniToVlan(vni_)}; }
+  struct Iterator {
+    friend bool operator==(const Iterator& it, std::default_sentinel_t) { return !it.at; }
+    Entry operator*() const { return {at.key(), at.value()->vniToVlan(vni)}; }
     Iterator& operator++() {
-      ++at_;
+      ++at;
       return *this;
     }
 
-   private:
-    Maps at_;
-    VniExt vni_;
+    Moru::ConstHashMap<Vorn::IntfId, VlanVniMap>::Iterator at;
+    VniExt vni;
   };
 
   VlansOfVni(const Moru::Ptr<VlanVniMaps const>& maps, const VniExt& vni)
-      : first_(vlanVniMapsOf(maps).begin(), vni) {}
+      : maps_(vlanVniMapsOf(maps)), vni_(vni) {}
 
-  Iterator begin() const { return first_; }
+  Iterator begin() const { return {maps_.begin(), vni_}; }
   static std::default_sentinel_t end() { return std::default_sentinel; }
 
  private:
-  Iterator first_;
+  Moru::ConstHashMap<Vorn::IntfId, VlanVniMap> maps_;
+  VniExt vni_;
 };
 
 inline VlansOfVni vlansOfVni(const Moru::Ptr<VlanVniMaps const>& maps, const VniExt& vni) {

@@ -179,7 +179,7 @@ class KeyedAttribute : AttributeBase {
 };
 
 // Entities by their own key (fwkKey()). Looking up an absent key gives null. A const entity gives
-// out const members.
+// out const members, also to who walks them.
 template <class Key, class E, AttributeId Id>
 class EntityAttribute : AttributeBase {
  public:
@@ -193,7 +193,8 @@ class EntityAttribute : AttributeBase {
   // of the exception that refuses a null entity.
   EntityAttribute(const Entity* entity, const char* name) : AttributeBase(entity), name_(name) {}
 
-  const HashMap<Key, E>& operator()() const { return members_; }
+  ConstHashMap<Key, E> operator()() const { return members_; }
+  const HashMap<Key, E>& operator()() { return members_; }
   Ptr<E const> operator()(const Key& key) const { return members_.value(key); }
   Ptr<E> operator()(const Key& key) { return members_.value(key); }
 

@@ -13,7 +13,7 @@ namespace Moru {
 class Dir final : public EntityOf<Dir> {
  public:
   struct Entry {
-    Ptr<Entity> entityPtr;
+    Ptr<Entity const> entityPtr;
     bool entryState = false;
   };
   using Entries = HashMap2018<Name, Entry>;
@@ -22,8 +22,13 @@ class Dir final : public EntityOf<Dir> {
   static constexpr AttributeId entityPtrId = 1;
   static const Name* nameOf(const void* key) { return static_cast<const Name*>(key); }
 
-  // Null when there is no entry of that name.
-  Ptr<Entity> entityPtr(const Name& name) const { return entries_.value(name).entityPtr; }
+  // Null when there is no entry of that name. A const directory gives out const entities, and so
+  // does a walk.
+  Ptr<Entity const> entityPtr(const Name& name) const { return entries_.value(name).entityPtr; }
+  Ptr<Entity> entityPtr(const Name& name) {
+    // It came in as one that may be written.
+    return Ptr<Entity>(const_cast<Entity*>(entries_.value(name).entityPtr.get()));
+  }
   const Entries& entityPtr() const { return entries_; }
 
   // False also when there is no entry of that name.

@@ -151,6 +151,7 @@ class HashMap<Key, M>::Iterator {
     Ptr<M> value;
   };
 
+  Iterator() = default;  // at the end
   explicit Iterator(const HashMap& map) { enter(&map, map.first_); }
   Iterator(const Iterator& other) : key_(other.key_), removed_(other.removed_) {
     enter(other.map_, other.node_);
@@ -226,6 +227,54 @@ class HashMap<Key, M>::Iterator {
   bool removed_ = false;  // the member of key_ has gone; node_ is the one that comes next
   Iterator* previousIterator_ = nullptr;
   Iterator* nextIterator_ = nullptr;
+};
+
+// A map of members as it looks to who may only read them: the members are const. By default, an
+// empty one.
+template <class Key, class M>
+class ConstHashMap {
+  using Map = HashMap<Key, M>;
+
+ public:
+  class Iterator;
+
+  ConstHashMap() = default;
+  ConstHashMap(const Map& map) : map_(&map) {}
+
+  std::size_t size() const { return map_ != nullptr ? map_->size() : 0; }
+  bool empty() const { return size() == 0; }
+  bool contains(const Key& key) const { return map_ != nullptr && map_->contains(key); }
+  Ptr<M const> value(const Key& key) const { return map_ != nullptr ? map_->value(key) : nullptr; }
+
+  Iterator begin() const { return map_ != nullptr ? Iterator(*map_) : Iterator(); }
+  std::default_sentinel_t end() const { return std::default_sentinel; }
+
+ private:
+  const Map* map_ = nullptr;
+};
+
+template <class Key, class M>
+class ConstHashMap<Key, M>::Iterator : HashMap<Key, M>::Iterator {
+  using Base = typename Map::Iterator;
+
+ public:
+  struct Entry {
+    Key key;
+    Ptr<M const> value;
+  };
+
+  using Base::Base;
+  using Base::key;
+  using Base::operator bool;
+  friend bool operator==(const Iterator& it, std::default_sentinel_t) { return !it; }
+
+  Ptr<M const> value() const { return Base::value(); }
+  Entry operator*() const { return {key(), value()}; }
+
+  Iterator& operator++() {
+    Base::operator++();
+    return *this;
+  }
 };
 
 }  // namespace Moru

@@ -170,7 +170,7 @@ TEST_F(StoreTest, ReplacesTheTablesOfAMapApart) {
 TEST_F(StoreTest, AnnouncesControllerEntriesWithTheirState) {
   watch(store_.controllerStatusBaseDir, [&](const Moru::Dir& dir, AttributeId, const void* key) {
     const auto& name = *static_cast<const Moru::Name*>(key);
-    const auto entity = Moru::dynamicPtrCast<VniFdbStatusV2>(dir.entityPtr(name));
+    const auto entity = Moru::dynamicPtrCast<VniFdbStatusV2 const>(dir.entityPtr(name));
     log(name.stringValue() + (dir.entryState(name) ? " on" : " off") +
         (!entity                          ? " none"
          : entity->macVtepTable().empty() ? " empty"
@@ -240,7 +240,7 @@ TEST_F(StoreTest, ChangesFloodListsByTheirKeys) {
 TEST_F(StoreTest, FillsControllerStatesBeforeTheyAreSeen) {
   watch(store_.zepStateBaseDir, [&](const Moru::Dir& dir, AttributeId, const void* key) {
     const auto& name = *static_cast<const Moru::Name*>(key);
-    const auto state = Moru::dynamicPtrCast<ZepStateV2>(dir.entityPtr(name));
+    const auto state = Moru::dynamicPtrCast<ZepStateV2 const>(dir.entityPtr(name));
     if (!state) return log("gone");
     log(std::string(state->convergenceInProgress() ? "converging" : "converged") +
         (dir.entryState(name) ? " on" : " off"));

@@ -335,13 +335,17 @@ TEST(HashMap, KeepsTheOrderOfInsertionAndIteratorsThatOutliveIt) {
   std::vector<int> order;
   for (const auto& [key, item] : *map) order.push_back(item->value);
   EXPECT_THAT(order, testing::ElementsAre(33, 9, 1, 5));
+  const Moru::ConstHashMap<int, Item> view(*map);
+  EXPECT_TRUE(view.size() == 4 && view.contains(9) && view.value(3)->value == 33 && !view.value(4));
   auto it = map->begin();
-  auto copy = it;
+  auto copy = view.begin();
   ++copy;
   map = nullptr;
   EXPECT_FALSE(it);
   EXPECT_FALSE(++copy);
   EXPECT_EQ(copy.key(), 9);
+  const Moru::ConstHashMap<int, Item> none;
+  EXPECT_TRUE(none.empty() && !none.begin() && !none.contains(9) && !none.value(9));
 }
 
 }  // namespace

@@ -145,9 +145,21 @@ TEST(FloodSets, AreMadeOnRequestAndGoWithTheirVlan) {
   entry->vlanFloodSetDelAll();
   EXPECT_EQ(entry->vlanFloodSet(VlanId(10)), nullptr);
   EXPECT_EQ(watcher->log.size(), 4U) << "two made, two removed; found is no change";
-  const Moru::Ptr<L2Rib::SourceDirEntry const> view = entry;
-  static_assert(std::is_same_v<decltype(view->vlanFloodSet(VlanId(1))),
-                               Moru::Ptr<L2Rib::VlanFloodSet const>>);
 }
+
+// What an entity gives out is as const as itself, looked up or walked.
+template <class Rib, class Given>
+constexpr bool givesOut = requires(Rib& rib) {
+  requires std::is_same_v<decltype(rib.vlanFloodSet(VlanId())), Moru::Ptr<Given>>;
+  requires std::is_same_v<decltype((*rib.vlanFloodSet().begin()).value), Moru::Ptr<Given>>;
+  requires std::is_convertible_v<decltype(rib.vlanFloodSet().begin().value()), Moru::Ptr<Given>>;
+};
+static_assert(givesOut<L2Rib::SourceDirEntry, L2Rib::VlanFloodSet>);
+static_assert(givesOut<L2Rib::SourceDirEntry const, L2Rib::VlanFloodSet const>);
+static_assert(std::is_same_v<decltype(std::declval<Moru::Dir const&>().entityPtr("")),
+                             Moru::Ptr<Moru::Entity const>>);
+static_assert(
+    std::is_same_v<decltype(std::declval<Moru::Dir&>().entityPtr("")), Moru::Ptr<Moru::Entity>>);
+static_assert(std::is_same_v<decltype(Moru::Dir::Entry::entityPtr), Moru::Ptr<Moru::Entity const>>);
 
 }  // namespace
