@@ -4,6 +4,7 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "framework/Moru/PtrInterface.h"
 #include "model/Vorn/OneAtATime.h"
 
 namespace Vorn {
@@ -26,7 +27,7 @@ class IntfNames {
   IntfNames() { number({}); }
 
   std::uint32_t number(std::string_view name) {
-    const std::lock_guard lock(mutex_);
+    const auto lock = locked();
     const auto known = numbers_.find(name);
     if (known != numbers_.end()) return known->second;
     const auto number = static_cast<std::uint32_t>(intfs_.size());
@@ -35,11 +36,17 @@ class IntfNames {
   }
 
   const Intf& intf(std::uint32_t number) {
-    const std::lock_guard lock(mutex_);
+    const auto lock = locked();
     return intfs_[number];
   }
 
  private:
+  // Alone on one thread, as a rule, where a lock would be all that a lookup costs.
+  std::unique_lock<std::mutex> locked() {
+    if (!Moru::PtrInterface::threadSafe()) return {};
+    return std::unique_lock(mutex_);
+  }
+
   std::mutex mutex_;
   std::deque<Intf> intfs_;  // a deque: what it holds never moves
   std::unordered_map<std::string_view, std::uint32_t> numbers_;

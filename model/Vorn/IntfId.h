@@ -14,7 +14,8 @@ namespace Vorn {
 // Ordered by name. The default is the interface without a name.
 //
 // The names are kept once for the process, for as long as it lives: there are as many as there are
-// interfaces. Making an identifier from a name and reading the name may be done on any thread.
+// interfaces. Making an identifier from a name and reading the name may be done on any thread of a
+// process that has asked for thread-safe pointers (Moru::PtrInterface::threadSafeIs).
 class IntfId {
  public:
   IntfId() = default;

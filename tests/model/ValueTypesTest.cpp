@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "framework/Moru/Exception.h"
+#include "framework/Moru/PtrInterface.h"
 #include "model/Bridging/MacVlanPair.h"
 #include "model/Bridging/VlanId.h"
 #include "model/Bridging/VlanIdOrNone.h"
@@ -114,9 +115,11 @@ TEST(IntfId, IsTheNameAtThePriceOfANumber) {
     for (int i = 0; i < 2'000; ++i)
       EXPECT_EQ(IntfId("Intf" + std::to_string(i)).stringValue(), "Intf" + std::to_string(i));
   };
+  Moru::PtrInterface::threadSafeIs(true);
   std::thread other(fill);
   fill();
   other.join();
+  Moru::PtrInterface::threadSafeIs(false);
 }
 
 TEST(MacVlanPair, OrdersByMacThenVlanFromItsDefault) {
