@@ -35,8 +35,11 @@ class IpGenAddr {
 
   std::string stringValue() const;
 
-  // That of the address it holds.
-  constexpr std::uint32_t hash() const noexcept { return Ip6Addr(words_).hash(); }
+  // Of an IPv4 address its own; that of an IPv6 address also says that it is one.
+  constexpr std::uint32_t hash() const noexcept {
+    constexpr std::uint32_t family6 = 0x9e3779b9;  // far from what small addresses differ in
+    return isIp6_ ? ip6().hash() ^ family6 : ip4().hash();
+  }
 
   friend constexpr bool operator==(const IpGenAddr&, const IpGenAddr&) = default;
   friend constexpr auto operator<=>(const IpGenAddr&, const IpGenAddr&) = default;

@@ -103,6 +103,9 @@ TEST(IpAddresses, ParseAndPrint) {
   EXPECT_EQ(IpGenAddr::parse("nowhere"), std::nullopt);
   EXPECT_NE(IpGenAddr(IpAddr(1)), IpGenAddr(Ip6Addr({1, 0, 0, 0}))) << "same words, other kind";
   EXPECT_EQ(IpGenAddr(six).ip4(), IpAddr());
+  EXPECT_EQ(IpGenAddr(IpAddr(1)).ip6(), Ip6Addr());
+  EXPECT_EQ(IpGenAddr(IpAddr(1)).hash(), IpAddr(1).hash());
+  EXPECT_NE(IpGenAddr(IpAddr(1)).hash(), IpGenAddr(Ip6Addr({1, 0, 0, 0})).hash());
 }
 
 TEST(IntfId, IsTheNameAtThePriceOfANumber) {
