@@ -146,6 +146,21 @@ TEST(Records, AreAbsentByWhatMattersInThem) {
   EXPECT_EQ(printed(paths), "00:00:00:00:00:07 vteps 0.0.0.1");
 }
 
+TEST(VtepIpList, IsAMapInTheOrderOfTheAddresses) {
+  VxlanController::VtepIpList list;
+  for (const std::uint32_t vtep : {3, 1, 2}) EXPECT_TRUE(list.insert({IpAddr(vtep), true}).second);
+  const auto [present, isNew] = list.insert({IpAddr(2), false});
+  EXPECT_TRUE(!isNew && present == list.find(IpAddr(2)) && present->second) << "the flag stays";
+  list[IpAddr(1)] = false;
+  EXPECT_EQ(list.erase(IpAddr(3)), 1U);
+  EXPECT_EQ(list.erase(IpAddr(3)), 0U);
+  EXPECT_EQ(list.find(IpAddr(3)), list.end());
+  EXPECT_FALSE(list[IpAddr(0)] || list.contains(IpAddr(4)));
+  EXPECT_THAT(std::as_const(list),
+              testing::ElementsAre(std::pair(IpAddr(0), false), std::pair(IpAddr(1), false),
+                                   std::pair(IpAddr(2), true)));
+}
+
 TEST(CiDest, HoldsTwoVtepsAndRefusesAThird) {
   L2Rib::CiDest dest(L2Rib::DestType::vtep);
   dest.vtepAddrIs(1, IpAddr(5));
