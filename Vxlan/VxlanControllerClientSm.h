@@ -268,7 +268,7 @@ class VxlanControllerClientSm final : public Moru::Machine {
 
   // --- Import VLANs: the union of what the VTIs import ---
 
-  using ImportVlans = Moru::HashMap2018<Bridging::VlanId, Moru::Member>;
+  using ImportVlans = Moru::HashMap2018<Bridging::VlanId, Moru::KeyOnly>;
   const ImportVlans& vccImportVlans() const { return vccImportVlans_; }
   void vccImportVlansIs(Bridging::VlanId vlan);
   void vccImportVlansDel(Bridging::VlanId vlan);

@@ -33,9 +33,9 @@ void fill(Vxlan::VtiStatus& status, const Vti::Value& value) {
   if (value.localVtepAddr) status.localVtepAddrIs(*value.localVtepAddr);
   if (value.vArpVtepAddr) status.vArpVtepAddrIs(*value.vArpVtepAddr);
   if (!value.vccImportVlans) return;
-  Table<Bridging::VlanId, Moru::Member> vlans;
+  Table<Bridging::VlanId, Moru::KeyOnly> vlans;
   for (const Bridging::VlanId& vlan : *value.vccImportVlans)
-    vlans.emplace_back(vlan, Moru::Member());
+    vlans.emplace_back(vlan, Moru::KeyOnly());
   membersIs(status.vccImportVlans, status.vccImportVlansIs, status.vccImportVlansDel, vlans);
 }
 

@@ -120,8 +120,8 @@ class Attribute : AttributeBase {
 };
 
 // The value of a collection that is a set of its keys.
-struct Member {
-  friend bool operator==(const Member&, const Member&) = default;
+struct KeyOnly {
+  friend bool operator==(const KeyOnly&, const KeyOnly&) = default;
 };
 
 // Values by key, in a collection of the kind `Map`. Looking up an absent key gives the default
@@ -142,7 +142,7 @@ class KeyedAttribute : AttributeBase {
 
   // The value under `key`; of a set, whether it holds the key.
   auto operator()(const Key& key) const {
-    if constexpr (std::is_same_v<Value, Member>)
+    if constexpr (std::is_same_v<Value, KeyOnly>)
       return members_.contains(key);
     else
       return members_.value(key);
@@ -160,7 +160,7 @@ class KeyedAttribute : AttributeBase {
   }
 
   // A key of a set.
-  void set(Key key) requires std::is_same_v<Value, Member> { set(std::move(key), Member()); }
+  void set(Key key) requires std::is_same_v<Value, KeyOnly> { set(std::move(key), KeyOnly()); }
 
   // A value that carries its key.
   void set(const Value& record) requires requires { record.key; }

@@ -37,7 +37,8 @@ class VtiStatus final : public Moru::EntityOf<VtiStatus> {
   VArpVtepAddr::Is vArpVtepAddrIs{vArpVtepAddr};
 
   // The VLANs whose controller information this VTI imports: a set.
-  using VccImportVlans = Moru::KeyedAttribute<Moru::HashMap2018, Bridging::VlanId, Moru::Member, 5>;
+  using VccImportVlans =
+      Moru::KeyedAttribute<Moru::HashMap2018, Bridging::VlanId, Moru::KeyOnly, 5>;
   VccImportVlans vccImportVlans{this};
   VccImportVlans::Is vccImportVlansIs{vccImportVlans};
   VccImportVlans::Del vccImportVlansDel{vccImportVlans};

@@ -106,7 +106,7 @@ struct FakeClient {
   const auto& zepMlagBumStatusSm() const { return mlagBum; }
   const auto& hostTable() const { return table; }
 
-  Moru::HashMap2018<VlanId, Moru::Member> vlans;
+  Moru::HashMap2018<VlanId, Moru::KeyOnly> vlans;
   Moru::HashMap<Vxlan::VniExt, VniMachine> machines;
   Ptr<Moru::PtrInterface> mlagBum;
   Ptr<Vxlan::ReceivedHostTable> table = create<Vxlan::ReceivedHostTable>("hostTable");

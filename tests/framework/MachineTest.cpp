@@ -30,7 +30,7 @@ struct Port final : Moru::EntityOf<Port> {
   Up up{this};
   Up::Is upIs{up};
 
-  using Vlans = Moru::KeyedAttribute<Moru::HashMap2018, int, Moru::Member, 2>;
+  using Vlans = Moru::KeyedAttribute<Moru::HashMap2018, int, Moru::KeyOnly, 2>;
   Vlans vlan{this};
   Vlans::Is vlanIs{vlan};
   Vlans::Del vlanDel{vlan};
