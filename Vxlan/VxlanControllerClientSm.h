@@ -42,7 +42,7 @@
 #include "Vxlan/ZepStateSm.h"
 #include "framework/Moru/ActivityFacility.h"
 #include "framework/Moru/Children.h"
-#include "framework/Moru/HashMap2018.h"
+#include "framework/Moru/Collections/HashMap2018.h"
 #include "framework/Moru/Input.h"
 #include "model/Vxlan/BumStatus.h"
 #include "model/Vxlan/ReceivedHostTable.h"

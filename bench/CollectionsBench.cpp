@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "bench/Compare.h"
-#include "framework/Moru/HashMap2018.h"
-#include "framework/Moru/RbTreeMap.h"
+#include "framework/Moru/Collections/HashMap2018.h"
+#include "framework/Moru/Collections/RbTreeMap.h"
 #include "model/Bridging/MacVlanPair.h"
 #include "model/Vxlan/ReceivedEntry.h"
 

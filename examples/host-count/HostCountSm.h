@@ -14,7 +14,7 @@
 
 #include "framework/Moru/ActivityFacility.h"
 #include "framework/Moru/Attribute.h"
-#include "framework/Moru/HashMap2018.h"
+#include "framework/Moru/Collections/HashMap2018.h"
 #include "framework/Moru/Input.h"
 #include "model/Vxlan/ReceivedHostTable.h"
 

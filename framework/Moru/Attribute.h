@@ -17,9 +17,9 @@
 #include <utility>
 #include <vector>
 
+#include "framework/Moru/Collections/HashMap.h"
 #include "framework/Moru/Entity.h"
 #include "framework/Moru/Exception.h"
-#include "framework/Moru/HashMap.h"
 
 namespace Moru {
 

@@ -24,8 +24,8 @@
 #include <utility>
 
 #include "framework/Moru/Attribute.h"
+#include "framework/Moru/Collections/HashMap.h"
 #include "framework/Moru/Exception.h"
-#include "framework/Moru/HashMap.h"
 #include "framework/Moru/Reactive.h"
 
 namespace Moru {

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "framework/Moru/Attribute.h"
-#include "framework/Moru/HashMap2018.h"
+#include "framework/Moru/Collections/HashMap2018.h"
 #include "framework/Moru/Name.h"
 
 namespace Moru {

@@ -4,7 +4,7 @@
 #include <cstddef>
 
 #include "framework/Moru/Attribute.h"
-#include "framework/Moru/HashMap2018.h"
+#include "framework/Moru/Collections/HashMap2018.h"
 #include "model/L2Rib/Dest.h"
 #include "model/L2Rib/FloodSetType.h"
 #include "model/Vorn/EthAddr.h"

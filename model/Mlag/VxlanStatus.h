@@ -2,7 +2,7 @@
 #pragma once
 
 #include "framework/Moru/Attribute.h"
-#include "framework/Moru/HashMap2018.h"
+#include "framework/Moru/Collections/HashMap2018.h"
 #include "model/L2Rib/SourceDirEntry.h"
 #include "model/Vorn/IpAddr.h"
 #include "model/Vxlan/BumStatus.h"

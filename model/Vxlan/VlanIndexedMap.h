@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "framework/Moru/RbTreeMap.h"
+#include "framework/Moru/Collections/RbTreeMap.h"
 #include "model/Bridging/MacVlanPair.h"
 
 namespace Vxlan {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "framework/Moru/Attribute.h"
-#include "framework/Moru/HashMap2018.h"
+#include "framework/Moru/Collections/HashMap2018.h"
 #include "model/Vorn/EthAddr.h"
 #include "model/VxlanController/MacVtepFloodListV2.h"
 #include "model/VxlanController/MacVtepMultiPathV2.h"

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "framework/Moru/HashMap.h"
-#include "framework/Moru/HashMap2018.h"
-#include "framework/Moru/RbTreeMap.h"
+#include "framework/Moru/Collections/HashMap.h"
+#include "framework/Moru/Collections/HashMap2018.h"
+#include "framework/Moru/Collections/RbTreeMap.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "framework/Moru/Attribute.h"
+#include "framework/Moru/Collections/HashMap2018.h"
 #include "framework/Moru/Exception.h"
-#include "framework/Moru/HashMap2018.h"
 #include "framework/Moru/Input.h"
 
 namespace {

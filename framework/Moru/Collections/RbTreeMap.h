@@ -17,8 +17,8 @@
 #include <utility>
 
 #include "framework/Moru/Assert.h"
-#include "framework/Moru/SlotTable.h"
-#include "framework/Moru/SortedBlocks.h"
+#include "framework/Moru/Collections/SlotTable.h"
+#include "framework/Moru/Collections/SortedBlocks.h"
 
 namespace Moru {
 

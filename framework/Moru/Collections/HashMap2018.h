@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "framework/Moru/Assert.h"
-#include "framework/Moru/SlotTable.h"
+#include "framework/Moru/Collections/SlotTable.h"
 
 namespace Moru {
 

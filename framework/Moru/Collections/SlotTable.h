@@ -6,9 +6,9 @@
 #include <type_traits>
 #include <utility>
 
-#include "framework/Moru/Prefetch.h"
-#include "framework/Moru/SlotIndex.h"
-#include "framework/Moru/SlotPool.h"
+#include "framework/Moru/Collections/Prefetch.h"
+#include "framework/Moru/Collections/SlotIndex.h"
+#include "framework/Moru/Collections/SlotPool.h"
 
 namespace Moru {
 

@@ -13,8 +13,8 @@
 #include <functional>
 #include <vector>
 
-#include "framework/Moru/Prefetch.h"
-#include "framework/Moru/SlotPool.h"
+#include "framework/Moru/Collections/Prefetch.h"
+#include "framework/Moru/Collections/SlotPool.h"
 
 namespace Moru {
 

@@ -15,9 +15,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "framework/Moru/Collections/LargeAllocator.h"
+#include "framework/Moru/Collections/Prefetch.h"
 #include "framework/Moru/Hash.h"
-#include "framework/Moru/LargeAllocator.h"
-#include "framework/Moru/Prefetch.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>

@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "framework/Moru/LargeAllocator.h"
-#include "framework/Moru/Prefetch.h"
+#include "framework/Moru/Collections/LargeAllocator.h"
+#include "framework/Moru/Collections/Prefetch.h"
 
 namespace Moru {
 
