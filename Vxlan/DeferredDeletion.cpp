@@ -62,7 +62,7 @@ void VxlanControllerClientSm::deleteRemoteMacFromController(Bridging::VlanId vla
   MORU_TRACE(8, "deleteRemoteMacFromController vlanId ", vlan, " deferDel ", deferDel);
   const auto table = Moru::held(hostTable_);
   if (!table) return;
-  for (auto host = table->receivedEntry().keysOfVlan(vlan); host; ++host) {
+  for (auto host = table->receivedEntry().keysOfGroup(vlan); host; ++host) {
     prefetchDeletions(host.ahead(farAhead), host.ahead(nearAhead));
     MORU_TRACE(8, host.key().mac, " Vlan: ", vlan, " deferDel ", deferDel);
     if (deferDel)

@@ -13,14 +13,18 @@
 
 namespace Bridging {
 
-// Ordered by MAC, then VLAN. The default pair is the smallest: the zero MAC and VLAN 1.
+// Ordered by MAC, then VLAN. The default pair is the smallest: the zero MAC and VLAN 1. Grouped by
+// VLAN where a collection has groups.
 struct MacVlanPair {
+  using Group = VlanId;
+
   Vorn::EthAddr mac;
   VlanId vlan;
 
   // All 64 bits, in the order of comparison.
   constexpr std::uint64_t value() const { return mac.value() << 16 | vlan.value(); }
   constexpr std::size_t hash() const noexcept { return value(); }
+  constexpr const Group& group() const { return vlan; }
 
   friend constexpr bool operator==(const MacVlanPair& left, const MacVlanPair& right) {
     return left.value() == right.value();

@@ -6,10 +6,10 @@
 #include <utility>
 
 #include "framework/Moru/Attribute.h"
+#include "framework/Moru/Collections/GroupedRbTreeMap.h"
 #include "framework/Moru/Name.h"
 #include "model/Bridging/MacVlanPair.h"
 #include "model/Vxlan/ReceivedEntry.h"
-#include "model/Vxlan/VlanIndexedMap.h"
 
 namespace Vxlan {
 
@@ -19,10 +19,10 @@ class ReceivedHostTable final : public Moru::EntityOf<ReceivedHostTable> {
 
   const Moru::Name& name() const { return name_; }
 
-  // receivedEntryIs(entry) writes the entry under entry.key. receivedEntry().keysOfVlan(vlan) walks
-  // the hosts of one VLAN.
+  // receivedEntryIs(entry) writes the entry under entry.key. receivedEntry().keysOfGroup(vlan)
+  // walks the hosts of one VLAN.
   using ReceivedEntries =
-      Moru::KeyedAttribute<VlanIndexedMap, Bridging::MacVlanPair, ReceivedEntry, 1>;
+      Moru::KeyedAttribute<Moru::GroupedRbTreeMap, Bridging::MacVlanPair, ReceivedEntry, 1>;
   ReceivedEntries receivedEntry{this};
   ReceivedEntries::Is receivedEntryIs{receivedEntry};
   ReceivedEntries::Del receivedEntryDel{receivedEntry};

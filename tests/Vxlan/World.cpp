@@ -232,7 +232,7 @@ void World::audit() const {
   }
   std::size_t indexed = 0;
   for (int vlan = 1; vlan <= VlanId::max; ++vlan)
-    for (auto host = table.receivedEntry().keysOfVlan(VlanId(vlan)); host; ++host) ++indexed;
+    for (auto host = table.receivedEntry().keysOfGroup(VlanId(vlan)); host; ++host) ++indexed;
   ASSERT_EQ(indexed, table.receivedEntrys());
 }
 

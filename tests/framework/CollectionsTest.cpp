@@ -1,4 +1,5 @@
-// The three collections: one body of tests for what they share, against a plain model.
+// The collections: one body of tests for what they share, against a plain model.
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <gmock/gmock.h>
@@ -10,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/Moru/Collections/GroupedRbTreeMap.h"
 #include "framework/Moru/Collections/HashMap.h"
 #include "framework/Moru/Collections/HashMap2018.h"
 #include "framework/Moru/Collections/RbTreeMap.h"
@@ -30,6 +32,46 @@ struct Item final : Moru::PtrInterface {
 struct Members : Moru::HashMap<int, Item> {
   bool is(int key, int value) { return HashMap::is(create<Item>(key, value)); }
 };
+
+// A number in a group that it shares with every `groups`th other, and that counts its copies.
+template <int groups>
+struct Grouped {
+  struct Group {
+    static constexpr int max = groups - 1;
+    std::size_t value() const { return static_cast<std::size_t>(number); }
+    int number;
+  };
+  Grouped(int number = 0) : number(number) {}
+  Grouped(const Grouped& other) : number(other.number) { ++copies; }
+  Grouped& operator=(const Grouped& other) {
+    number = other.number;
+    ++copies;
+    return *this;
+  }
+  operator int() const { return number; }
+  Group group() const { return {static_cast<int>(static_cast<unsigned>(number) % groups)}; }
+  std::size_t hash() const noexcept { return static_cast<std::size_t>(number); }
+  int number;
+  static inline std::size_t copies = 0;
+};
+using GroupedMap = Moru::GroupedRbTreeMap<Grouped<3>, int>;
+
+// Gives the walk over a group the interface of a walk over all: there is but one group.
+struct OneGroup : Moru::GroupedRbTreeMap<Grouped<1>, int> {
+  struct Walk : GroupIterator {
+    explicit Walk(const OneGroup& map) : GroupIterator(map.keysOfGroup({0})), map(&map) {}
+    int value() const { return *map->find(key()); }
+    const OneGroup* map;
+  };
+  Walk begin() const { return Walk(*this); }
+};
+
+// A different number for every number, without any order.
+int scattered(std::uint32_t number) {
+  number = (number ^ number >> 16) * 0x85ebca6bU;
+  number = (number ^ number >> 13) * 0xc2b2ae35U;
+  return static_cast<int>(number ^ number >> 16);
+}
 
 int plain(int value) { return value; }
 int plain(const Ptr<Item>& item) { return item->value; }
@@ -138,13 +180,15 @@ class World {
 
 template <class Map>
 class Collections : public testing::Test {};
-using Maps = testing::Types<Members, Moru::HashMap2018<int, int>, Moru::RbTreeMap<int, int>>;
+using Maps =
+    testing::Types<Members, Moru::HashMap2018<int, int>, Moru::RbTreeMap<int, int>, GroupedMap>;
 TYPED_TEST_SUITE(Collections, Maps);
 
-TYPED_TEST(Collections, AgreeWithAPlainModelWhileIteratorsAreParked) {
+template <class Map>
+void walkAtRandom() {
   for (const int keys : {6, 1'000}) {
     EXPECT_TRUE(rc::check("a random walk over " + std::to_string(keys) + " keys", [keys] {
-      World<TypeParam> world;
+      World<Map> world;
       // Some maps begin with more than one block or chunk.
       const int preset = *rc::gen::element(0, 0, keys);
       for (int i = 0; i < preset; ++i) world.act({Action::put, i * 7 % keys});
@@ -152,6 +196,36 @@ TYPED_TEST(Collections, AgreeWithAPlainModelWhileIteratorsAreParked) {
         world.act(action);
       world.finish();
     }));
+  }
+}
+
+TYPED_TEST(Collections, AgreeWithAPlainModelWhileIteratorsAreParked) { walkAtRandom<TypeParam>(); }
+
+TEST(GroupedRbTreeMap, AgreesWithAPlainModelWhileWalksOfAGroupAreParked) {
+  walkAtRandom<OneGroup>();
+}
+
+// What comes in the walk's own group is visited if it lies ahead; what comes costs no more than
+// itself, in whichever group.
+TEST(GroupedRbTreeMap, WalksAGroupInOrderAtTheCostOfItsOwnAndOfWhatComes) {
+  constexpr int count = 6'000;
+  for (const int group : {0, 1}) {
+    GroupedMap map;
+    for (int i = 0; i < count; ++i) map.is(scattered(static_cast<std::uint32_t>(i)), i);
+    Grouped<3>::copies = 0;
+    int added = 0;
+    std::vector<int> visited;
+    for (auto it = map.keysOfGroup({0}); it; ++it) {
+      visited.push_back(it.key());
+      const int next = it.key() + 3 + group;  // in the walk's group, or in another one
+      if (added < count && it.key() < 1'000'000'000 && map.is(next, 0)) ++added;
+      map.del(it.key());
+    }
+    EXPECT_LT(Grouped<3>::copies, 1000U * count) << "the sum of the blocks that are moved";
+    EXPECT_TRUE(std::is_sorted(visited.begin(), visited.end()));
+    EXPECT_EQ(std::adjacent_find(visited.begin(), visited.end()), visited.end());
+    EXPECT_FALSE(map.keysOfGroup({0})) << "all were visited, and removed";
+    EXPECT_GE(added, count / 10);
   }
 }
 
@@ -172,13 +246,6 @@ TYPED_TEST(Collections, StaySoundThroughGrowthAndMassDeletion) {
   for (const auto& [key, value] : map) visited += key % 100 == 0 ? 1 : count;
   EXPECT_EQ(visited, left);
   for (int i = 0; i < count; ++i) EXPECT_EQ(map.contains(i), i % 100 == 0);
-}
-
-// A different number for every number, without any order.
-int scattered(std::uint32_t number) {
-  number = (number ^ number >> 16) * 0x85ebca6bU;
-  number = (number ^ number >> 13) * 0xc2b2ae35U;
-  return static_cast<int>(number ^ number >> 16);
 }
 
 TYPED_TEST(Collections, StaySoundThroughALongComingAndGoing) {
@@ -243,7 +310,8 @@ template <class Map>
 class CollectionsOfObjects : public testing::Test {};
 using MapsOfObjects =
     testing::Types<Moru::HashMap<int, Reentrant>, Moru::HashMap2018<int, Ptr<Reentrant>>,
-                   Moru::RbTreeMap<int, Ptr<Reentrant>>>;
+                   Moru::RbTreeMap<int, Ptr<Reentrant>>,
+                   Moru::GroupedRbTreeMap<Grouped<3>, Ptr<Reentrant>>>;
 TYPED_TEST_SUITE(CollectionsOfObjects, MapsOfObjects);
 
 TYPED_TEST(CollectionsOfObjects, MayBeReenteredByWhatTheyRelease) {
@@ -297,6 +365,7 @@ void testUnmovable() {
 TEST(CollectionsOfValues, HaveUnlinkedWhatIsDestroyedInItsPlace) {
   testUnmovable<Moru::HashMap2018<int, Unmovable>>();
   testUnmovable<Moru::RbTreeMap<int, Unmovable>>();
+  testUnmovable<Moru::GroupedRbTreeMap<Grouped<3>, Unmovable>>();
 }
 
 // A number that counts its copies, and so shows the room that a map takes for its keys.
@@ -314,15 +383,15 @@ struct Counted {
 TEST(RbTreeMap, GivesRoomBackInWhateverOrderItIsEmptied) {
   constexpr int count = 20'000;
   for (const bool ascending : {true, false}) {
-    Moru::RbTreeMap<Counted, int, std::greater<>> map;
+    Moru::RbTreeMap<Counted, int> map;
     for (int i = 0; i < count; ++i) map.is(i, i);
     for (int i = 0; i < count; ++i) {
       const int key = ascending ? i : count - 1 - i;
       if (key % 256 != 0) map.del(key);
     }
     EXPECT_LT(Counted::copies, 20 * static_cast<int>(map.size()));
-    int last = count;
-    for (const auto& [key, value] : map) EXPECT_LT(key.number, std::exchange(last, key.number));
+    int last = -1;
+    for (const auto& [key, value] : map) EXPECT_GT(key.number, std::exchange(last, key.number));
   }
 }
 

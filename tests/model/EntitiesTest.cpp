@@ -46,7 +46,7 @@ TEST_F(ReceivedHostTable, WalksTheHostsOfOneVlanInTheOrderOfTheTable) {
   for (const std::uint64_t mac : {5, 1, 4, 2, 3, 3})
     for (const int vlan : {1, 10, 4094}) table->receivedEntryIs(received(mac, vlan));
   std::vector<std::uint64_t> seen;
-  for (auto host = table->receivedEntry().keysOfVlan(VlanId(10)); host; ++host) {
+  for (auto host = table->receivedEntry().keysOfGroup(VlanId(10)); host; ++host) {
     EXPECT_EQ(host.key().vlan, VlanId(10));
     seen.push_back(host.key().mac.value());
     table->receivedEntryDel(host.key());
@@ -55,9 +55,9 @@ TEST_F(ReceivedHostTable, WalksTheHostsOfOneVlanInTheOrderOfTheTable) {
     table->receivedEntryIs(received(7, 9));
   }
   EXPECT_THAT(seen, ElementsAre(1, 2, 3, 5, 6));
-  EXPECT_FALSE(table->receivedEntry().keysOfVlan(VlanId(10)));
+  EXPECT_FALSE(table->receivedEntry().keysOfGroup(VlanId(10)));
   EXPECT_EQ(table->receivedEntrys(), 11U) << "the other VLANs keep theirs";
-  EXPECT_FALSE(table->receivedEntry().keysOfVlan(VlanId(4093)));
+  EXPECT_FALSE(table->receivedEntry().keysOfGroup(VlanId(4093)));
 }
 
 TEST_F(ReceivedHostTable, NotifiesRewrittenEntriesAndRemovedOnesThatWereThere) {

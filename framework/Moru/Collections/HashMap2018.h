@@ -10,7 +10,6 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <iterator>
 #include <utility>
 
@@ -19,17 +18,13 @@
 
 namespace Moru {
 
-template <class Key, class Value, class Hash = std::hash<Key>>
-class HashMap2018 : SlotTable<Key, Value, Hash> {
-  using Table = SlotTable<Key, Value, Hash>;
+template <class Key, class Value>
+class HashMap2018 : SlotTable<Key, Value> {
+  using Table = SlotTable<Key, Value>;
   using typename Table::Slot;
 
-  template <class Map, class ValueType>
-  class IteratorOf;
-
  public:
-  using Iterator = IteratorOf<HashMap2018, Value>;
-  using ConstIterator = IteratorOf<const HashMap2018, const Value>;
+  class Iterator;
 
   HashMap2018() = default;
   ~HashMap2018() {
@@ -61,38 +56,37 @@ class HashMap2018 : SlotTable<Key, Value, Hash> {
     this->forEach([this](Slot slot) { this->remove(slot); });
   }
 
-  Iterator begin() { return Iterator(*this); }
-  ConstIterator begin() const { return ConstIterator(*this); }
+  Iterator begin() const { return Iterator(*this); }
   std::default_sentinel_t end() const { return std::default_sentinel; }
 };
 
-template <class Key, class Value, class Hash>
-template <class Map, class ValueType>
-class HashMap2018<Key, Value, Hash>::IteratorOf {
+// Values are read by it, and written by is() or find().
+template <class Key, class Value>
+class HashMap2018<Key, Value>::Iterator {
  public:
   struct Entry {
     const Key& key;
-    ValueType& value;
+    const Value& value;
   };
 
-  explicit IteratorOf(Map& map) : map_(&map) { settle(0); }
+  explicit Iterator(const HashMap2018& map) : map_(&map) { settle(0); }
 
   // False at the end.
   explicit operator bool() const { return slot_ != Table::none; }
-  friend bool operator==(const IteratorOf& it, std::default_sentinel_t) { return !it; }
+  friend bool operator==(const Iterator& it, std::default_sentinel_t) { return !it; }
 
   // The key of the element that the iterator has come to, which may have been removed since.
   const Key& key() const { return key_; }
 
   // Its value. The element must still be there: that is asserted.
-  ValueType& value() const {
+  const Value& value() const {
     assertThat(map_->holds(slot_, key_), "the iterator stands on an element");
     return map_->element(slot_).value;
   }
 
   Entry operator*() const { return {key_, value()}; }
 
-  IteratorOf& operator++() {
+  Iterator& operator++() {
     if (*this) settle(slot_ + 1);
     return *this;
   }
@@ -103,7 +97,7 @@ class HashMap2018<Key, Value, Hash>::IteratorOf {
     if (slot_ != Table::none) key_ = map_->element(slot_).key;
   }
 
-  Map* map_;
+  const HashMap2018* map_;
   Slot slot_ = Table::none;
   Key key_{};
 };

@@ -11,7 +11,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -22,22 +21,18 @@
 
 namespace Moru {
 
-template <class Key, class Value, class Less = std::less<Key>, class Hash = std::hash<Key>>
-class RbTreeMap : protected SlotTable<Key, Value, Hash> {
-  using Table = SlotTable<Key, Value, Hash>;
+template <class Key, class Value, class Beside = Nothing>
+class RbTreeMap : protected SlotTable<Key, Value, Beside> {
+  using Table = SlotTable<Key, Value, Beside>;
 
  protected:
   using typename Table::Slot;
 
  private:
-  using Order = SortedBlocks<Key, Slot, Less>;
-
-  template <class Map, class ValueType>
-  class IteratorOf;
+  using Order = SortedBlocks<Key, Slot>;
 
  public:
-  using Iterator = IteratorOf<RbTreeMap, Value>;
-  using ConstIterator = IteratorOf<const RbTreeMap, const Value>;
+  class Iterator;
 
   RbTreeMap() = default;
   ~RbTreeMap() {
@@ -59,12 +54,7 @@ class RbTreeMap : protected SlotTable<Key, Value, Hash> {
   }
 
   // Adds an element, or gives it another value. True if the key is new.
-  bool is(const Key& key, Value value) {
-    const Slot slot = this->put(key, std::move(value));
-    if (slot == Table::none) return false;
-    order_.insert(key, slot);
-    return true;
-  }
+  bool is(const Key& key, Value value) { return put(key, std::move(value)) != Table::none; }
 
   // True if the element was there.
   bool del(const Key& key) {
@@ -79,19 +69,17 @@ class RbTreeMap : protected SlotTable<Key, Value, Hash> {
     this->forEach([this](Slot slot) { remove(slot); });
   }
 
-  Iterator begin() { return Iterator(*this, order_.first()); }
-  ConstIterator begin() const { return ConstIterator(*this, order_.first()); }
+  Iterator begin() const { return Iterator(*this, order_.first()); }
   std::default_sentinel_t end() const { return std::default_sentinel; }
 
   // At the first element whose key is not less than `key`.
-  Iterator from(const Key& key) { return Iterator(*this, order_.notLess(key)); }
-  ConstIterator from(const Key& key) const { return ConstIterator(*this, order_.notLess(key)); }
+  Iterator from(const Key& key) const { return Iterator(*this, order_.notLess(key)); }
 
  protected:
-  // For a table that is made of this one: adds an element that is not there, removes one.
-  Slot add(const Key& key, Value value) {
-    const Slot slot = Table::add(key, std::move(value));
-    order_.insert(key, slot);
+  // For a table that is made of this one. As in SlotTable.
+  Slot put(const Key& key, Value value) {
+    const Slot slot = Table::put(key, std::move(value));
+    if (slot != Table::none) order_.insert(key, slot);
     return slot;
   }
 
@@ -104,32 +92,32 @@ class RbTreeMap : protected SlotTable<Key, Value, Hash> {
   Order order_;
 };
 
-template <class Key, class Value, class Less, class Hash>
-template <class Map, class ValueType>
-class RbTreeMap<Key, Value, Less, Hash>::IteratorOf {
+// Values are read by it, and written by is() or find().
+template <class Key, class Value, class Beside>
+class RbTreeMap<Key, Value, Beside>::Iterator {
  public:
   struct Entry {
     const Key& key;
-    ValueType& value;
+    const Value& value;
   };
 
-  IteratorOf(Map& map, const typename Order::Place& place) : map_(&map) { comeTo(place); }
+  Iterator(const RbTreeMap& map, const typename Order::Place& place) : map_(&map) { comeTo(place); }
 
   // False at the end.
   explicit operator bool() const { return !ended_; }
-  friend bool operator==(const IteratorOf& it, std::default_sentinel_t) { return !it; }
+  friend bool operator==(const Iterator& it, std::default_sentinel_t) { return !it; }
 
   // The key of the element that the iterator has come to, which may have been removed since.
   const Key& key() const { return key_; }
 
   // Its value. The element must still be there: that is asserted.
-  ValueType& value() const {
+  const Value& value() const {
     constexpr const char* present = "the iterator stands on an element";
     if (version_ == map_->order_.version()) [[likely]] {
       assertThat(!ended_, present);
       return map_->element(map_->order_.payload(place_)).value;
     }
-    ValueType* const value = map_->find(key_);
+    const Value* const value = map_->find(key_);
     assertThat(value != nullptr, present);
     return *value;
   }
@@ -146,7 +134,7 @@ class RbTreeMap<Key, Value, Less, Hash>::IteratorOf {
     return Entry{order.key(place), map_->element(order.payload(place)).value};
   }
 
-  IteratorOf& operator++() {
+  Iterator& operator++() {
     if (ended_) return *this;
     const Order& order = map_->order_;
     comeTo(version_ == order.version() ? order.next(place_) : order.greater(key_, place_));
@@ -169,7 +157,7 @@ class RbTreeMap<Key, Value, Less, Hash>::IteratorOf {
 
   static constexpr std::size_t prefetchDistance = 24;
 
-  Map* map_;
+  const RbTreeMap* map_;
   typename Order::Place place_;
   Key key_{};
   bool ended_ = false;

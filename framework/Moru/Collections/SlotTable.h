@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <type_traits>
 #include <utility>
 
@@ -12,7 +13,10 @@
 
 namespace Moru {
 
-template <class Key, class Value, class Hash>
+struct Nothing {};
+
+// `Beside` is what a collection that is made of this one keeps with each element.
+template <class Key, class Value, class Beside = Nothing>
 class SlotTable {
  public:
   SlotTable() = default;
@@ -39,9 +43,9 @@ class SlotTable {
   // For who knows ahead which keys come next: has the processor fetch what a lookup of `key` reads,
   // while other work goes on. A lookup reads one thing to find the next: prefetch first, and some
   // work later prefetchElement. Neither changes anything.
-  void prefetch(const Key& key) const { index_.prefetch(Hash()(key)); }
+  void prefetch(const Key& key) const { index_.prefetch(hashOf(key)); }
   void prefetchElement(const Key& key) const {
-    const Slot slot = index_.firstFor(Hash()(key));
+    const Slot slot = index_.firstFor(hashOf(key));
     if (slot != none) prefetchLine(&slots_[slot]);
   }
 
@@ -49,6 +53,7 @@ class SlotTable {
   struct Element {
     Key key;
     [[no_unique_address]] Value value;
+    [[no_unique_address]] Beside beside{};
   };
   using Slot = SlotIndex::Slot;
   static constexpr Slot none = SlotIndex::none;
@@ -70,7 +75,7 @@ class SlotTable {
   Slot next(Slot slot) const { return slots_.next(slot); }
 
   Slot slotOf(const Key& key) const {
-    return index_.find(Hash()(key), [&](Slot slot) { return slots_[slot].key == key; });
+    return index_.find(hashOf(key), [&](Slot slot) { return slots_[slot].key == key; });
   }
 
   // Adds an element, or gives it another value. The slot of a new one, else none.
@@ -86,14 +91,14 @@ class SlotTable {
   Slot add(const Key& key, Value value) {
     if (index_.isFull()) growIndex();
     const Slot slot = slots_.add(key, std::move(value));
-    index_.add(Hash()(key), slot);
+    index_.add(hashOf(key), slot);
     ++size_;
     return slot;
   }
 
   // Removes an element, whose end comes when everything else is in order.
   void remove(Slot slot) {
-    index_.del(Hash()(slots_[slot].key), slot);
+    index_.del(hashOf(slots_[slot].key), slot);
     --size_;
     slots_.take(slot);
   }
@@ -107,9 +112,11 @@ class SlotTable {
   }
 
  private:
+  static std::size_t hashOf(const Key& key) { return std::hash<Key>()(key); }
+
   void growIndex() {
     index_.grow();
-    forEach([this](Slot slot) { index_.add(Hash()(slots_[slot].key), slot); });
+    forEach([this](Slot slot) { index_.add(hashOf(slots_[slot].key), slot); });
   }
 
   SlotPool<Element> slots_;

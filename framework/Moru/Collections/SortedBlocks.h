@@ -1,5 +1,4 @@
-// An order: sorted keys, each with something small beside it. Inside the framework, and for indexes
-// of the model.
+// An order: sorted keys, each with something small beside it. Inside the framework only.
 //
 // It is a B+tree of two levels, a sorted list of blocks, each a sorted array. An insertion moves
 // part of a block, and once in a hundred times part of the list, which tens of millions of keys
@@ -10,7 +9,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <vector>
 
 #include "framework/Moru/Collections/Prefetch.h"
@@ -18,7 +16,7 @@
 
 namespace Moru {
 
-template <class Key, class Payload, class Less = std::less<Key>>
+template <class Key, class Payload>
 class SortedBlocks {
  public:
   // Where a key stands; good until the version() changes.
@@ -47,8 +45,8 @@ class SortedBlocks {
   Place greater(const Key& key, const Place& place) const {
     if (place.block < blocks_.size() && place.position > 0) {
       const Block& block = *blocks_[place.block];
-      if (place.position < block.count && Less()(block.keys[place.position - 1], key) &&
-          Less()(key, block.keys[place.position]))
+      if (place.position < block.count && block.keys[place.position - 1] < key &&
+          key < block.keys[place.position])
         return place;
     }
     return greater(key);
@@ -127,9 +125,7 @@ class SortedBlocks {
   // has no branch to guess wrong but the loop's own.
   template <bool OrEqual>
   static std::size_t countBelow(const Key* keys, std::size_t count, const Key& key) {
-    const auto below = [&key](const Key& each) {
-      return OrEqual ? !Less()(key, each) : Less()(each, key);
-    };
+    const auto below = [&key](const Key& each) { return OrEqual ? !(key < each) : each < key; };
     const Key* first = keys;
     while (count > 1) {
       const std::size_t half = count / 2;
@@ -141,8 +137,8 @@ class SortedBlocks {
 
   // The block that holds the key, or would. It is often the one that was asked for last.
   std::size_t blockOf(const Key& key) const {
-    const bool isLast = lastBlock_ < lowest_.size() && !Less()(key, lowest_[lastBlock_]) &&
-                        (lastBlock_ + 1 == lowest_.size() || Less()(key, lowest_[lastBlock_ + 1]));
+    const bool isLast = lastBlock_ < lowest_.size() && !(key < lowest_[lastBlock_]) &&
+                        (lastBlock_ + 1 == lowest_.size() || key < lowest_[lastBlock_ + 1]);
     if (!isLast)
       lastBlock_ =
           std::max<std::size_t>(countBelow<true>(lowest_.data(), lowest_.size(), key), 1) - 1;
