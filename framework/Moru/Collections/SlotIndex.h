@@ -1,12 +1,16 @@
 // The hash index of the large collections: from the hash of a key to the slot of its element.
 // Inside the framework only.
 //
-// It is an array of buckets, each a cache line of twelve entries: a byte of the hash (the tag) and
-// the slot. A lookup compares the tags of a bucket at once, and looks at the element only where one
-// fits: nearly always one line of the index and one element are read, and no branch is hard to
-// predict. What finds its bucket full goes into the next one that has room. Each bucket counts
-// those who have passed it by, so that a lookup knows when to go on, and removal leaves nothing
-// behind. In time every bucket may have been passed by: a lookup goes round once and no more.
+// It is an open-addressing hash table with bucketed linear probing and one-byte fingerprints, as a
+// Swiss table has. A bucket is a cache line of twelve entries, each a fingerprint (the tag: eight
+// bits of the hash) and a slot. A lookup compares the tags of a bucket at once, and looks at an
+// element only where one fits: nearly always it reads one line of the index and one element, and
+// takes no branch that is hard to predict.
+//
+// An entry that finds its bucket full goes into the next one that has room (linear probing), and
+// every full bucket on its way counts it as having passed by. A lookup goes on only while that
+// count is not zero; a removal takes it back, and so leaves no tombstone. In time every bucket may
+// have been passed by: a lookup goes round once and no more.
 #pragma once
 
 #include <array>
