@@ -6,21 +6,9 @@
 #include "Vxlan/VxlanControllerClientSm.h"
 #include "Vxlan/Walk.h"
 #include "framework/Moru/Assert.h"
+#include "model/Vxlan/HostWalk.h"
 
 namespace Vxlan {
-
-namespace {
-
-// How many hosts ahead of a deletion what it will touch is fetched, in two steps.
-constexpr std::size_t farAhead = 12;
-constexpr std::size_t nearAhead = 6;
-
-template <class Entry>
-const Bridging::MacVlanPair* markedKey(const std::optional<Entry>& entry) {
-  return entry && entry->value.markedForDel ? &entry->key : nullptr;
-}
-
-}  // namespace
 
 // --- Received hosts ---
 
@@ -42,28 +30,11 @@ void VxlanControllerClientSm::deleteReceivedTableEntry(Bridging::MacVlanPair key
   table->receivedEntryDel(key);
 }
 
-void VxlanControllerClientSm::prefetchHost(const Bridging::MacVlanPair& key) const {
-  if (hostTable_) hostTable_->receivedEntry().prefetch(key);
-  if (l2RibZepInput_) l2RibZepInput_->host().prefetch(key);
-}
-
-// Hosts that are deleted one after the other lie anywhere among a million: to wait for the memory
-// of each would take longer than all the rest.
-void VxlanControllerClientSm::prefetchDeletions(const Bridging::MacVlanPair* farKey,
-                                                const Bridging::MacVlanPair* nearKey) const {
-  if (farKey != nullptr) prefetchHost(*farKey);
-  if (nearKey == nullptr) return;
-  hostTable_->receivedEntry().prefetchElement(*nearKey);
-  if (l2RibZepInput_) l2RibZepInput_->host().prefetchElement(*nearKey);
-}
-
 void VxlanControllerClientSm::deleteRemoteMacFromController(Bridging::VlanId vlan, bool deferDel) {
   if (!initialized()) return;
   MORU_TRACE(8, "deleteRemoteMacFromController vlanId ", vlan, " deferDel ", deferDel);
-  const auto table = Moru::held(hostTable_);
-  if (!table) return;
-  for (auto host = table->receivedEntry().keysOfGroup(vlan); host; ++host) {
-    prefetchDeletions(host.ahead(farAhead), host.ahead(nearAhead));
+  if (!hostTable_) return;
+  for (auto host = hostsOfVlan(hostTable_, l2RibZepInput_, vlan); host; ++host) {
     MORU_TRACE(8, host.key().mac, " Vlan: ", vlan, " deferDel ", deferDel);
     if (deferDel)
       deferDeleteReceivedTableEntry(host.key());
@@ -109,13 +80,13 @@ void VxlanControllerClientSm::processUnicastDeferredDeletes() {
     MORU_TRACE(8, " no bookmark. start fresh");
   // The default bookmark is the smallest key: the first entry follows. So does the next one, where
   // the bookmarked entry has gone.
-  auto entry = table->receivedEntry().from(unicastDeferredDeleteBookmark_);
+  auto entry = hostsFrom(table, l2RibZepInput_, unicastDeferredDeleteBookmark_);
   MORU_TRACE(8, " initial count ", table->markedForDelCount());
   const double deadline = now() + maxProcessTime_;
   while (table->markedForDelCount() != 0) {
     if (!entry) {
       MORU_TRACE(8, " reached end, resume from first entry");
-      entry = table->receivedEntry().begin();
+      entry = hostsFrom(table, l2RibZepInput_, Bridging::MacVlanPair());
       Moru::assertThat(static_cast<bool>(entry), "iter");
     }
     // Read before every entry, marked or not: to look at entries takes time, too.
@@ -128,7 +99,6 @@ void VxlanControllerClientSm::processUnicastDeferredDeletes() {
       arm(unicastDeferredDeleteClock, time);
       return;
     }
-    prefetchDeletions(markedKey(entry.ahead(farAhead)), markedKey(entry.ahead(nearAhead)));
     if (entry.value().markedForDel) {
       deleteReceivedTableEntry(entry.key());
       if (table->markedForDelCount() == 0) break;

@@ -333,9 +333,6 @@ class VxlanControllerClientSm final : public Moru::Machine {
   // Whether an address is one of the switch's own VTEPs, or of its MLAG peer's.
   bool isVtepIpMine(VniExt vni, Vorn::IpAddr vtepIp, Vorn::IntfId vtiIntfId) const;
 
-  // Has the processor fetch what is read of a host that will be written soon. Changes nothing.
-  void prefetchHost(const Bridging::MacVlanPair& key) const;
-
   // Marks one entry for deferred deletion, unless it is marked or absent.
   void deferDeleteReceivedTableEntry(Bridging::MacVlanPair key);
 
@@ -397,10 +394,6 @@ class VxlanControllerClientSm final : public Moru::Machine {
   Mlag::MlagState mlagState() const;  // disabled without an MLAG status
   bool isMlagBumWanted() const;
   BumReplicationMode localBumReplicationMode() const;  // unknown without a BUM status
-
-  // --- Received hosts ---
-  void prefetchDeletions(const Bridging::MacVlanPair* farKey,
-                         const Bridging::MacVlanPair* nearKey) const;
 
   // --- Deferred deletion ---
 

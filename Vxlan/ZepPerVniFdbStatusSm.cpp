@@ -10,6 +10,7 @@
 #include "Vxlan/VxlanControllerClientSm.h"
 #include "Vxlan/Walk.h"
 #include "framework/Moru/Assert.h"
+#include "model/Vxlan/HostWalk.h"
 
 namespace Vxlan {
 
@@ -157,7 +158,7 @@ void ZepPerVniFdbStatusSm::handleZepHostTable(Vorn::EthAddr mac) {
       continue;
     }
     const Bridging::MacVlanPair key{mac, Bridging::VlanId(vlan.value())};
-    vxlanControllerClientSm_->prefetchHost(key);
+    prefetchHost(*table, vxlanControllerClientSm_->l2RibZepInput().get(), key);
     MORU_TRACE(8, "vniId: ", vni_, "vlanId: ", vlan);
     if (!withdrawn && vxlanControllerClientSm_->isVtepIpMine(vni_, macVtep.vtepIp, intf)) {
       MORU_TRACE(8, "Ignoring since it's a local entry, received vtepIp: ", macVtep.vtepIp);
