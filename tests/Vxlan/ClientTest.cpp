@@ -30,34 +30,9 @@ void setUp(World& world) {
 
 struct ClientTest : testing::Test {
   ClientTest() { setUp(world); }
-  std::size_t hosts() const { return world.ribHosts().size(); }
+  std::size_t hosts() const { return world.l2RibZepInput->host().size(); }
   World world;
 };
-
-TEST_F(ClientTest, ReadsTheVtisBeforeItInitializesTheRestInOrder) {
-  world.start();
-  const auto trace = world.trace();
-  auto place = trace.begin();
-  const auto follows = [&](const std::string& text) {
-    place = std::find_if(place, trace.end(), [&](const std::string& message) {
-      return message.find(text) != std::string::npos;
-    });
-    return place != trace.end();
-  };
-  EXPECT_TRUE(follows("MoruVtiStatus::handleInitialized() init? false"));
-  EXPECT_TRUE(follows("VxlanControllerClientSm::handleInitialized() Init? false"));
-  EXPECT_TRUE(follows("ReceivedHostTableToL2RibHostInputSm::handleInitialized() Init? false"));
-  EXPECT_TRUE(follows("updateAggregateImportVlans() init? true"));
-  EXPECT_TRUE(follows("handleControllerVniBaseDir() handleControllerVniBaseDir"));
-  const auto vnis = place;
-  EXPECT_TRUE(follows("handleZepStateBaseDir()"));
-  EXPECT_TRUE(follows("updateControllerClientMode() init? true"));
-  EXPECT_TRUE(follows("handleVlanVniMapVti()"));
-  EXPECT_FALSE(std::any_of(trace.begin(), vnis, [](const std::string& message) {
-    return message.find("handleControllerVniBaseDir()") != std::string::npos;
-  }));
-  EXPECT_EQ(hosts(), 2U);
-}
 
 TEST(Client, DoesWithoutAnyInputThatIsAbsent) {
   const auto liveWithout = [](auto World::*input, bool controllerMode = true) {
@@ -115,6 +90,9 @@ TEST_F(ClientTest, FoldsTheModesFromTheVtis) {
   EXPECT_EQ(world.vnis().size(), 2U) << "the machines stay, with nothing to do";
   world.vtiStatusDir->vtiStatusDel(vxlan2);
   EXPECT_EQ(modes(), std::pair(true, true)) << "a VTI that goes leaves the modes as they are";
+  world.addVti("Vxlan4", true, false);
+  EXPECT_EQ(modes(), std::pair(true, false)) << "one that comes has them folded";
+  world.vtiStatusDir->vtiStatusDel(IntfId("Vxlan4"));
   world.vti("Vxlan1")->datapathLearningIs(false);
   EXPECT_EQ(modes(), std::pair(true, false)) << "only the mode that changes is folded";
   world.addVti("Vxlan3", false, true);
@@ -136,10 +114,10 @@ TEST_F(ClientTest, ClearsAVlanThatLosesItsVniButNotThoseOfAMapThatGoes) {
   world.vlanVniMaps->vlanVniMapIs(map);
   world.zepSde->vlanFloodSetIs(VlanId(20));
   world.unmap("Vxlan2", 20);
-  EXPECT_FALSE(world.ribHosts().contains({mac(2), VlanId(20)}));
+  EXPECT_FALSE(world.l2RibZepInput->host().contains({mac(2), VlanId(20)}));
   EXPECT_FALSE(world.zepSde->vlanFloodSet(VlanId(20)));
   EXPECT_THAT(world.vnis(), IsEmpty()) << "VNI 100, too, which Vxlan2 does not map";
-  EXPECT_TRUE(world.ribHosts().contains({mac(1), VlanId(10)}));
+  EXPECT_TRUE(world.l2RibZepInput->host().contains({mac(1), VlanId(10)}));
   world.map("Vxlan1", 10, 100);
   EXPECT_THAT(world.vnis(), ElementsAre(100)) << "until its own VTI's next update";
   world.vti("Vxlan1")->controllerClientModeIs(false);
@@ -152,6 +130,10 @@ TEST_F(ClientTest, ClearsAVlanThatLosesItsVniButNotThoseOfAMapThatGoes) {
 
 TEST_F(ClientTest, ImportsTheUnionOfTheVtisVlans) {
   world.startAndRest();
+  const auto filled = create<Vxlan::VtiStatus>(IntfId("Vxlan3"));
+  filled->vccImportVlansIs(VlanId(30));
+  world.vtiStatusDir->vtiStatusIs(filled);
+  EXPECT_TRUE(world.client->vccImportVlans().contains(VlanId(30)));
   world.vti("Vxlan2")->vccImportVlansIs(VlanId(10));
   world.vti("Vxlan1")->vccImportVlansDel(VlanId(10));
   EXPECT_THAT(world.vnis(), ElementsAre(100, 200));
@@ -202,101 +184,66 @@ TEST_F(ClientTest, RefusesEntriesThatAreNamedByNoVni) {
 }
 
 TEST_F(ClientTest, RefusesWhatTheModelRefuses) {
-  world.startAndRest();
-  auto& client = *world.client;
-  const std::string null = "null _vtiStatus parameter to mutator for Vxlan::";
-  EXPECT_EQ(refusal<Moru::RangeException>([&] { client.vtiStatusIs(nullptr); }),
-            null + "VxlanControllerClientSm::vtiStatus not allowed\"");
-  EXPECT_EQ(refusal<Moru::RangeException>(
-                [&] { client.zepPerVniFdbStatusSm(VniExt(100))->vtiStatusIs(nullptr); }),
-            null + "ZepPerVniFdbStatusSm::vtiStatus not allowed\"");
-  const auto map = world.vlanVniMaps->vlanVniMapIs(vxlan1);
-  EXPECT_EQ(refusal<Moru::RangeException>(
-                [&] { map->vlanToVspIs(VlanId(11), Vxlan::VniSourcePair(4294967295)); }),
-            vniRange);
-  map->vlanToVspDel(VlanId(11));
-  EXPECT_THAT(refusal<Moru::NameInUseException>(
-                  [&] { world.vlanVniMaps->vlanVniMapIs(create<Vxlan::VlanVniMap>(vxlan1)); }),
-              testing::StartsWith("Reinstantiating the pointer interface where constructor "
-                                  "parameter attribute _vlanVniMap has a different value of "));
-  EXPECT_THAT(refusal<Moru::NameInUseException>([&] {
-                client.zepPerVniFdbStatusSmIs(
-                    VniExt(100), create<VxlanController::VniFdbStatusV2>(), world.vtiStatusDir,
-                    world.vxlanHwStatusDir, world.zepSde, world.client.get());
-              }),
-              HasSubstr("_zepVniFdbStatusV2 has a different value of "));
-  const auto exchanged = create<VxlanController::MacVtepFloodListV2>();
   world.bumModes(Vxlan::BumReplicationMode::controller, Vxlan::BumReplicationMode::unknown);
   world.floodList(100, 1, {2});
-  EXPECT_THAT(refusal<Moru::NameInUseException>(
-                  [&] { world.publish(100)->macVtepFloodListTableIs(mac(1), exchanged); }),
-              HasSubstr("_macVtepFloodListTable has a different value of "));
-  world.publish(100)->macVtepFloodListTableIs(mac(1), nullptr);
-  EXPECT_THAT(world.floodSets(), IsEmpty());
+  world.startAndRest();
+  auto& client = *world.client;
+  const VniExt vni(100);
+  const auto vniSm = client.zepPerVniFdbStatusSm(vni);
+  const auto list = world.floodListOf(100, 1);
+  const auto expectRange = [](const std::string& text, auto act) {
+    EXPECT_EQ(refusal<Moru::RangeException>(act), text);
+  };
+  const std::string null = "null _vtiStatus parameter to mutator for Vxlan::";
+  expectRange(null + "VxlanControllerClientSm::vtiStatus not allowed\"",
+              [&] { client.vtiStatusIs(nullptr); });
+  expectRange(null + "ZepPerVniFdbStatusSm::vtiStatus not allowed\"",
+              [&] { vniSm->vtiStatusIs(nullptr); });
+  const auto map = world.vlanVniMaps->vlanVniMapIs(vxlan1);
+  expectRange(vniRange, [&] { map->vlanToVspIs(VlanId(11), Vxlan::VniSourcePair(4294967295)); });
+  map->vlanToVspDel(VlanId(11));
+
+  // Children that are asked for with another of the entities that they were made from.
+  const auto expectInUse = [](const std::string& parameter, auto act) {
+    EXPECT_THAT(refusal<Moru::NameInUseException>(act),
+                testing::StartsWith("Reinstantiating the pointer interface where constructor "
+                                    "parameter attribute " +
+                                    parameter + " has a different value of "));
+  };
+  const auto vniSmIs = [&](const auto& status, const auto& dir, const auto& hw, const auto& sde) {
+    client.zepPerVniFdbStatusSmIs(vni, status, dir, hw, sde, &client);
+  };
+  const auto status = world.publish(100);
+  const auto& dir = world.vtiStatusDir;
+  const auto& hw = world.vxlanHwStatusDir;
+  const auto sde = create<L2Rib::SourceDirEntry>();
+  const auto otherStatus = create<VxlanController::VniFdbStatusV2>();
+  expectInUse("_zepVniFdbStatusV2", [&] { vniSmIs(otherStatus, dir, hw, world.zepSde); });
+  expectInUse("_vtiStatusDir",
+              [&] { vniSmIs(status, create<Vxlan::VtiStatusDir>(), hw, world.zepSde); });
+  expectInUse("_vxlanHwStatusDir",
+              [&] { vniSmIs(status, dir, create<Vxlan::VxlanHwStatusDir>(), world.zepSde); });
+  expectInUse("_zepSde", [&] { vniSmIs(status, dir, hw, sde); });
+  expectInUse("_zepSde", [&] { vniSm->macVtepFloodListTableSmIs(mac(1), list, sde, vniSm.get()); });
+  const auto otherList = create<VxlanController::MacVtepFloodListV2>();
+  expectInUse("_macVtepFloodListTable",
+              [&] { status->macVtepFloodListTableIs(mac(1), otherList); });
+  expectInUse("_l2RibZepInput", [&] {
+    client.receivedHostTableToL2RibHostInputSmIs(client.hostTable(), create<L2Rib::HostInput>());
+  });
+  expectInUse("_zepStateClientView", [&] {
+    client.zepStateSmIs(client.zepStateSm()->zepState(),
+                        create<VxlanController::ZepStateClientViewV2>());
+  });
   // A second controller, and then the end of either.
-  EXPECT_THAT(refusal<Moru::NameInUseException>([&] {
-                world.zepStateBaseDir->entityPtrIs("second", create<VxlanController::ZepStateV2>());
-              }),
-              HasSubstr("_zepState has a different value of "));
+  const auto second = create<VxlanController::ZepStateV2>();
+  expectInUse("_zepState", [&] { world.zepStateBaseDir->entityPtrIs("second", second); });
   world.zepStateBaseDir->entityPtrDel("second");
   EXPECT_EQ(client.zepStateSm(), nullptr);
-}
-
-// In the middle of the sync of a VNI's hosts, and of the construction of the client.
-TEST(ClientInTheMiddle, OfAReactionMayLoseItsMachinesOrItself) {
-  for (std::size_t i = 0; i < mishaps().size(); ++i) {
-    for (const bool duringConstruction : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "mishap " << i << " early " << duringConstruction);
-      World world;
-      world.addVti("Vxlan1");
-      world.mapAndImport("Vxlan1", 10, 100);
-      world.converging(true);
-      for (const std::uint64_t number : {1, 2, 3}) world.host(100, number, 2);
-      if (!duringConstruction) world.start();
-      bool done = false;
-      auto watcher = watch(world.l2RibZepInput, [&] {
-        if (!std::exchange(done, true)) mishaps()[i](world);
-      });
-      if (duringConstruction)
-        world.start();
-      else
-        world.vti("Vxlan1")->vArpVtepAddrIs(vtep(9));  // which writes every host anew
-      EXPECT_TRUE(done);
-      watcher = nullptr;
-      if (world.client) {
-        world.converging(false);
-        world.rest();
-        world.audit();
-        EXPECT_TRUE(world.received(true).empty());
-      }
-      world.repair();
-      EXPECT_EQ(world.received(), expectedHosts(world));
-    }
-  }
-}
-
-TEST(ClientInTheMiddle, OfItsEndHearsNothingMore) {
-  World world;
-  world.addVti("Vxlan1");
-  world.mapAndImport("Vxlan1", 10, 100);
-  world.host(100, 1, 2);
-  world.zepSde->vlanFloodSetIs(VlanId(10));
-  world.converging(true);
-  world.start();
-  int calls = 0;
-  // The end of the client ends the convergence window, and that is seen.
-  const auto watcher = watch(world.zepStateClientView, [&] {
-    ++calls;
-    world.host(100, 2, 2);
-    world.vti("Vxlan1")->vccImportVlansDel(VlanId(10));
-    world.unmap("Vxlan1", 10);
-    world.vti("Vxlan1")->controllerClientModeIs(false);
-  });
-  world.client = nullptr;
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(world.ribHosts().size(), 1U) << "what stands in the RIB is for the next client";
-  EXPECT_TRUE(world.zepSde->vlanFloodSet(VlanId(10)));
-  EXPECT_EQ(world.facility->nextDue(), Moru::Clock::never);
+  status->macVtepFloodListTableIs(mac(1), nullptr);
+  EXPECT_THAT(world.floodSets(), IsEmpty());
+  const auto otherMap = create<Vxlan::VlanVniMap>(vxlan1);
+  expectInUse("_vlanVniMap", [&] { world.vlanVniMaps->vlanVniMapIs(otherMap); });
 }
 
 }  // namespace

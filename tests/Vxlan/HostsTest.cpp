@@ -1,8 +1,11 @@
-// Hosts, from the controller's table to the layer-2 RIB, in and out of convergence, and the
-// deferred deletion of those that were withdrawn.
+// Hosts, from the controller's table to the layer-2 RIB, in and out of convergence.
+#include <algorithm>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "framework/Ringlog/Reader.h"
+#include "framework/Ringlog/Ring.h"
 #include "tests/Vxlan/World.h"
 
 namespace Test {
@@ -11,82 +14,51 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const IntfId vxlan1("Vxlan1");
 const IntfId vxlan2("Vxlan2");
 
 MacVlanPair key(std::uint64_t number, int vlan) { return {mac(number), VlanId(vlan)}; }
 
 struct HostsTest : testing::Test, Settled {
-  explicit HostsTest(double timePerRead = 0) : Settled(timePerRead) {}
-
   std::vector<std::uint64_t> macs(bool marked) const {
     std::vector<std::uint64_t> macs;
-    for (const auto& [key, facts] : world.received(marked))
+    for (const auto& [key, entry] : world.received(marked))
       macs.push_back(key.mac.value() - mac(0).value());
     return macs;
   }
   std::uint32_t markedCount() const { return world.client->hostTable()->markedForDelCount(); }
+  double timeOf(std::uint64_t number) const {
+    return world.l2RibZepInput->host(key(number, 10)).time;
+  }
 };
 
-// The texts are an interface: they are what a recording of the trace is searched for.
-TEST_F(HostsTest, TellEveryStepOfTheTypicalEvent) {
-  const std::string sm = "void Vxlan::ZepPerVniFdbStatusSm::";
-  const std::string root = "void Vxlan::VxlanControllerClientSm::";
+TEST_F(HostsTest, AreWrittenWholeAtEveryAnnouncement) {
   world.time->waitUntil(3);
-  world.host(100, 1, 2, 7);
-  EXPECT_EQ(world.received(), (Hosts{{key(1, 10), {vxlan1, vtep(2), 7}}}));
-  EXPECT_EQ(world.l2RibZepInput->host(key(1, 10)).time, 3);
-  EXPECT_THAT(
-      world.trace(),
-      ElementsAre(
-          sm + "handleZepHostTable(Vorn::EthAddr) macAddr: 02:00:00:00:00:01 datapathLearningMode "
-               "false",
-          sm + "handleZepHostTable(Vorn::EthAddr) vniId: 100vlanId: 10",
-          "bool Vxlan::VxlanControllerClientSm::isVtepIpMine(Vxlan::VniExt, Vorn::IpAddr, "
-          "Vorn::IntfId) const vtepIp: 10.0.0.2",
-          "bool Vxlan::VxlanControllerClientSm::isVtepIpMine(Vxlan::VniExt, Vorn::IpAddr, "
-          "Vorn::IntfId) const local vtepIp: 10.0.0.1 local varp vtepIp: 0.0.0.0",
-          testing::EndsWith("Adding remote host entry for mac: 02:00:00:00:00:01 vlan: 10 vtepIp: "
-                            "10.0.0.2 moveCount: 7"),
-          testing::StartsWith("void Vxlan::ReceivedHostTableToL2RibHostInputSm::"
-                              "handleReceivedHostEntry(Bridging::MacVlanPair")));
+  world.host(100, 1, 2, 7, 9);
+  EXPECT_EQ(world.received(), (Hosts{remote(1, 10, "Vxlan1", 2, 7, 9)}));
+  EXPECT_EQ(timeOf(1), 3);
+  world.time->waitUntil(4);
+  world.host(100, 1, 2, 7, 9);
+  EXPECT_EQ(timeOf(1), 4) << "though nothing else is new";
   world.converging(true);
-  world.trace();
+  world.time->waitUntil(5);
   world.withdraw(100, 1);
-  EXPECT_TRUE(
-      world.traced("Evaluating delete of remote host entry for mac: 02:00:00:00:00:01 vlan: 10"));
-  EXPECT_TRUE(world.traced(root +
-                           "deferDeleteReceivedTableEntry(Bridging::MacVlanPair) defer delete of "
-                           "02:00:00:00:00:01 vlan 10 old vtep: 10.0.0.2"));
-  EXPECT_TRUE(world.traced("new marked for deletion count 1"));
-  world.trace();
-  world.converging(false);
-  EXPECT_THAT(world.trace(),
-              ElementsAre("void Vxlan::ZepStateSm::handleConvergenceInProgress() init true",
-                          "void Vxlan::ZepStateSm::handleConvergenceInProgress() init true "
-                          "convergence state false echo convergence state",
-                          root + "handleConvergenceInProgress() init true",
-                          root + "handleConvergenceInProgress() init true convergence state false",
-                          root + "handleConvergenceInProgress() schedule deferred deletes"));
-  const std::string run = root + "processUnicastDeferredDeletes()";
-  world.facility->fireNext(world.time->time());
-  EXPECT_THAT(world.trace(),
-              ElementsAre(run + " init true convergence state false marked for del count 1",
-                          run + " no bookmark. start fresh", run + " initial count 1",
-                          testing::EndsWith(" deleting 02:00:00:00:00:01 vlan 10"),
-                          testing::EndsWith(" new marked for deletion count 0"),
-                          testing::HasSubstr("handleReceivedHostEntry("),
-                          run + " unicast mac deferred delete complete."));
+  EXPECT_EQ(timeOf(1), 4) << "a mark is no announcement";
+  EXPECT_EQ(world.received(true).at(key(1, 10)).moveCount, 7U);
+  world.client->deleteReceivedTableEntry(key(1, 10));
+  world.client->deleteReceivedTableEntry(key(1, 10));  // which is not there
+  EXPECT_THAT(world.l2RibZepInput->host(), IsEmpty());
 }
 
 TEST_F(HostsTest, BehindTheSwitchsOwnVtepsAreNeverRemote) {
   world.host(100, 1, 1);  // the VTI's own address
-  world.host(100, 2, 2);
-  world.host(100, 3, 3);
-  EXPECT_THAT(macs(false), ElementsAre(2, 3));
+  EXPECT_FALSE(world.traced(" delete stale macVtepPair ")) << "there is none";
+  for (const std::uint32_t number : {2, 3, 5, 6}) world.host(100, number, number);
+  EXPECT_THAT(macs(false), ElementsAre(2, 3, 5, 6));
   world.mlagVxlanStatus->vtepTypeAddrIs(Vxlan::VtepType(5), vtep(3));
+  world.mlagVxlanStatus->vtepTypeAddrIs(Vxlan::VtepType(2), vtep(5));
+  world.mlagVxlanStatus->vtepTypeAddrIs(Vxlan::VtepType(7), vtep(6));
   world.converging(true);
-  world.host(100, 3, 3, 1);
+  for (const std::uint32_t number : {3, 5, 6}) world.host(100, number, number, 1);
   EXPECT_THAT(macs(false), ElementsAre(2)) << "deleted at once, also while converging";
   EXPECT_TRUE(world.traced(" delete stale macVtepPair "));
   world.vti("Vxlan1")->vArpVtepAddrIs(vtep(2));
@@ -97,60 +69,27 @@ TEST_F(HostsTest, BehindTheSwitchsOwnVtepsAreNeverRemote) {
 }
 
 TEST_F(HostsTest, AreEnteredForEachVtiThatMapsTheVni) {
-  world.addVti("Vxlan2");
+  world.vlanVniMaps->vlanVniMapIs(IntfId("Vxlan0"));  // which maps nothing
+  world.addVti("Vxlan2");                             // after the VNI's machine
   world.mapAndImport("Vxlan2", 20, 100);
-  world.vlanVniMaps->vlanVniMapIs(IntfId("Vxlan3"));  // which maps nothing
   world.host(100, 1, 2);
-  EXPECT_EQ(world.received(),
-            (Hosts{{key(1, 10), {vxlan1, vtep(2), 0}}, {key(1, 20), {vxlan2, vtep(2), 0}}}));
-  EXPECT_TRUE(world.traced("Returning as no valid vlan-vni map found"));
+  EXPECT_EQ(world.received(), (Hosts{remote(1, 10, "Vxlan1", 2), remote(1, 20, "Vxlan2", 2)}));
+  // Each has an address of its own that a host of its VLAN may be local to.
+  world.vti("Vxlan2")->vArpVtepAddrIs(vtep(2));
+  EXPECT_EQ(world.received(), (Hosts{remote(1, 10, "Vxlan1", 2)}));
+  world.vti("Vxlan1")->vArpVtepAddrIs(vtep(2));
+  world.vti("Vxlan2")->vArpVtepAddrIs(vtep(3));
+  EXPECT_EQ(world.received(), (Hosts{remote(1, 20, "Vxlan2", 2)}));
+  world.converging(true);
+  world.withdraw(100, 1);
+  EXPECT_EQ(markedCount(), 1U);
   // A VTI without a status has no address of its own: to it every host is remote. Where two map
   // the VNI to one VLAN, the one visited last is named.
   world.map("Vxlan2", 10, 100);
   world.vtiStatusDir->vtiStatusDel(vxlan2);
   world.vti("Vxlan1")->vccImportVlansIs(VlanId(20));
   world.host(100, 3, 1);
-  EXPECT_EQ(std::get<0>(world.received().at(key(3, 10))), vxlan2);
-}
-
-TEST_F(HostsTest, WithdrawnDuringConvergenceAreMarkedOnceAndUnmarkedByAnyAnnouncement) {
-  for (const std::uint64_t number : {1, 2, 3}) world.host(100, number, 2, 5);
-  world.converging(true);
-  world.withdraw(100, 1);
-  world.withdraw(100, 2);
-  EXPECT_THAT(macs(true), ElementsAre(1, 2));
-  EXPECT_EQ(world.ribHosts().at(key(1, 10)), HostFacts(vxlan1, vtep(2), 5)) << "stays as it was";
-  world.host(100, 1, 2, 5);  // as it was
-  EXPECT_TRUE(world.traced("Re-add, entry was marked for delete"));
-  EXPECT_EQ(markedCount(), 1U);
-  world.withdraw(100, 1);
-  world.client->deferDeleteReceivedTableEntry(key(1, 10));  // is marked
-  world.client->deferDeleteReceivedTableEntry(key(9, 10));  // is not there
-  EXPECT_EQ(markedCount(), 2U);
-  world.host(100, 2, 3, 6);
-  world.converging(false);
-  EXPECT_TRUE(world.zepConvergenceStatus->unicastDeferredDeletionInProgress());
-  world.rest();
-  EXPECT_THAT(macs(false), ElementsAre(2, 3));
-  EXPECT_FALSE(world.zepConvergenceStatus->unicastDeferredDeletionInProgress());
-}
-
-TEST_F(HostsTest, OfAVniThatGoesDuringConvergenceStayUntilItIsOver) {
-  world.zepSde->vlanFloodSetIs(VlanId(10));
-  for (const std::uint64_t number : {1, 2}) world.host(100, number, 2);
-  world.converging(true);
-  world.unpublish(100);
-  EXPECT_THAT(world.vnis(), IsEmpty());
-  EXPECT_THAT(macs(true), ElementsAre(1, 2));
-  EXPECT_TRUE(world.zepSde->vlanFloodSet(VlanId(10)));
-  world.host(100, 2, 2);
-  EXPECT_THAT(macs(true), ElementsAre(1));
-  world.converging(false);
-  world.rest();
-  EXPECT_THAT(macs(false), ElementsAre(2));
-  world.unpublish(100);
-  EXPECT_THAT(world.ribHosts(), IsEmpty());
-  EXPECT_FALSE(world.zepSde->vlanFloodSet(VlanId(10))) << "outside convergence both go at once";
+  EXPECT_EQ(world.received().at(key(3, 10)).vtiIntfId, vxlan2);
 }
 
 TEST_F(HostsTest, LeftByAnEarlierRunAreSweptAtStart) {
@@ -163,8 +102,17 @@ TEST_F(HostsTest, LeftByAnEarlierRunAreSweptAtStart) {
   world.start();
   EXPECT_TRUE(world.l2RibZepInput->host().contains(MacVlanPair()));
   world.l2RibZepInput->hostDel(MacVlanPair());
-  EXPECT_EQ(world.ribHosts(), world.received());
   EXPECT_THAT(macs(false), ElementsAre(1));
+  // The mirror alone over a table that is full already.
+  const auto rib = create<L2Rib::HostInput>();
+  rib->hostIs(stale);
+  const auto mirror =
+      Vxlan::receivedHostTableToL2RibHostInputSmFactory(world.client->hostTable(), rib);
+  EXPECT_EQ(rib->host().size(), 1U);
+  EXPECT_EQ(rib->host(key(1, 10)), world.l2RibZepInput->host(key(1, 10)));
+  mirror->initializedIs(false);
+  world.host(100, 2, 2);
+  EXPECT_EQ(rib->host().size(), 1U);
 }
 
 TEST_F(HostsTest, WithdrawnTwiceBreakAnInvariant) {
@@ -177,141 +125,62 @@ TEST_F(HostsTest, WithdrawnTwiceBreakAnInvariant) {
                ".markedForDel\\(\\).*vni 100 host 02:00:00:00:00:01 vlan 10");
 }
 
-// Ten hosts on a time that moves on by a millisecond at every reading.
-struct DeferredRunTest : HostsTest {
-  DeferredRunTest() : HostsTest(0.001) {
-    for (std::uint64_t number = 0; number < 10; ++number) world.host(100, number, 2);
-  }
-
-  // Leaves a run pending that has these to delete.
-  void convergeWithout(const std::vector<std::uint64_t>& numbers) {
-    world.converging(true);
-    for (const std::uint64_t number : numbers) world.withdraw(100, number);
-    world.converging(false);
-  }
-
-  void batch(int entries) {
-    world.batch(entries);
-    world.audit();
-  }
-  // Nothing is left to do.
-  void expectDone() const {
-    EXPECT_FALSE(inProgress());
-    EXPECT_EQ(bookmark(), MacVlanPair());
-    EXPECT_EQ(world.facility->nextDue(), Moru::Clock::never);
-  }
-  MacVlanPair bookmark() const { return world.client->unicastDeferredDeleteBookmark(); }
-  bool inProgress() const {
-    return world.zepConvergenceStatus->unicastDeferredDeletionInProgress();
-  }
-};
-
-TEST_F(DeferredRunTest, YieldsWhenItsTimeIsSpentAndResumesAtTheEntryNotYetExamined) {
-  convergeWithout({1, 4, 8});
-  batch(2);
-  EXPECT_THAT(macs(true), ElementsAre(4, 8));
-  EXPECT_EQ(bookmark(), key(2, 10));
-  EXPECT_TRUE(inProgress());
-  EXPECT_TRUE(
-      world.traced(" reschedule, resume later from 02:00:00:00:00:02 vlan 10 Remaining count 2"));
-  EXPECT_NEAR(world.facility->nextDue(), world.time->time() - 0.001, 1e-9) << "the time last read";
-  batch(0);
-  EXPECT_EQ(bookmark(), key(2, 10));
-  batch(3);
-  EXPECT_TRUE(world.traced(" starting at bookmark 02:00:00:00:00:02 vlan 10"));
-  EXPECT_THAT(macs(true), ElementsAre(8));
-  EXPECT_EQ(bookmark(), key(5, 10));
-  batch(100);
-  EXPECT_THAT(macs(true), IsEmpty());
-  expectDone();
-}
-
-TEST_F(DeferredRunTest, WrapsAroundAndEndsWithTheLastMark) {
-  convergeWithout({6, 9});
-  batch(5);
-  EXPECT_EQ(bookmark(), key(5, 10));
+// Not even those that are marked already, of a VLAN that is no longer imported.
+TEST_F(HostsTest, AreTheDataPathsOnceItLearns) {
+  for (const std::uint64_t number : {1, 2}) world.host(100, number, 2);
   world.converging(true);
-  world.withdraw(100, 1);
-  world.withdraw(100, 3);
-  world.converging(false);
-  batch(9);  // from 5 to 9, and on from 0 to 3
-  EXPECT_TRUE(world.traced(" reached end, resume from first entry"));
-  expectDone();  // 4 need not be reached again
+  world.vti("Vxlan1")->vccImportVlansDel(VlanId(10));
+  EXPECT_THAT(macs(true), ElementsAre(1, 2));
+  world.vti("Vxlan1")->datapathLearningIs(true);
+  EXPECT_THAT(world.l2RibZepInput->host(), IsEmpty());
+  world.vti("Vxlan1")->vccImportVlansIs(VlanId(10));
+  world.trace();
+  world.vti("Vxlan1")->vArpVtepAddrIs(vtep(9));
+  EXPECT_FALSE(world.traced("macAddr: ")) << "none is looked at";
 }
 
-TEST_F(DeferredRunTest, SurvivesWhatHappensBetweenItsBatches) {
-  convergeWithout({0, 2, 4, 6, 8});
-  batch(4);
-  EXPECT_EQ(bookmark(), key(4, 10));
-  world.host(100, 4, 3);  // the bookmarked entry is announced again
-  batch(1);
-  EXPECT_EQ(bookmark(), key(5, 10));
-  world.withdraw(100, 5);  // and here it goes for good, with its neighbour
-  world.client->deleteReceivedTableEntry(key(6, 10));
-  batch(1);
-  EXPECT_EQ(bookmark(), key(8, 10));
-  world.host(100, 8, 3);
-  EXPECT_EQ(markedCount(), 0U);
-  batch(1);
-  EXPECT_TRUE(world.traced(" no markedForDel entries"));
-  EXPECT_FALSE(inProgress());
-  EXPECT_THAT(macs(false), ElementsAre(1, 3, 4, 7, 8, 9));
+TEST(Hosts, AreToldInTheRingWhenTheirRunEnds) {
+  char directory[] = "/tmp/client-ring-XXXXXX";
+  Ringlog::directoryIs(mkdtemp(directory));
+  {
+    Settled settled;
+    settled.world.host(100, 1, 2);
+    settled.world.converging(true);
+    settled.world.withdraw(100, 1);
+    settled.world.converging(false);
+    settled.world.rest();
+    EXPECT_TRUE(settled.world.traced(" unicast mac deferred delete complete."));
+  }
+  Ringlog::close();
+  Ringlog::directoryIs("");
+  const auto contents = Ringlog::read(std::string(directory) + "/DpxVxlanControllerSm.rlg");
+  std::filesystem::remove_all(directory);
+  EXPECT_TRUE(std::any_of(contents.messages.begin(), contents.messages.end(), [](const auto& each) {
+    return each.text.ends_with(" unicast mac deferred del complete");
+  }));
 }
 
-TEST_F(DeferredRunTest, WaitsForTheEndOfANewConvergence) {
-  convergeWithout({1, 2});
-  batch(2);
-  EXPECT_THAT(macs(true), ElementsAre(2));
-  world.converging(true);
-  EXPECT_FALSE(inProgress());
-  EXPECT_NE(world.facility->nextDue(), Moru::Clock::never) << "the clock is left as it is";
-  batch(100);
-  EXPECT_TRUE(world.traced(" called but nothing to do - korvo rebooted again?"));
-  EXPECT_THAT(macs(true), ElementsAre(2));
-  EXPECT_EQ(world.facility->nextDue(), Moru::Clock::never);
-  world.host(100, 2, 2);
-  world.withdraw(100, 7);
-  world.converging(false);
-  EXPECT_TRUE(inProgress());
-  batch(100);
-  EXPECT_THAT(macs(false), ElementsAre(0, 2, 3, 4, 5, 6, 8, 9));
-}
-
-TEST_F(DeferredRunTest, CopesWithWatchersThatChangeTheTableUnderIt) {
-  convergeWithout({1, 2, 3, 8});
-  bool done = false;
-  const auto watcher = watch(world.l2RibZepInput, [&] {
-    if (std::exchange(done, true)) return;
-    world.client->deleteReceivedTableEntry(key(2, 10));  // the next one
-    world.withdraw(100, 9);
-    world.host(100, 20, 2);
-    world.host(100, 3, 2);
-  });
-  batch(100);
-  EXPECT_TRUE(done);
-  EXPECT_THAT(macs(false), ElementsAre(0, 3, 4, 5, 6, 7, 20));
-  EXPECT_FALSE(inProgress());
-}
-
-TEST_F(DeferredRunTest, EndsWithTheControllersStateEntryAndWithTheControllerMode) {
+TEST_F(HostsTest, AreNoLongerKeptWhenTheConvergenceWindowEndsWithTheControllersState) {
+  const auto& inProgress = world.zepConvergenceStatus->unicastDeferredDeletionInProgress;
+  for (const std::uint64_t number : {1, 2}) world.host(100, number, 2);
   world.converging(true);
   world.withdraw(100, 1);
   world.zepStateBaseDir->entityPtrDel("controller");
-  EXPECT_TRUE(world.traced("void Vxlan::ZepStateSm::cleanup() convergence window true"));
   EXPECT_FALSE(world.zepStateClientView->convergenceInProgress());
   EXPECT_TRUE(inProgress());
-  batch(100);
-  EXPECT_THAT(macs(true), IsEmpty());
-  EXPECT_EQ(macs(false).size(), 9U);
+  world.rest();
+  EXPECT_THAT(world.l2RibZepInput->host().size(), 1U);
 
   const auto state = create<VxlanController::ZepStateV2>();
   state->convergenceInProgressIs(true);
-  world.zepStateBaseDir->entityPtrIs("controller", state);
+  world.zepStateBaseDir->entityPtrIs("controller", state, false);
+  EXPECT_FALSE(world.zepStateClientView->convergenceInProgress()) << "is not instantiated";
+  world.zepStateBaseDir->entryStateIs("controller", true);
   EXPECT_TRUE(world.zepStateClientView->convergenceInProgress());
   world.vti("Vxlan1")->controllerClientModeIs(false);
   EXPECT_FALSE(world.zepStateClientView->convergenceInProgress());
-  EXPECT_THAT(world.ribHosts(), IsEmpty()) << "leaving the mode never defers";
-  batch(1);
+  EXPECT_THAT(world.l2RibZepInput->host(), IsEmpty()) << "leaving the mode never defers";
+  world.rest();
   EXPECT_FALSE(inProgress());
 }
 

@@ -6,15 +6,8 @@
 #include <sstream>
 
 #include "Vxlan/Trace.h"
-#include "Vxlan/Walk.h"
 
 namespace Test {
-
-namespace {
-
-constexpr Moru::TraceFacility::Levels level8 = 1U << 8;
-
-}  // namespace
 
 World::World(double timePerRead)
     : time(create<Moru::VirtualTime>(0, timePerRead)),
@@ -23,7 +16,7 @@ World::World(double timePerRead)
   mlagVxlanStatus->peerBumStatusIs(peerBumStatus);
   mlagVxlanStatus->peerSourceDirEntryIs(peerSde);
   Moru::ActivityFacility::currentIs(facility);
-  Vxlan::traceFacility.streamLevelsIs(level8);
+  Vxlan::traceFacility.streamLevelsIs(1U << 8);
   Moru::traceSinkIs([this](const Moru::TraceMessage& message) {
     if (message.facility == "Vxlan") trace_.emplace_back(message.text);
   });
@@ -36,46 +29,30 @@ World::~World() {
 }
 
 void World::start() {
-  livenessBefore_ = liveness();
-  client = Vxlan::vxlanControllerClientSmFactory(Vxlan::ClientInputs{
+  client = Vxlan::vxlanControllerClientSmFactory(
       vtiStatusDir, controllerStatusBaseDir, zepStateClientView, vxlanHwStatusDir, mlagStatus,
-      mlagVxlanStatus, zepStateBaseDir, vlanVniMaps, zepSde, l2RibZepInput, zepConvergenceStatus});
+      mlagVxlanStatus, zepStateBaseDir, vlanVniMaps, zepSde, l2RibZepInput, zepConvergenceStatus);
 }
 
-// Each entity must be as if there had never been a client. Of those that have come since it was
-// made the references are not known.
 void World::stop() {
   client = nullptr;
-  for (const auto& [entity, counts] : liveness()) {
-    EXPECT_EQ(counts.second, 0U) << "a watcher was left behind";
-    if (livenessBefore_.contains(entity)) {
-      EXPECT_LE(counts.first, livenessBefore_[entity].first) << "a reference was left behind";
-    }
-  }
-  EXPECT_EQ(facility->nextDue(), Moru::Clock::never) << "a clock is armed for nobody";
-}
-
-World::Liveness World::liveness() const {
-  Liveness counts;
-  const auto count = [&counts](const auto&... entities) {
-    const auto countOne = [&counts](const auto& entity) {
-      if (entity) counts[entity.get()] = {entity->references(), entity->notifiees()};
-    };
-    (countOne(entities), ...);
+  std::size_t watchers = 0;
+  const auto count = [&watchers](const auto&... entities) {
+    ((watchers += entities ? entities->notifiees() : 0), ...);
   };
   count(vtiStatusDir, controllerStatusBaseDir, zepStateClientView, vxlanHwStatusDir, mlagStatus,
         mlagVxlanStatus, zepStateBaseDir, vlanVniMaps, zepSde, l2RibZepInput, zepConvergenceStatus,
         controllerState_, bumStatus, peerBumStatus, peerSde);
-  for (const auto& [intf, status] : Vxlan::vtiStatusesOf(vtiStatusDir)) count(status);
-  for (const auto& [intf, map] : Vxlan::vlanVniMapsOf(vlanVniMaps)) count(map);
-  if (controllerStatusBaseDir)
-    for (const auto& [name, entry] : controllerStatusBaseDir->entityPtr()) count(entry.entityPtr);
+  for (const auto& [intf, status] : vtiStatusDir->vtiStatus()) count(status);
+  for (const auto& [intf, map] : vlanVniMaps->vlanVniMap()) count(map);
+  for (const auto& [name, entry] : controllerStatusBaseDir->entityPtr()) count(entry.entityPtr);
   for (const auto& [vlan, vlanFloodSet] : peerSde->vlanFloodSet()) {
     count(vlanFloodSet);
     for (const auto& [address, floodSet] : vlanFloodSet->floodSet()) count(floodSet);
   }
   for (const auto& list : floodLists_) count(list);
-  return counts;
+  EXPECT_EQ(watchers, 0U) << "left behind";
+  EXPECT_EQ(facility->nextDue(), Moru::Clock::never) << "a clock is armed for nobody";
 }
 
 Ptr<Vxlan::VtiStatus> World::addVti(const char* intf, bool controllerClientMode,
@@ -94,13 +71,15 @@ void World::mapAndImport(const char* intf, int vlan, std::uint32_t vni) {
 }
 
 void World::map(const char* intf, int vlan, std::uint32_t vni) const {
-  const auto map = vlanVniMaps->vlanVniMapIs(IntfId(intf));
+  const auto present = vlanVniMaps->vlanVniMap(IntfId(intf));
+  const auto map = present ? present : create<Vxlan::VlanVniMap>(IntfId(intf));
   const Vxlan::VniSourcePair before = map->vlanToVsp(VlanId(vlan));
   if (!!before && before.vni() != VniExt(vni) &&
       map->vniToVlan(before.vni()) == Bridging::VlanIdOrNone(vlan))
     map->vniToVlanDel(before.vni());
   map->vniToVlanIs(VniExt(vni), Bridging::VlanIdOrNone(vlan));
   map->vlanToVspIs(VlanId(vlan), Vxlan::VniSourcePair(vni));
+  if (!present) vlanVniMaps->vlanVniMapIs(map);
 }
 
 void World::unmap(const char* intf, int vlan) const {
@@ -121,9 +100,10 @@ Ptr<VxlanController::VniFdbStatusV2> World::publish(std::uint32_t vni) {
 }
 
 void World::host(std::uint32_t vni, std::uint64_t macNumber, std::uint32_t vtepNumber,
-                 std::uint32_t moveCount) {
+                 std::uint32_t moveCount, std::uint8_t kind) {
   publish(vni)->macVtepTableIs(
-      mac(macNumber), VxlanController::MacVtepV2{mac(macNumber), vtep(vtepNumber), moveCount});
+      mac(macNumber), VxlanController::MacVtepV2{mac(macNumber), vtep(vtepNumber), moveCount,
+                                                 VxlanController::HostKind(kind)});
 }
 
 void World::converging(bool inProgress) {
@@ -162,24 +142,29 @@ void World::multiPath(std::uint32_t vni, std::uint64_t macNumber, const Vteps& v
   publish(vni)->macVtepMultiPathTableIs(mac(macNumber), entry);
 }
 
-Hosts World::received(bool marked) const {
-  Hosts hosts;
-  for (const auto& [key, entry] : client->hostTable()->receivedEntry())
-    if (entry.markedForDel == marked)
-      hosts[key] = {entry.vtiIntfId, entry.vtepAddr, entry.moveCount};
-  return hosts;
+Hosts::value_type remote(std::uint64_t macNumber, int vlan, const char* intf,
+                         std::uint32_t vtepNumber, std::uint32_t moveCount, std::uint8_t kind) {
+  const MacVlanPair key{mac(macNumber), VlanId(vlan)};
+  return {key, {key, IntfId(intf), 10, vtep(vtepNumber), 0, moveCount, kind, false, 0}};
 }
 
-Hosts World::ribHosts() const {
+Hosts World::received(bool marked) const {
   Hosts hosts;
-  for (const auto& [key, host] : l2RibZepInput->host())
-    hosts[key] = {host.dest.intfId(), host.dest.vtepAddr(0), host.moveCount};
+  for (const auto& [key, entry] : client->hostTable()->receivedEntry()) {
+    if (entry.markedForDel != marked) continue;
+    hosts[key] = entry;
+    hosts[key].time = 0;
+  }
   return hosts;
 }
 
 namespace {
 
-std::string floodSetText(L2Rib::FloodSetType type, const Vteps& vteps) {
+std::uint64_t numberOf(const EthAddr& address) { return address.value() - mac(0).value(); }
+std::uint32_t numberOf(const IpAddr& address) { return address.value() - vtep(0).value(); }
+
+std::string floodSetText(L2Rib::FloodSetType type, const Vteps& vteps,
+                         const std::set<std::string>& others = {}) {
   std::ostringstream text;
   if (type == L2Rib::FloodSetType::sendToAll)
     text << "all";
@@ -188,11 +173,32 @@ std::string floodSetText(L2Rib::FloodSetType type, const Vteps& vteps) {
   else
     text << type << ':';
   for (const std::uint32_t number : vteps) text << ' ' << number;
+  for (const std::string& other : others) text << ' ' << other;
   return text.str();
 }
 
-std::uint64_t numberOf(const EthAddr& address) { return address.value() - mac(0).value(); }
-std::uint32_t numberOf(const IpAddr& address) { return address.value() - vtep(0).value(); }
+std::string floodSetText(const L2Rib::FloodSet& floodSet) {
+  Vteps vteps;
+  std::set<std::string> others;
+  for (const auto& [each, flag] : floodSet.destSet()) {
+    if (!flag) continue;
+    const bool isVtep = each.tag() == L2Rib::DestTag::vxlan && !each.vxlan().vtepAddr.isIp6();
+    const std::uint32_t number = isVtep ? numberOf(each.vxlan().vtepAddr.ip4()) : 0;
+    if (each == dest(number))
+      vteps.insert(number);
+    else
+      others.insert(each.stringValue() + '#' + std::to_string(traceValue(each.id())));
+  }
+  return floodSetText(floodSet.floodSetType(), vteps, others);
+}
+
+// What stands in the RIB for an entry.
+L2Rib::Host ribHost(const Vxlan::ReceivedEntry& entry) {
+  L2Rib::CiDest dest(L2Rib::DestType(1));
+  dest.intfIdIs(entry.vtiIntfId);
+  dest.vtepAddrIs(0, entry.vtepAddr);
+  return {entry.key, entry.moveCount, entry.hostKind, 16, entry.time, 10, {0, 0, 0}, dest};
+}
 
 }  // namespace
 
@@ -200,12 +206,8 @@ FloodSets floodSetsOf(const L2Rib::SourceDirEntry& sde) {
   FloodSets sets;
   for (const auto& [vlan, vlanFloodSet] : sde.vlanFloodSet()) {
     if (vlanFloodSet->floodSet().empty()) sets[{vlan.value(), 0}] = "empty";
-    for (const auto& [address, floodSet] : vlanFloodSet->floodSet()) {
-      Vteps vteps;
-      for (const auto& [each, flag] : floodSet->destSet())
-        if (flag) vteps.insert(numberOf(each.vxlan().vtepAddr.ip4()));
-      sets[{vlan.value(), numberOf(address)}] = floodSetText(floodSet->floodSetType(), vteps);
-    }
+    for (const auto& [address, floodSet] : vlanFloodSet->floodSet())
+      sets[{vlan.value(), numberOf(address)}] = floodSetText(*floodSet);
   }
   return sets;
 }
@@ -219,37 +221,26 @@ std::vector<std::uint32_t> World::vnis() const {
 
 void World::audit() const {
   const auto& table = *client->hostTable();
-  const Hosts marked = received(true);
-  ASSERT_EQ(table.markedForDelCount(), marked.size());
-  Hosts all = received();
-  all.insert(marked.begin(), marked.end());
-  ASSERT_EQ(ribHosts(), all) << "the RIB is the table's mirror";
-  for (const auto& [key, host] : l2RibZepInput->host()) {
-    const Vxlan::ReceivedEntry entry = table.receivedEntry(key);
-    ASSERT_TRUE(host.key == key && entry.key == key && host.time == entry.time &&
-                host.source == 10 && host.kind == entry.hostKind && host.entryType == 16)
-        << host << " of " << entry;
+  std::map<MacVlanPair, L2Rib::Host> hosts;
+  std::map<MacVlanPair, L2Rib::Host> expected;
+  std::size_t marked = 0;
+  for (const auto& [key, host] : l2RibZepInput->host()) hosts[key] = host;
+  for (const auto& [key, entry] : table.receivedEntry()) {
+    expected[key] = ribHost(entry);
+    marked += entry.markedForDel ? 1 : 0;
   }
-  std::size_t indexed = 0;
-  for (int vlan = 1; vlan <= VlanId::max; ++vlan)
-    for (auto host = table.receivedEntry().keysOfGroup(VlanId(vlan)); host; ++host) ++indexed;
-  ASSERT_EQ(indexed, table.receivedEntrys());
-}
-
-void World::batch(int visits) {
-  client->maxProcessTimeIs(0.0005 + 0.001 * visits);
-  trace();
-  facility->fireDue();
-}
-
-void World::repair() {
-  if (!vti("Vxlan1")) addVti("Vxlan1");
-  vti("Vxlan1")->controllerClientModeIs(true);
-  vti("Vxlan1")->datapathLearningIs(false);
-  mapAndImport("Vxlan1", 10, 100);
-  if (client) stop();
-  converging(false);
-  startAndRest();
+  ASSERT_EQ(hosts, expected);
+  ASSERT_EQ(table.markedForDelCount(), marked);
+  if (client->convergenceInProgress()) {
+    ASSERT_FALSE(zepConvergenceStatus->unicastDeferredDeletionInProgress());
+    ASSERT_FALSE(zepConvergenceStatus->bumDeferredDeletionInProgress());
+  } else if (marked != 0) {
+    ASSERT_TRUE(zepConvergenceStatus->unicastDeferredDeletionInProgress());
+    ASSERT_NE(facility->nextDue(), Moru::Clock::never);
+  }
+  for (const auto& [vlan, vlanFloodSet] : zepSde->vlanFloodSet())
+    for (const auto& [address, floodSet] : vlanFloodSet->floodSet())
+      for (const auto& [each, flag] : floodSet->destSet()) ASSERT_TRUE(flag) << each;
 }
 
 std::vector<std::string> World::trace() { return std::exchange(trace_, {}); }
@@ -269,28 +260,25 @@ Settled::Settled(double timePerRead) : world(timePerRead) {
   world.startAndRest();
 }
 
-const std::vector<std::function<void(World&)>>& mishaps() {
-  static constexpr auto unknown = Vxlan::BumReplicationMode::unknown;
-  static const std::vector<std::function<void(World&)>> all = {
-      [](World& world) { world.unpublish(100); },
-      [](World& world) { world.withdrawFloodList(100, 1); },
-      [](World& world) { world.withdrawMultiPath(100, 2); },
-      [](World& world) { world.unmap("Vxlan1", 10); },
-      [](World& world) { world.vlanVniMaps->vlanVniMapDel(IntfId("Vxlan1")); },
-      [](World& world) { world.vtiStatusDir->vtiStatusDel(IntfId("Vxlan1")); },
-      [](World& world) { world.vti("Vxlan1")->controllerClientModeIs(false); },
-      [](World& world) { world.vti("Vxlan1")->vccImportVlansDel(VlanId(10)); },
-      [](World& world) { world.vti("Vxlan1")->datapathLearningIs(true); },
-      [](World& world) { world.zepStateBaseDir->entityPtrDel("controller"); },
-      [](World& world) { world.mlag(false); },
-      [](World& world) { world.peerSde->vlanFloodSetDel(VlanId(10)); },
-      [](World& world) { world.peerSde->vlanFloodSetIs(VlanId(10))->floodSetDel(mac(1)); },
-      [](World& world) { world.zepSde->vlanFloodSetDelAll(); },
-      [](World& world) { world.bumStatus->bumReplicationModeIs(unknown); },
-      [](World& world) { world.peerBumStatus->bumReplicationModeIs(unknown); },
-      [](World& world) { world.client = nullptr; },
-  };
-  return all;
+void furnish(World& world, bool mlag) {
+  if (!world.vti("Vxlan1")) world.addVti("Vxlan1");
+  world.vti("Vxlan1")->controllerClientModeIs(true);
+  world.vti("Vxlan1")->datapathLearningIs(false);
+  world.mapAndImport("Vxlan1", 10, 100);
+  world.mapAndImport("Vxlan1", 20, 200);
+  for (const std::uint64_t number : {1, 2, 3}) world.host(100, number, 2);
+  if (mlag) {
+    world.peerFloodSet(10, 1)->destSetIs(dest(2), true);
+    for (const std::uint32_t number : {4, 5, 6})
+      world.peerFloodSet(10, 2)->destSetIs(dest(number), true);
+  } else {
+    world.floodList(100, 1, {2, 3, 4});
+    world.multiPath(100, 2, {2, 3, 4});
+  }
+  world.mlag(mlag);
+  world.bumModes(Vxlan::BumReplicationMode::controller,
+                 mlag ? Vxlan::BumReplicationMode::controller : Vxlan::BumReplicationMode::unknown);
+  world.converging(false);
 }
 
 namespace {
@@ -348,7 +336,10 @@ Hosts expectedHosts(const World& world) {
     const auto vti = world.vtiStatusDir->vtiStatus(intf);
     for (const auto& [address, host] : status.macVtepTable())
       if (!vti || (host.vtepIp != vti->localVtepAddr() && host.vtepIp != vti->vArpVtepAddr()))
-        hosts[{address, vlan}] = {intf, host.vtepIp, host.moveCount};
+        hosts[{address, vlan}] =
+            remote(numberOf(address), vlan.value(), intf.stringValue().c_str(),
+                   numberOf(host.vtepIp), host.moveCount, traceValue(host.hostKind))
+                .second;
   });
   return hosts;
 }

@@ -7,7 +7,6 @@
 #include <map>
 #include <set>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -28,17 +27,25 @@ using Vxlan::VniExt;
 inline EthAddr mac(std::uint64_t number) { return EthAddr::fromValue(0x020000000000 + number); }
 inline IpAddr vtep(std::uint32_t number) { return IpAddr(0x0a000000 + number); }
 
-// What matters of a received host: VTI, VTEP, move count.
-using HostFacts = std::tuple<IntfId, Vorn::IpGenAddr, std::uint32_t>;
-using Hosts = std::map<MacVlanPair, HostFacts>;
+// Received hosts, whole but for the time, which is 0.
+using Hosts = std::map<MacVlanPair, Vxlan::ReceivedEntry>;
 
-// The flood sets by VLAN and number of the MAC, each as its type and the numbers of its VTEPs: "all
-// 2 3", "any 4", "7: 2". A VLAN without any stands under MAC 0.
+// One that the controller's feed has written.
+Hosts::value_type remote(std::uint64_t macNumber, int vlan, const char* intf,
+                         std::uint32_t vtepNumber, std::uint32_t moveCount = 0,
+                         std::uint8_t kind = 16);
+
+// The flood sets by VLAN and number of the MAC, each as its type and its destinations: "all 2 3",
+// "any 4", "7: 2" with the numbers of VTEPs, others in their own words. A VLAN without any stands
+// under MAC 0.
 using FloodSets = std::map<std::pair<int, std::uint64_t>, std::string>;
 using Vteps = std::set<std::uint32_t>;
 
 // Those of one entry. Destinations whose flag is false do not count.
 FloodSets floodSetsOf(const L2Rib::SourceDirEntry& sde);
+
+// What one reading of the time moves it on by, in the worlds where it does: exact in binary.
+constexpr double tick = 1.0 / 1024;
 
 inline L2Rib::Dest dest(std::uint32_t vtepNumber) {
   return {L2Rib::DestId{}, L2Rib::DestDataVxlan{vtep(vtepNumber)}};
@@ -91,7 +98,7 @@ class World {
     rest();
     trace();
   }
-  // Destroys it, and checks that it has left nothing attached to any entity, nor holds any.
+  // Destroys it, and checks that it has left nothing attached to any entity.
   void stop();
   void restart() {
     stop();
@@ -105,7 +112,8 @@ class World {
   Ptr<Vxlan::VtiStatus> vti(const char* intf) const {
     return vtiStatusDir->vtiStatus(IntfId(intf));
   }
-  // Maps a VLAN to a VNI, both directions, as the state store writes them, and imports the VLAN.
+  // Maps a VLAN to a VNI, both directions, and imports the VLAN. A map that is new is filled before
+  // it is added.
   void mapAndImport(const char* intf, int vlan, std::uint32_t vni);
   void map(const char* intf, int vlan, std::uint32_t vni) const;
   void unmap(const char* intf, int vlan) const;
@@ -117,7 +125,7 @@ class World {
     controllerStatusBaseDir->entityPtrDel(std::to_string(vni));
   }
   void host(std::uint32_t vni, std::uint64_t macNumber, std::uint32_t vtepNumber,
-            std::uint32_t moveCount = 0);
+            std::uint32_t moveCount = 0, std::uint8_t kind = 16);
   void withdraw(std::uint32_t vni, std::uint64_t macNumber) {
     publish(vni)->macVtepTableDel(mac(macNumber));
   }
@@ -151,21 +159,15 @@ class World {
   // Fires what is due, again and again, until no clock is armed.
   void rest() const { facility->runUntil(Moru::Clock::never); }
 
-  // Fires what is due, once, with a budget of so many milliseconds, readings of the time, visits.
-  void batch(int visits);
-
   // --- What the client has made of it ---
 
   Hosts received(bool marked = false) const;  // entries of the host table with that mark
-  Hosts ribHosts() const;
   FloodSets floodSets() const { return floodSetsOf(*zepSde); }
   std::vector<std::uint32_t> vnis() const;  // that have a machine, ascending
 
-  // Undoes any of the mishaps below but for the modes of replication and of MLAG, and whatever has
-  // come of the client's history.
-  void repair();
-
-  // Stops the test unless all that must always hold does.
+  // Stops the test unless all that must always hold does: the RIB has a host for each entry of the
+  // table, whole; the marks are counted, and a run is to come for them; the client writes no
+  // destination whose flag is false.
   void audit() const;
 
   // The messages of the trace stream of level 8, since the last call.
@@ -196,15 +198,9 @@ class World {
 
   Ptr<Vxlan::VxlanControllerClientSm> client;
 
-  // The references to every entity, and the reactors on it.
-  using Liveness = std::map<const void*, std::pair<std::uint32_t, std::size_t>>;
-
  private:
-  Liveness liveness() const;
-
   Ptr<VxlanController::ZepStateV2> controllerState_;
   std::vector<Ptr<VxlanController::MacVtepFloodListV2>> floodLists_;  // all that were published
-  Liveness livenessBefore_;
   std::vector<std::string> trace_;
 };
 
@@ -218,8 +214,9 @@ struct Settled {
   World world;
 };
 
-// What may take a reaction's reason away in the middle of it, of VTI 1, VLAN 10 and VNI 100.
-const std::vector<std::function<void(World&)>>& mishaps();
+// Brings a world, new or not, to where VTI 1 maps VLAN 10 to VNI 100 and VLAN 20 to VNI 200, there
+// are hosts, and the controller lists MACs 1 and 2, or else, with MLAG, the peer does.
+void furnish(World& world, bool mlag);
 
 // The hosts that the client should have, computed from the inputs alone, the flood sets (without
 // MLAG), and the VNIs that should have a machine.
