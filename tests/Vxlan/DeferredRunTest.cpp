@@ -330,5 +330,20 @@ TEST_F(BumRun, ComparesItsCountsBeforeAndAfterTheSweep) {
   EXPECT_TRUE(world.traced("macVtepMultiPathTable( macAddr )"));
 }
 
+TEST_F(BumRun, GoesRoundAnewFromABookmarkThatItIsGivenMeanwhile) {
+  convergeWithout({2, 4, 6});
+  batchYields(1, 2);
+  bookmarkIs(5);
+  batchCompletes(10);
+  EXPECT_EQ(standing().size(), 7U);
+}
+
+TEST_F(BumRun, TellsWhenItIsCalledBeforeItIsInitialized) {
+  world.client->initializedIs(false);
+  world.client->processBumDeferredDeletes();
+  EXPECT_TRUE(world.traced("processBumDeferredDeletes() init: false convergence in progress: "));
+  world.client->initializedIs(true);
+}
+
 }  // namespace
 }  // namespace Test
