@@ -246,5 +246,20 @@ TEST_F(ClientTest, RefusesWhatTheModelRefuses) {
   expectInUse("_vlanVniMap", [&] { world.vlanVniMaps->vlanVniMapIs(otherMap); });
 }
 
+// Two controllers: that is refused, and must leave no convergence behind that nobody ends.
+TEST_F(ClientTest, EndsTheConvergenceWindowWhenItCannotBeMade) {
+  world.converging(true);
+  world.zepStateBaseDir->entityPtrIs("second", create<VxlanController::ZepStateV2>());
+  EXPECT_THAT(refusal<Moru::NameInUseException>([&] { world.start(); }), HasSubstr("_zepState"));
+  EXPECT_FALSE(world.zepStateClientView->convergenceInProgress());
+  world.zepStateBaseDir->entityPtrDel("controller");
+  world.zepStateBaseDir->entityPtrDel("second");
+  world.startAndRest();
+  world.withdraw(100, 1);
+  world.rest();
+  world.audit();
+  EXPECT_EQ(hosts(), 1U);
+}
+
 }  // namespace
 }  // namespace Test
