@@ -147,23 +147,6 @@ TEST_F(MlagTest, FollowsAVlanWhileItHasAVni) {
   EXPECT_EQ(world.floodSets(), before);
 }
 
-// The controller's machines write the same flood sets, and take them away.
-// A change of the peer is one step, and copies nothing else: what others write stays.
-TEST_F(MlagTest, RunsOneStepForAChangeAndCopiesAVlanAnewOnlyAsAWhole) {
-  world.startAndRest();
-  world.peerFloodSet(10, 4)->destSetIs(dest(2), true);
-  world.multiPath(100, 4, {8});
-  world.zepSde->vlanFloodSetDel(VlanId(10));
-  world.multiPath(100, 7, {8});
-  world.peerFloodSet(10, 4)->destSetIs(dest(3), true);
-  world.peerSde->vlanFloodSetIs(VlanId(10))->floodSetDel(mac(4));
-  world.peerFloodSet(10, 3);
-  EXPECT_EQ(world.floodSets(), (FloodSets{{{10, 7}, "any 8"}}));
-  peerMode(Mode::unknown);
-  peerMode(Mode::controller);
-  expectCopied();
-}
-
 TEST_F(MlagTest, IsThereWhileThePairIsActiveAndTheClientInControllerMode) {
   world.mlag(false);
   world.startAndRest();
@@ -224,6 +207,21 @@ TEST_F(MlagTest, NeedsItsInputsAndRefusesNull) {
   EXPECT_DEATH(make(status, world.vxlanHwStatusDir), "remoteSde\\(\\)");
   world.zepSde->vlanFloodSetDelAll();
   EXPECT_EQ(make(status, world.vxlanHwStatusDir)->bumRepMode(), Mode::unknown);
+}
+
+// A change at the peer is copied by itself, and takes nothing that the controller has listed since.
+TEST_F(MlagTest, LeavesToTheControllerWhatItHasListedMeanwhile) {
+  world.startAndRest();
+  const auto peers = world.peerFloodSet(20, 4);
+  peers->destSetIs(dest(2), true);
+  expectCopied();
+  world.floodList(200, 4, {3});
+  world.withdrawFloodList(200, 4);
+  world.floodList(200, 1, {5});
+  peers->destSetIs(dest(3), true);
+  EXPECT_EQ(world.floodSets().at({20, 1}), "all 5");
+  world.peerSde->vlanFloodSet(VlanId(20))->floodSetDel(mac(4));
+  EXPECT_EQ(world.floodSets().at({20, 1}), "all 5");
 }
 
 // Two clients of one process, each the other's MLAG peer, come to rest in any order of the first
