@@ -261,5 +261,34 @@ TEST_F(ClientTest, EndsTheConvergenceWindowWhenItCannotBeMade) {
   EXPECT_EQ(hosts(), 1U);
 }
 
+TEST_F(ClientTest, KeepsTheReactorOfAVtiOnTheEntityThatItWasMadeFor) {
+  world.startAndRest();
+  const auto reactor = world.client->vtiStatus(vxlan1);
+  const auto other = create<Vxlan::VtiStatus>(vxlan1);
+  EXPECT_EQ(world.client->vtiStatusIs(other), reactor);
+  EXPECT_EQ(reactor->notifier(), world.vti("Vxlan1"));
+  const auto vniSm = world.client->zepPerVniFdbStatusSm(VniExt(100));
+  EXPECT_EQ(vniSm->vtiStatusIs(other)->notifier(), world.vti("Vxlan1"));
+}
+
+TEST_F(ClientTest, TellsTheSameWithAnOutputThatIsAbsent) {
+  world.bumModes(Vxlan::BumReplicationMode::controller, Vxlan::BumReplicationMode::unknown);
+  world.zepSde = nullptr;
+  world.l2RibZepInput = nullptr;
+  world.zepStateClientView = nullptr;
+  world.start();
+  EXPECT_TRUE(world.traced(" updating L2Rib input based on existing entries"));
+  world.multiPath(100, 1, {2});
+  EXPECT_TRUE(world.traced("(02:00:00:00:00:01) listType: sendToAny vtepAddr len 1"));
+  world.withdrawMultiPath(100, 1);
+  EXPECT_TRUE(world.traced(" deleting 02:00:00:00:00:01 from vlanFloodSet"));
+  world.floodList(100, 1, {2});
+  EXPECT_TRUE(world.traced("listType: sendToAll vtepAddr len 1"));
+  world.floodList(100, 1, {3});
+  EXPECT_TRUE(world.traced(" adding 10.0.0.3 to remoteVtepAddr"));
+  world.zepStateBaseDir->entityPtrDel("controller");
+  EXPECT_TRUE(world.traced(" convergence window "));
+}
+
 }  // namespace
 }  // namespace Test
