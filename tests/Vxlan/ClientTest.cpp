@@ -34,46 +34,6 @@ struct ClientTest : testing::Test {
   World world;
 };
 
-TEST(Client, DoesWithoutAnyInputThatIsAbsent) {
-  const auto liveWithout = [](auto World::*input, bool controllerMode = true) {
-    World world;
-    setUp(world);
-    world.bumModes(Vxlan::BumReplicationMode::controller, Vxlan::BumReplicationMode::controller);
-    world.vti("Vxlan1")->controllerClientModeIs(controllerMode);
-    world.vti("Vxlan2")->controllerClientModeIs(controllerMode);
-    world.floodList(100, 1, {2, 3});
-    world.multiPath(200, 2, {2, 3});
-    // The client is not given it; the writers go on writing.
-    const auto kept = std::exchange(world.*input, nullptr);
-    world.start();
-    world.*input = kept;
-    world.converging(true);
-    world.withdraw(100, 1);
-    world.host(100, 3, 3);
-    world.floodList(100, 1, {3, 4});
-    world.withdrawMultiPath(200, 2);
-    world.unpublish(200);
-    world.converging(false);
-    world.rest();
-    world.bumStatus->bumReplicationModeIs(Vxlan::BumReplicationMode::unknown);
-    world.bumStatus->bumReplicationModeIs(Vxlan::BumReplicationMode::controller);
-    world.unmap("Vxlan1", 10);
-    world.vti("Vxlan2")->vArpVtepAddrIs(vtep(9));
-    world.vtiStatusDir->vtiStatusDel(vxlan2);
-    EXPECT_TRUE(world.received(true).empty());
-    world.stop();
-  };
-  liveWithout(&World::vtiStatusDir), liveWithout(&World::controllerStatusBaseDir);
-  liveWithout(&World::zepStateClientView), liveWithout(&World::vxlanHwStatusDir);
-  liveWithout(&World::mlagVxlanStatus), liveWithout(&World::zepStateBaseDir);
-  liveWithout(&World::vlanVniMaps), liveWithout(&World::zepSde);
-  liveWithout(&World::l2RibZepInput), liveWithout(&World::zepConvergenceStatus);
-  liveWithout(&World::mlagStatus, false);
-  EXPECT_DEATH(liveWithout(&World::mlagStatus), "mlagStatus\\(\\)");
-  Vxlan::vxlanControllerClientSmFactory(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                        nullptr, nullptr, nullptr, nullptr, nullptr);
-}
-
 TEST_F(ClientTest, FoldsTheModesFromTheVtis) {
   world.startAndRest();
   const auto modes = [this] {
