@@ -250,5 +250,36 @@ TEST_F(ClientTest, TellsTheSameWithAnOutputThatIsAbsent) {
   EXPECT_TRUE(world.traced(" convergence window "));
 }
 
+// An input whose binding has thrown is bound all the same.
+TEST_F(ClientTest, ReactsToTheNextChangeAfterABindingThatThrew) {
+  world.startAndRest();
+  auto& client = *world.client;
+  auto& dir = *world.controllerStatusBaseDir;
+  const auto status = create<VxlanController::VniFdbStatusV2>();
+  EXPECT_EQ(refusal<Moru::RangeException>([&] { dir.entityPtrIs("-1", status); }), vniRange);
+  const auto vtis = create<Vxlan::VtiStatusDir>();
+  vtis->vtiStatusIs(IntfId("Vxlan3"))->controllerClientModeIs(true);
+  EXPECT_EQ(refusal<Moru::RangeException>([&] { client.vtiStatusDirIs(vtis); }), vniRange);
+  EXPECT_EQ(refusal<Moru::RangeException>([&] { dir.entityPtrDel("-1"); }), vniRange);
+  vtis->vtiStatusIs(IntfId("Vxlan4"));
+  EXPECT_NE(client.vtiStatus(IntfId("Vxlan4")), nullptr);
+  client.vtiStatusDirIs(world.vtiStatusDir);
+
+  auto watcher = watch(world.zepSde, [] { throw Moru::RangeException("no"); });
+  const auto mlag = create<Mlag::Status>();
+  mlag->mlagStateIs(Mlag::MlagState::active);
+  world.bumModes(Vxlan::BumReplicationMode::controller, Vxlan::BumReplicationMode::controller);
+  world.peerFloodSet(10, 1);
+  EXPECT_EQ(refusal<Moru::RangeException>([&] { client.mlagStatusIs(mlag); }), "no");
+  const auto bum = create<Vxlan::BumStatus>();
+  EXPECT_EQ(refusal<Moru::RangeException>([&] { client.localBumStatusIs(bum); }), "no");
+  watcher = nullptr;
+  world.trace();
+  mlag->mlagStateIs(Mlag::MlagState::disabled);
+  EXPECT_TRUE(world.traced("handleMlagState()"));
+  bum->bumReplicationModeIs(Vxlan::BumReplicationMode::controller);
+  EXPECT_TRUE(world.traced("VxlanControllerClientSm::handleBumReplicationMode()"));
+}
+
 }  // namespace
 }  // namespace Test
