@@ -359,11 +359,12 @@ void VxlanControllerClientSm::handleConvergenceInProgress() {
   const bool converging = convergenceInProgress();
   MORU_TRACE(8, " init ", initialized(), " convergence state ", converging);
   if (!converging) MORU_TRACE(8, " schedule deferred deletes");
+  // Asked anew for each: who watches the first may have begun a convergence, or ended one.
   unicastDeferredDeletionInProgressIs(!converging);
-  bumDeferredDeletionInProgressIs(!converging);
+  bumDeferredDeletionInProgressIs(!convergenceInProgress());
   // A batch that is under way stays armed during a new convergence, and finds that out by itself.
   // The flood sets' run starts over after it: VLANs that it has left behind may be stale anew.
-  if (converging) {
+  if (convergenceInProgress()) {
     bumDeferredDeleteBookmarkValidIs(false);
     bumRun_ = {};
     return;

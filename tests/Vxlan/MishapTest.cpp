@@ -24,6 +24,7 @@ const std::vector<Act> mishaps = {
     [](World& world) { world.vti("Vxlan1")->vccImportVlansDel(VlanId(10)); },
     [](World& world) { world.vti("Vxlan1")->datapathLearningIs(true); },
     [](World& world) { world.zepStateBaseDir->entityPtrDel("controller"); },
+    [](World& world) { world.converging(true); },
     [](World& world) { world.mlag(false); },
     [](World& world) { world.peerSde->vlanFloodSetDel(VlanId(10)); },
     [](World& world) { world.peerSde->vlanFloodSetIs(VlanId(10))->floodSetDel(mac(1)); },
