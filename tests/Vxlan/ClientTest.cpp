@@ -281,5 +281,23 @@ TEST_F(ClientTest, ReactsToTheNextChangeAfterABindingThatThrew) {
   EXPECT_TRUE(world.traced("VxlanControllerClientSm::handleBumReplicationMode()"));
 }
 
+TEST_F(ClientTest, GivesBackWhatItRemoves) {
+  world.floodList(100, 1, {2});
+  world.startAndRest();
+  auto& client = *world.client;
+  const auto expectRemoval = [](const auto& member, const auto& remove) {
+    ASSERT_NE(member, nullptr);
+    EXPECT_EQ(remove(), member);
+    EXPECT_EQ(remove(), nullptr);
+  };
+  const auto vniSm = client.zepPerVniFdbStatusSm(VniExt(100));
+  expectRemoval(vniSm->macVtepFloodListTableSm(mac(1)),
+                [&] { return vniSm->macVtepFloodListTableSmDel(mac(1)); });
+  expectRemoval(vniSm->vtiStatus(vxlan1), [&] { return vniSm->vtiStatusDel(vxlan1); });
+  expectRemoval(vniSm, [&] { return client.zepPerVniFdbStatusSmDel(VniExt(100)); });
+  expectRemoval(client.vlanVniMapSm(vxlan1), [&] { return client.vlanVniMapSmDel(vxlan1); });
+  expectRemoval(client.vtiStatus(vxlan1), [&] { return client.vtiStatusDel(vxlan1); });
+}
+
 }  // namespace
 }  // namespace Test
