@@ -1,6 +1,7 @@
 #include "agent/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <ctime>
 #include <iomanip>
@@ -29,6 +30,26 @@ bool isNumber(const std::string& cell) {
   const auto isDigit = [](unsigned char c) { return std::isdigit(c) != 0; };
   const auto rest = std::find_if_not(cell.begin(), cell.end(), isDigit);
   return rest == cell.end() || (*rest == '.' && std::all_of(rest + 1, cell.end(), isDigit));
+}
+
+// The bytes of the character of UTF-8 that the text begins with; 0 if that is a control character,
+// of ASCII or of Latin 1, or none at all: spelled too long, half of a pair, beyond the last.
+std::size_t printableLength(std::string_view text) {
+  const auto byte = [text](std::size_t i) -> unsigned {
+    return static_cast<unsigned char>(text[i]);
+  };
+  const unsigned lead = byte(0);
+  if (lead < 0x80) return lead >= ' ' && lead != 0x7f ? 1 : 0;
+  const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
+  if (lead < 0xc2 || lead > 0xf4 || text.size() < length) return 0;
+  unsigned code = lead & (0x7fU >> length);
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xc0) != 0x80) return 0;
+    code = code << 6 | (byte(i) & 0x3f);
+  }
+  constexpr std::array<unsigned, 5> least = {0, 0, 0xa0, 0x800, 0x10000};
+  const bool half = 0xd800 <= code && code <= 0xdfff;
+  return code >= least[length] && code <= 0x10ffff && !half ? length : 0;
 }
 
 struct Column {
@@ -74,6 +95,22 @@ std::string flagText(const std::optional<bool>& flag) { return flag ? onOff(*fla
 void appendTo(std::string& list, std::string_view separator, std::string_view item) {
   if (!list.empty()) list += separator;
   list += item;
+}
+
+std::string printable(std::string_view text) {
+  std::string shown;
+  while (!text.empty()) {
+    const std::size_t length = printableLength(text);
+    if (length > 0) {
+      shown += text.substr(0, length);
+    } else {
+      constexpr const char* digits = "0123456789ABCDEF";
+      const auto byte = static_cast<unsigned char>(text[0]);
+      shown += {'\\', 'x', digits[byte >> 4], digits[byte & 0xf]};
+    }
+    text.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  return shown;
 }
 
 void printColoured(std::ostream& out, Colour colour, const std::string& text) {

@@ -28,6 +28,10 @@ std::string flagText(const std::optional<bool>& flag);
 // Appends to a list within a text: `separator` goes before `item` unless the list is empty.
 void appendTo(std::string& list, std::string_view separator, std::string_view item);
 
+// What may go to a terminal of a text from outside: the bytes of control characters (tabs and ends
+// of lines, too), and those that are not UTF-8, become \xNN, with two digits of 0 to 9 and A to F.
+std::string printable(std::string_view text);
+
 enum class Colour { none, added, gone, changed };
 
 // Writes `text` between the terminal's codes of the colour: green, red and yellow.

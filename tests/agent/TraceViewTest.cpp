@@ -229,4 +229,16 @@ TEST(TextTest, CutsTimesToMicrosecondsAlsoBefore1970) {
   EXPECT_EQ(Agent::utcText(-1), "1969-12-31 23:59:59.999999");
 }
 
+TEST(TextTest, PrintsNothingThatATerminalActsOn) {
+  EXPECT_EQ(Agent::printable("a ~\xc2\xa0\xc3\xa9 \xe2\x82\xac \xf4\x8f\xbf\xbf"),
+            "a ~\xc2\xa0\xc3\xa9 \xe2\x82\xac \xf4\x8f\xbf\xbf");
+  EXPECT_EQ(Agent::printable("\033[2J\t\n\x7f\xc2\x9b"), "\\x1B[2J\\x09\\x0A\\x7F\\xC2\\x9B");
+  EXPECT_EQ(Agent::printable(std::string(1, '\0') + "\xff \x80 \xc3"), "\\x00\\xFF \\x80 \\xC3");
+  // Spelled too long, half of a pair, beyond the last, and broken off by another character.
+  EXPECT_EQ(Agent::printable("\xc1\x81 \xe0\x9f\xbf \xf0\x8f\xbf\xbf"),
+            "\\xC1\\x81 \\xE0\\x9F\\xBF \\xF0\\x8F\\xBF\\xBF");
+  EXPECT_EQ(Agent::printable("\xed\xa0\x80 \xf4\x90\x80\x80 \xe2\x82."),
+            "\\xED\\xA0\\x80 \\xF4\\x90\\x80\\x80 \\xE2\\x82.");
+}
+
 }  // namespace TraceViewTest
