@@ -1,9 +1,14 @@
 // The check of an invariant that stops the process when it is broken, in release builds too.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace Moru {
+
+// What the process is working on, as its host program words it ("journal.jsonl:17"): a failed
+// assertion asks for it, and says it. Without a provider, as at first, it says nothing of the kind.
+void assertionContextIs(std::function<std::string()> provider);
 
 // Where a check stands: taken by a defaulted argument, so that no caller spells it out.
 struct SourcePlace {
@@ -18,8 +23,8 @@ struct SourcePlace {
   }
 };
 
-// Writes the text, the function and the place to standard error and as a last record into the trace
-// ring, then aborts.
+// Writes the text, the values, the function, the place and the context to standard error and as the
+// last records into the trace ring, then aborts.
 [[noreturn]] void assertionFailed(const char* text, const std::string& values,
                                   const SourcePlace& place);
 

@@ -234,13 +234,36 @@ TEST_F(TraceTest, AProcessThatIsKilledLeavesOnlyWholeRecords) {
 
 TEST_F(TraceTest, AFailedAssertionIsTheLastRecord) {
   const int status = inChild([&] {
-    std::freopen("/dev/null", "w", stderr);
+    std::freopen((directory + "/errors").c_str(), "w", stderr);
     open();
+    Moru::assertionContextIs([]() -> std::string { return "a.jsonl:17"; });
     Moru::assertThat(1 + 1 == 3, "1 + 1 == 3", [] { return std::string("it is 2"); });
   });
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
-  EXPECT_THAT(texts(Ringlog::read(path())),
-              ElementsAre(HasSubstr("assertion failed: 1 + 1 == 3: it is 2")));
+  const auto isSaid = HasSubstr("assertion failed: 1 + 1 == 3: it is 2 (a.jsonl:17)");
+  EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(isSaid));
+  std::ifstream errors(directory + "/errors");
+  std::string error;
+  EXPECT_TRUE(std::getline(errors, error)) << "there is one line";
+  EXPECT_THAT(error, isSaid);
+  EXPECT_THAT(error, testing::StartsWith("tests/framework/TraceTest.cpp:"));
+}
+
+TEST_F(TraceTest, AnAssertionSurvivesItsContext) {
+  for (const bool asserts : {true, false}) {
+    const int status = inChild([&] {
+      std::freopen("/dev/null", "w", stderr);
+      Moru::assertionContextIs([asserts]() -> std::string {
+        Moru::assertThat(!asserts, "the context is sound");
+        throw std::runtime_error("no context");
+      });
+      try {
+        Moru::assertThat(false, "the first");
+      } catch (const std::runtime_error&) {
+      }
+    });
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
+  }
 }
 
 // What a process says whose ring cannot be written: once, and it goes on.
