@@ -2,9 +2,10 @@
 //
 //   MORU_TRACE(8, " init? ", initialized(), " vni: ", vni);
 //
-// with a level from 0 (most important) to 9; string literals are labels, and all else are values.
-// Its message is the signature of the function that it stands in, then labels and values one after
-// the other; labels bring their own blanks. Nothing is evaluated unless somebody wants the message:
+// with a level from 0 (most important) to 9; string literals are labels, and all else are values,
+// also a text that a condition chooses, or that stands in an array. Its message is the signature of
+// the function that it stands in, then labels and values one after the other; labels bring their
+// own blanks. Nothing is evaluated unless somebody wants the message:
 //
 // - the trace stream: text, handed to the process's sink, of the facilities and levels that are on;
 // - the trace ring: a binary record in the file that Ringlog::open() has opened, in nanoseconds.
@@ -23,8 +24,10 @@
 #include <utility>
 #include <vector>
 
+#include "framework/Moru/Ptr.h"
 #include "framework/Ringlog/Ring.h"
 #include "framework/Ringlog/Site.h"
+#include "framework/Ringlog/Spelling.h"
 #include "framework/Ringlog/Value.h"
 
 namespace Moru {
@@ -66,6 +69,12 @@ struct TraceMessage {
 // Who gets the trace stream; nobody at first. The sink may be called from within any mutator.
 void traceSinkIs(std::function<void(const TraceMessage&)> sink);
 
+// A pointer is recorded as the address.
+template <class T>
+const void* traceValue(const Ptr<T>& ptr) {
+  return ptr.get();
+}
+
 // Renders a record for the sink.
 void toTraceStream(const Ringlog::Site& site, std::span<const std::byte> record);
 
@@ -80,9 +89,14 @@ class TraceSite {
 
   bool isOn() const { return ((streamLevels() | ringLevels()) >> level_ & 1) != 0; }
 
-  template <class... Args>
+  // The spelling is that of the arguments, and tells the labels among them.
+  template <Ringlog::Spelling spelling, class... Args>
   void run(const Args&... args) {
-    runRaw(Ringlog::rawOf(args)...);
+    static_assert(
+        spelling.arguments == sizeof...(Args),
+        "parentheses are needed around an argument of a trace that has a comma between <>");
+    static_assert(sizeof...(Args) <= Ringlog::Spelling::most);
+    runAs<spelling.labels>(std::index_sequence_for<Args...>(), args...);
   }
 
  private:
@@ -91,6 +105,11 @@ class TraceSite {
   }
   static TraceFacility::Levels ringLevels() {
     return To == TraceTo::stream ? 0 : TraceFacility::ringLevels();
+  }
+
+  template <std::uint64_t labels, std::size_t... Is, class... Args>
+  void runAs(std::index_sequence<Is...>, const Args&... args) {
+    runRaw(Ringlog::rawOf<(labels >> Is & 1) != 0>(args)...);
   }
 
   template <class... Raws>
@@ -149,13 +168,14 @@ inline constinit Moru::TraceFacility traceFacility{"Ringlog"};
 }  // namespace Ringlog
 
 // Macros, because a statement needs a static object of its own, the signature of the function
-// around it, and arguments that are not evaluated when nobody wants them.
+// around it, the spelling of its arguments, and that these are not evaluated when nobody wants
+// them.
 #define MORU_TRACE_TO(to, level, ...)                                          \
   do {                                                                         \
     static constinit ::Moru::TraceSite<to> moruTraceSite{traceFacility, level, \
                                                          __PRETTY_FUNCTION__}; \
     if (moruTraceSite.isOn()) [[unlikely]]                                     \
-      moruTraceSite.run(__VA_ARGS__);                                          \
+      moruTraceSite.run<::Ringlog::spellingOf(#__VA_ARGS__)>(__VA_ARGS__);     \
   } while (false)
 
 #define MORU_TRACE(level, ...) \

@@ -3,6 +3,9 @@
 // A type of one's own says what it is by a function beside it, traceValue(const T&), that returns
 // one of the structs of RawValue.h, a number, or a string_view. A type that can only be printed
 // (operator<<) is recorded as its text.
+//
+// A char array or pointer is a text as it is when the statement runs: up to its end, which an array
+// need not have. Only a literal of the statement itself is a label, see Spelling.h.
 #pragma once
 
 #include <algorithm>
@@ -15,7 +18,6 @@
 #include <string_view>
 #include <type_traits>
 
-#include "framework/Moru/Ptr.h"
 #include "framework/Ringlog/RawValue.h"
 
 namespace Ringlog {
@@ -45,22 +47,22 @@ inline constexpr std::size_t longestText = 255;
 
 // Brings a value into the form in which it is recorded: a Label, a fixed number of bytes, or a
 // text.
-template <std::size_t N>
-Label rawOf(const char (&literal)[N]) {
-  return {{literal, N - 1}};
-}
-
-template <class T>
-const void* rawOf(const Moru::Ptr<T>& ptr) {
-  return ptr.get();
-}
-
-template <class T>
+template <bool isLabel, class T>
 auto rawOf(const T& value) {
-  if constexpr (requires { traceValue(value); }) {
+  if constexpr (isLabel) {
+    return Label{{value, sizeof value - 1}};
+  } else if constexpr (requires { traceValue(value); }) {
     return traceValue(value);
+  } else if constexpr (std::is_same_v<T, long double>) {
+    return static_cast<double>(value);
   } else if constexpr (std::is_arithmetic_v<T>) {
     return value;
+  } else if constexpr (std::is_array_v<T>) {
+    static_assert(std::is_same_v<std::remove_cv_t<std::remove_extent_t<T>>, char>,
+                  "an array has no form in a trace, unless it is one of char");
+    return std::string_view(value, std::find(value, value + sizeof value, char{}) - value);
+  } else if constexpr (std::is_same_v<T, const char*> || std::is_same_v<T, char*>) {
+    return value != nullptr ? std::string_view(value) : std::string_view("(null)");
   } else if constexpr (std::is_convertible_v<const T&, std::string_view>) {
     return std::string_view(value);
   } else if constexpr (std::is_pointer_v<T>) {

@@ -117,38 +117,65 @@ class TraceTest : public testing::Test {
   std::vector<std::string> stream;
 };
 
-void everyKind(const std::string& text) {
+void everyKind(const std::string& text, bool up) {
   MORU_TRACE(3, "", true, " ", std::uint8_t{200}, " ", std::int8_t{-5}, " ", std::uint16_t{65535},
-             " ", -7, " ", std::numeric_limits<std::uint64_t>::max(), " ", 0.1, " ", 2.5F);
+             " ", -7, " ", std::numeric_limits<std::uint64_t>::max(), " ", 0.1, " ", 2.5F, " ",
+             0.25L);
   MORU_TRACE(4, " ", Mac(), " ", vtep, " ", vtep6, " ", host, " ", Printed(), " ", text);
   MORU_TRACE(9);
   MORU_TRACE(0, "text", " ", Moru::Name("name"), " ", Moru::Ptr<Moru::PtrInterface>());
+  // What is no literal may be another text at the next run.
+  const char buffer[4] = {up ? 'o' : 'n', up ? 'n' : 'o', up ? '\0' : 't', 'x'};
+  const char* const none = nullptr;
+  MORU_TRACE(2,
+             " link "
+             "(is ",
+             up ? "up  " : "down", ") ", buffer, ", ", none, ' ', "\"", __func__);
 }
 
 TEST_F(TraceTest, StreamAndRingGiveTheSameTextForEveryKind) {
   open();
   traceFacility.streamLevelsIs(Moru::TraceFacility::allLevels);
-  everyKind("text");
+  everyKind("text", true);
+  everyKind("", false);
   const Moru::Name name("hostTable");
   Machine().handle(Mac(), &name, 7);
-  const std::string start = "Test void TraceTest::everyKind(const std::string&)";
+  const std::string start = "Test void TraceTest::everyKind(const std::string&, bool)";
+  const std::string first =
+      "3 " + start + " true 200 -5 65535 -7 18446744073709551615 0.1 2.5 0.25";
+  const std::string second =
+      "4 " + start +
+      " 02:00:00:00:00:ab 10.0.0.2 2001:db8:f00:: 02:00:00:00:00:00 vlan 4094 printed ";
+  const std::string third = "9 " + start;
+  const std::string fourth = "0 " + start + " text name 0x0";
+  const std::string link = "2 " + start + " link (is ";
   EXPECT_THAT(
       stream,
-      ElementsAre(
-          "3 " + start + " true 200 -5 65535 -7 18446744073709551615 0.1 2.5",
-          "4 " + start +
-              " 02:00:00:00:00:ab 10.0.0.2 2001:db8:f00::"
-              " 02:00:00:00:00:00 vlan 4094 printed text",
-          "9 " + start, "0 " + start + " text name 0x0",
-          "8 Test void TraceTest::Machine::handle(const TraceTest::Mac&, const Moru::Name*, "
-          "unsigned int) const mac 02:00:00:00:00:ab name hostTable vni: 7"));
+      ElementsAre(first, second + "text", third, fourth, link + "up  ) on, (null)32\"everyKind",
+                  first, second, third, fourth, link + "down) notx, (null)32\"everyKind",
+                  "8 Test void TraceTest::Machine::handle(const TraceTest::Mac&, const "
+                  "Moru::Name*, unsigned int) const mac 02:00:00:00:00:ab name hostTable "
+                  "vni: 7"));
   const auto contents = Ringlog::read(path());
   EXPECT_THAT(contents.problems, IsEmpty());
   EXPECT_EQ(texts(contents), stream) << "also in the order of time, across levels";
   EXPECT_EQ(contents.process, static_cast<std::uint64_t>(getpid()));
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  EXPECT_NEAR(static_cast<double>(contents.messages.front().time),
-              static_cast<double>(std::chrono::nanoseconds(now).count()), 60e9);
+}
+
+TEST(Spelling, TellsLiteralsFromAllElse) {
+  const auto labels = [](std::string_view text, std::size_t arguments) {
+    const auto spelling = Ringlog::spellingOf(text);
+    EXPECT_EQ(spelling.arguments, arguments) << text;
+    return spelling.labels;
+  };
+  EXPECT_EQ(labels("", 0), 0U);
+  EXPECT_EQ(labels(R"("a" "b", x, "c\"d, ", "")", 4), 0b1101U);
+  EXPECT_EQ(labels(R"(up ? "a" : "b", ("c"), "d"[0], "e"sv, u8"f", "g" + 1, f("h", i))", 7), 0U);
+  EXPECT_EQ(labels(R"(',', "a", 10'000, "b", m[{1, 2}], "c", '\'', "d")", 8), 0b10101010U);
+  EXPECT_EQ(labels("f<a, b>(), \"c\"", 3), 0b100U) << "which does not compile";
+  std::string many(3 * Ringlog::Spelling::most, ' ');
+  for (std::size_t i = 0; i < many.size(); i += 3) many.replace(i, 3, "\"\",");
+  EXPECT_EQ(labels(many, Ringlog::Spelling::most + 1), ~std::uint64_t{0});
 }
 
 TEST_F(TraceTest, EvaluatesNothingThatIsOffAndKeepsToOneSink) {
@@ -302,13 +329,13 @@ TEST_F(RingFailure, OfALimitOnTheSizeOfFiles) {
   EXPECT_FALSE(std::filesystem::exists(path()));
   const auto fill = [&] {
     WordyTest::tooMuch();
-    ::TraceTest::everyKind("small enough");
+    ::TraceTest::everyKind("small enough", true);
     return saidOnce("takes no further statements");
   };
   EXPECT_EQ(limited(420'000, fill), 0);
   const auto contents = Ringlog::read(path());
   EXPECT_THAT(contents.problems, IsEmpty());
-  EXPECT_EQ(contents.messages.size(), 5U);
+  EXPECT_EQ(contents.messages.size(), 6U);
   EXPECT_EQ(contents.droppedMessages, 4U);
 }
 
@@ -326,7 +353,7 @@ class RingCorruption : public TraceTest {
  protected:
   std::vector<char> sample() {
     open(1);
-    for (int i = 0; i < 30; ++i) everyKind("text " + std::to_string(i));
+    for (int i = 0; i < 30; ++i) everyKind("text " + std::to_string(i), true);
     Ringlog::close();
     std::ifstream file(path(), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
