@@ -1,24 +1,44 @@
 #include "framework/Moru/Trace.h"
 
+#include <memory>
 #include <string>
+
+namespace Ringlog {
+
+namespace {
+
+void traceError(const std::string& text) { MORU_TRACE_STREAM(0, text); }
+
+[[maybe_unused]] const bool told = (errorSinkIs(traceError), true);
+
+}  // namespace
+
+}  // namespace Ringlog
 
 namespace Moru {
 
 namespace {
 
-std::function<void(const TraceMessage&)>& traceSink() {
-  static std::function<void(const TraceMessage&)> sink;
+using TraceSink = std::function<void(const TraceMessage&)>;
+
+// Never destroyed: destructors of globals may trace. Shared: a sink that sets another one stays
+// until it returns.
+std::shared_ptr<const TraceSink>& traceSink() {
+  static auto& sink = *new std::shared_ptr<const TraceSink>;
   return sink;
 }
 
 }  // namespace
 
-void traceSinkIs(std::function<void(const TraceMessage&)> sink) { traceSink() = std::move(sink); }
+void traceSinkIs(TraceSink sink) {
+  traceSink() = sink ? std::make_shared<const TraceSink>(std::move(sink)) : nullptr;
+}
 
 void toTraceStream(const Ringlog::Site& site, std::span<const std::byte> record) {
-  if (!traceSink()) return;
+  const auto sink = traceSink();
+  if (!sink) return;
   const auto text = Ringlog::render(site, record);
-  traceSink()({site.level, site.facility, text.value_or(site.signature)});
+  (*sink)({site.level, site.facility, text.value_or(site.signature)});
 }
 
 }  // namespace Moru

@@ -34,8 +34,8 @@ namespace Moru {
 
 class TraceFacility {
  public:
-  using Levels = std::uint32_t;  // a bit for each level
-  static constexpr Levels allLevels = (1U << Ringlog::mostLevels) - 1;
+  using Levels = Ringlog::Levels;  // a bit for each level
+  static constexpr Levels allLevels = Ringlog::allLevels;
 
   explicit constexpr TraceFacility(const char* name) : name_(name) {}
   TraceFacility(const TraceFacility&) = delete;
@@ -47,14 +47,14 @@ class TraceFacility {
   Levels streamLevels() const { return streamLevels_; }
   void streamLevelsIs(Levels levels) { streamLevels_ = levels; }
 
-  // The levels of which messages of all facilities go to the trace ring: all while one is open.
-  static Levels ringLevels() { return ringLevels_; }
-  static void ringLevelsIs(Levels levels) { ringLevels_ = levels; }
+  // The levels of which messages of all facilities go to the trace ring, while one is open; all at
+  // first.
+  static Levels ringLevels() { return Ringlog::levels(); }
+  static void ringLevelsIs(Levels levels) { Ringlog::levelsIs(levels); }
 
  private:
   const char* name_;
   Levels streamLevels_ = 0;
-  static inline Levels ringLevels_ = 0;
 };
 
 inline constinit TraceFacility traceFacility{"Moru"};
@@ -66,7 +66,8 @@ struct TraceMessage {
   std::string_view text;
 };
 
-// Who gets the trace stream; nobody at first. The sink may be called from within any mutator.
+// Who gets the trace stream; nobody at first. The sink may be called from within any mutator, and
+// may set another one.
 void traceSinkIs(std::function<void(const TraceMessage&)> sink);
 
 // A pointer is recorded as the address.
@@ -104,7 +105,7 @@ class TraceSite {
     return To == TraceTo::ring ? 0 : facility_.streamLevels();
   }
   static TraceFacility::Levels ringLevels() {
-    return To == TraceTo::stream ? 0 : TraceFacility::ringLevels();
+    return To == TraceTo::stream ? 0 : Ringlog::levelsOn();
   }
 
   template <std::uint64_t labels, std::size_t... Is, class... Args>

@@ -3,16 +3,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <new>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
-
-#include "framework/Moru/Trace.h"
 
 namespace Ringlog {
 
@@ -158,12 +158,28 @@ namespace {
 struct Process {
   std::string directory;
   std::unique_ptr<Ring> ring;
+  Levels levels = allLevels;
   std::string error;
+  void (*errorSink)(const std::string&) = nullptr;
 };
 
+// Never destroyed: destructors of globals may trace.
 Process& process() {
-  static Process process;
+  static Process& process = *new Process;
   return process;
+}
+
+void ringIs(std::unique_ptr<Ring> ring) {
+  Process& mine = process();
+  mine.ring = std::move(ring);
+  Detail::ring = mine.ring.get();
+  Detail::levelsOn = mine.ring ? mine.levels : 0;
+  ++Detail::generation;
+}
+
+// What the last records say of the time is as good as what the first say.
+void anchorAtExit() {
+  if (process().ring) process().ring->anchor();
 }
 
 }  // namespace
@@ -173,30 +189,33 @@ void directoryIs(std::string directory) { process().directory = std::move(direct
 void open(const std::string& name, std::span<const std::size_t> levelSizes) {
   Process& mine = process();
   if (mine.ring || mine.directory.empty()) return;
+  static const int registered [[maybe_unused]] = std::atexit(anchorAtExit);
   const std::string path = mine.directory + '/' + name;
   std::rename(path.c_str(), (path + ".prev").c_str());  // there may be none
   auto ring = std::make_unique<Ring>(path, levelSizes);
-  if (!ring->isOpen()) {
+  if (ring->isOpen())
+    ringIs(std::move(ring));
+  else
     reportError(ring->error());
-    return;
-  }
-  mine.ring = std::move(ring);
-  Detail::ring = mine.ring.get();
-  ++Detail::generation;
-  Moru::TraceFacility::ringLevelsIs(Moru::TraceFacility::allLevels);
 }
 
-void close() {
-  Moru::TraceFacility::ringLevelsIs(0);
-  Detail::ring = nullptr;
-  process().ring = nullptr;
+void close() { ringIs(nullptr); }
+
+void levelsIs(Levels levels) {
+  Process& mine = process();
+  mine.levels = levels;
+  Detail::levelsOn = mine.ring ? levels : 0;
 }
+
+Levels levels() { return process().levels; }
+
+void errorSinkIs(void (*sink)(const std::string&)) { process().errorSink = sink; }
 
 void reportError(const std::string& text) {
   Process& mine = process();
   if (mine.error == text) return;  // said before
   mine.error = text;
-  MORU_TRACE_STREAM(0, text);
+  if (mine.errorSink != nullptr) mine.errorSink(text);
 }
 
 const std::string& error() { return process().error; }

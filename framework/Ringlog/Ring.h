@@ -7,7 +7,7 @@
 //   Ringlog::open("DpxVxlanControllerSm.rlg", sizesInKiB);   // a machine does that, once
 //
 // A ring that cannot be opened, or not extended for another statement, disturbs nobody: that is
-// said once, as a trace message of level 0 and by error(), and the process goes on.
+// said once, to the error sink and by error(), and the process goes on.
 #pragma once
 
 #include <array>
@@ -15,7 +15,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <cstring>
 #include <span>
 #include <string>
 #include <string_view>
@@ -77,6 +77,9 @@ class Ring {
       anchor();
   }
 
+  // Notes how counter and time of day relate now, and sets the time for the next.
+  void anchor();
+
  private:
   // Of a level: where it is mapped. A ring with fewer levels has regions of size 0.
   struct Region {
@@ -127,7 +130,6 @@ class Ring {
   static void fillUp(Region& region);
   std::string create(const std::string& path, std::span<const std::size_t> levelSizes);
   std::string extend(std::size_t size);
-  void anchor();
 
   std::string path_;
   std::string error_;
@@ -148,21 +150,35 @@ void directoryIs(std::string directory);
 // nothing if one is open, or without a directory. A file of that name, which an earlier process has
 // left, is kept as NAME.prev.
 void open(const std::string& name, std::span<const std::size_t> levelSizes);
+
+// A ring that is open when the process exits needs no closing: it takes the records of destructors
+// of globals, too.
 void close();
+
+// The levels that are wanted in the ring, once it is open: all, if not said.
+void levelsIs(Levels levels);
+Levels levels();
 
 // What went wrong with the ring, last; empty if nothing did.
 const std::string& error();
 
-// Says it, to the trace stream and by error(), unless it was the last thing said.
+// Who is told of that, at once and, of the same text, only once; nobody at first.
+void errorSinkIs(void (*sink)(const std::string& text));
+
+// Says it, unless it was the last thing said.
 void reportError(const std::string& text);
 
 namespace Detail {
 inline Ring* ring = nullptr;
 inline std::uint32_t generation = 0;
+inline Levels levelsOn = 0;
 }  // namespace Detail
 
 // The ring that is open, or null, and a number that tells one from the next.
 inline Ring* ring() { return Detail::ring; }
 inline std::uint32_t generation() { return Detail::generation; }
+
+// The levels that are wanted and can be had.
+inline Levels levelsOn() { return Detail::levelsOn; }
 
 }  // namespace Ringlog

@@ -14,6 +14,8 @@
 namespace Ringlog {
 
 inline constexpr unsigned mostLevels = 10;
+using Levels = std::uint32_t;  // a bit for each level
+inline constexpr Levels allLevels = (1U << mostLevels) - 1;
 
 struct Site {
   struct Item {

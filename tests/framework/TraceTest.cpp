@@ -224,6 +224,35 @@ TEST_F(TraceTest, OpensOnceAndKeepsTheFileOfTheProcessBefore) {
   EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr("second process")));
 }
 
+TEST_F(TraceTest, WantsTheLevelsThatItIsToldAlsoWithoutARing) {
+  Moru::TraceFacility::ringLevelsIs(1U << 3);
+  MORU_TRACE(3, " nowhere");
+  for (int i = 0; i < 2; ++i) {
+    open();
+    MORU_TRACE(3, " wanted");
+    MORU_TRACE(4, " unwanted");
+    EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr(" wanted")));
+    Ringlog::close();
+  }
+  EXPECT_EQ(Moru::TraceFacility::ringLevels(), 1U << 3);
+  Moru::TraceFacility::ringLevelsIs(Moru::TraceFacility::allLevels);
+  MORU_TRACE(3, " nowhere");
+}
+
+TEST_F(TraceTest, TakesTheRecordsOfGlobalsThatAreDestroyedAtTheExit) {
+  const int status = inChild([&] {
+    static const struct Global {
+      ~Global() { MORU_TRACE(1, " the last one"); }
+    } global;
+    Moru::traceSinkIs([](const Moru::TraceMessage&) {});
+    traceFacility.streamLevelsIs(Moru::TraceFacility::allLevels);
+    open();
+    std::exit(0);
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr(" the last one")));
+}
+
 // Writes until it is killed, from another point of a record for each delay.
 [[noreturn]] void writeForever(int delay) {
   std::signal(SIGALRM, [](int) { raise(SIGKILL); });
