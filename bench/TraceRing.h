@@ -2,6 +2,8 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
+#include <unistd.h>
 
 #include "framework/Ringlog/Ring.h"
 
@@ -11,7 +13,8 @@ namespace Bench {
 inline void ringOn() {
   static const struct Ring {
     Ring() {
-      directory = std::filesystem::temp_directory_path() / "vxlan-client-bench";
+      directory = std::filesystem::temp_directory_path() /
+                  ("vxlan-client-bench-" + std::to_string(getpid()));
       std::filesystem::create_directories(directory);
       Ringlog::directoryIs(directory);
     }

@@ -7,7 +7,7 @@ namespace Ringlog {
 
 namespace {
 
-void traceError(const std::string& text) { MORU_TRACE_STREAM(0, text); }
+void traceError(const std::string& text) { MORU_TRACE(0, text); }
 
 [[maybe_unused]] const bool told = (errorSinkIs(traceError), true);
 

@@ -119,13 +119,7 @@ class TraceSite {
     const auto fill = [&]([[maybe_unused]] std::byte* to) {
       ((to = Ringlog::encode(to, raws)), ...);
     };
-    if ((ringLevels() >> level_ & 1) != 0) {
-      if (ringGeneration_ != Ringlog::generation()) enter(describe(raws...));
-      if (number_ != Ringlog::Format::filler)
-        Ringlog::ring()->record(level_, number_, size, fill);
-      else
-        Ringlog::ring()->drop();
-    }
+    if ((ringLevels() >> level_ & 1) != 0) toRing(size, fill, [&] { return describe(raws...); });
     if ((streamLevels() >> level_ & 1) != 0) {
       std::vector<std::byte> record(size);
       fill(record.data());
@@ -147,6 +141,17 @@ class TraceSite {
       return {kind, 0, std::string(raw.text)};
     else
       return {kind, kind == Ringlog::Kind::text ? std::uint8_t{0} : std::uint8_t{sizeof(Raw)}, {}};
+  }
+
+  template <class Fill, class Describe>
+  void toRing(std::size_t size, const Fill& fill, const Describe& describe) {
+    if (ringGeneration_ != Ringlog::generation()) [[unlikely]]
+      enter(describe());
+    if (ringGeneration_ != Ringlog::generation()) return;  // lost, in telling that it is full
+    if (number_ != Ringlog::Format::filler)
+      Ringlog::ring()->record(level_, number_, size, fill);
+    else
+      Ringlog::ring()->drop();
   }
 
   void enter(const Ringlog::Site& site) {

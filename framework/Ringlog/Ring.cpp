@@ -2,14 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <memory>
 #include <new>
-#include <sys/mman.h>
-#include <sys/resource.h>
+#include <optional>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -21,10 +17,7 @@ namespace {
 // The site table grows by so many bytes.
 constexpr std::size_t sitesStep = 65536;
 
-// The longest time between two anchors, in counter units: about a second.
-constexpr std::uint64_t longestAnchorInterval = std::uint64_t{1} << 32;
-
-std::string errorText(int error) { return std::system_category().message(error); }
+constexpr std::int64_t second = 1'000'000'000;
 
 template <class Clock>
 std::int64_t nanoseconds() {
@@ -39,125 +32,114 @@ Format::Anchor anchorNow() {
 
 }  // namespace
 
-Ring::Ring(const std::string& path, std::span<const std::size_t> levelSizes) : path_(path) {
-  if (const std::string why = create(path, levelSizes); !why.empty()) {
+Ring::Ring(const std::string& path, std::span<const std::size_t> levelSizes, unsigned predecessors)
+    : path_(path) {
+  if (const std::string why = begin(path, levelSizes, predecessors); !why.empty()) {
     error_ = "trace ring " + path + " is not written: " + why;
-    if (file_ >= 0) {
-      ::close(std::exchange(file_, -1));
-      std::remove(path.c_str());
-    }
+    file_.discard();
   }
 }
 
 Ring::~Ring() {
-  if (header_ != nullptr) {
-    anchor();
-    munmap(header_, mapped_);
-  }
-  if (file_ >= 0) ::close(file_);
+  if (isOpen()) anchor();
 }
 
-std::string Ring::create(const std::string& path, std::span<const std::size_t> levelSizes) {
+std::string Ring::begin(const std::string& path, std::span<const std::size_t> levelSizes,
+                        unsigned predecessors) {
   if (levelSizes.size() > mostLevels)
     return std::to_string(levelSizes.size()) + " levels, expected at most " +
            std::to_string(mostLevels);
   constexpr std::size_t kibibyte = 1024;
-  std::size_t size = Format::headerSize;
-  for (const std::size_t levelSize : levelSizes) size += levelSize * kibibyte;
-
-  file_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (file_ < 0) return errorText(errno);
-  if (std::string why = extend(size + sitesStep); !why.empty()) return why;
-  void* const map = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0);
-  if (map == MAP_FAILED) return errorText(errno);
-
-  mapped_ = size;
-  header_ = new (map) Format::Header{};
-  header_->byteOrder = Format::byteOrder;
-  header_->levels = static_cast<std::uint32_t>(levelSizes.size());
-  header_->process = static_cast<std::uint64_t>(getpid());
-  header_->sitesOffset = size;
-  std::size_t offset = Format::headerSize;
+  header_.byteOrder = Format::byteOrder;
+  header_.levels = static_cast<std::uint32_t>(levelSizes.size());
+  header_.process = static_cast<std::uint64_t>(getpid());
+  header_.sitesOffset = Format::headerSize;
   for (std::size_t level = 0; level < levelSizes.size(); ++level) {
-    header_->level[level] = {offset, levelSizes[level] * kibibyte, 0, 0};
-    levels_[level].bytes = static_cast<std::byte*>(map) + offset;
-    levels_[level].size = levelSizes[level] * kibibyte;
-    levels_[level].level = &header_->level[level];
-    offset += levels_[level].size;
+    header_.level[level] = {header_.sitesOffset, levelSizes[level] * kibibyte, 0, 0};
+    header_.sitesOffset += header_.level[level].size;
+  }
+
+  if (std::string why = file_.begin(path, predecessors); !why.empty()) return why;
+  fileSize_ = header_.sitesOffset + sitesStep;
+  if (std::string why = file_.extend(fileSize_); !why.empty()) return why;
+  if (!mapping_.map(file_.descriptor(), header_.sitesOffset, attendAt_))
+    return std::system_category().message(errno);
+
+  shared_ = new (mapping_.bytes()) Format::Header(header_);
+  for (std::size_t level = 0; level < levelSizes.size(); ++level) {
+    Region& region = levels_[level];
+    region.bytes = mapping_.bytes() + header_.level[level].offset;
+    region.size = header_.level[level].size;
+    region.level = &shared_->level[level];
+    region.sizes.resize(region.size / Format::alignment);
   }
   anchor();
-  header_->magic = Format::magic;
-  return {};
-}
-
-// Makes the file so long, with room on the disk for all of it: writing into a mapped hole on a full
-// disk would end the process, and so would growing past its limit.
-std::string Ring::extend(std::size_t size) {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
-      size > limit.rlim_cur)
-    return "it needs " + std::to_string(size) + " bytes, and the process may write files of " +
-           std::to_string(limit.rlim_cur);
-  const int error = posix_fallocate(file_, 0, static_cast<off_t>(size));
-  if (error != 0) return std::to_string(size) + " bytes: " + errorText(error);
-  fileSize_ = size;
+  header_.magic = Format::magic;
+  shared_->magic = Format::magic;
   return {};
 }
 
 std::uint16_t Ring::addSite(const Site& site) {
-  const std::string body = serialize(site);
-  const auto bodySize = static_cast<Format::SiteSize>(body.size());
-  const std::size_t at = header_->sitesOffset + header_->sitesSize;
-  const std::size_t end = at + sizeof bodySize + body.size();
+  std::string entry = serialize(site);
+  const auto bodySize = static_cast<Format::SiteSize>(entry.size());
+  entry.insert(0, reinterpret_cast<const char*>(&bodySize), sizeof bodySize);
+  const std::size_t at = header_.sitesOffset + header_.sitesSize;
+  const std::size_t end = at + entry.size();
   std::string why;
-  if (sites_ == Format::mostSites)
+  if (sites_ == Format::mostSites) {
     why = "it has all the " + std::to_string(sites_) + " statements that it can have";
-  else if (end > fileSize_)
-    why = extend(end + sitesStep);
-  if (why.empty()) {
-    // Written, not mapped: the table may be moved on by any number of steps.
-    const auto offset = static_cast<off_t>(at);
-    if (pwrite(file_, &bodySize, sizeof bodySize, offset) != sizeof bodySize ||
-        pwrite(file_, body.data(), body.size(), offset + static_cast<off_t>(sizeof bodySize)) !=
-            static_cast<ssize_t>(body.size()))
-      why = errorText(errno);
+  } else if (end > fileSize_) {
+    why = file_.extend(end + sitesStep);
+    if (why.empty()) fileSize_ = end + sitesStep;
   }
+  // Written, not mapped: the table may be moved on by any number of steps.
+  if (why.empty()) why = file_.write(at, entry);
   if (!why.empty()) {
     if (error_.empty()) error_ = "trace ring " + path_ + " takes no further statements: " + why;
     return Format::filler;
   }
-  publish(header_->sitesSize, end - header_->sitesOffset);
+  publish(shared_->sitesSize, header_.sitesSize += entry.size());
   return static_cast<std::uint16_t>(sites_++);
 }
 
 void Ring::fillUp(Region& region) {
   const std::size_t rest = region.size - region.headPlace;
-  free(region, rest);
   Format::Record record{};
   record.site = Format::filler;
   record.size = static_cast<std::uint16_t>(rest / Format::alignment);
-  std::memcpy(region.bytes + region.headPlace, &record, Format::alignment);
-  publish(region.level->head, region.level->head + rest);
-  region.headPlace = 0;
+  std::memcpy(advance(region, rest), &record, Format::alignment);
+  publish(region.level->head, region.head);
 }
 
-// The intervals double, so that the very first records have precise times too.
+// The intervals double, so that the very first records have precise times too, up to a second.
 void Ring::anchor() {
   const Format::Anchor now = anchorNow();
-  const std::uint64_t count = header_->anchors;
-  if (count == 0) header_->anchor[0] = now;
-  header_->anchor[1 + (count + 1) % 2] = now;
-  publish(header_->anchors, count + 1);
-  const std::uint64_t sinceFirst = now.counter - header_->anchor[0].counter;
-  constexpr std::uint64_t shortestAnchorInterval = 4096;
-  nextAnchor_ = now.counter + std::clamp(sinceFirst, shortestAnchorInterval, longestAnchorInterval);
+  Format::Anchor& first = header_.anchor[0];
+  if (header_.anchors == 0) shared_->anchor[0] = first = now;
+  shared_->anchor[1 + (header_.anchors + 1) % 2] = now;
+  publish(shared_->anchors, ++header_.anchors);
+  constexpr std::uint64_t shortestInterval = 4096;
+  const std::uint64_t ticks = now.counter - first.counter;
+  const auto seconds = static_cast<std::uint64_t>((now.steady - first.steady) / second);
+  attendAt_ = now.counter + std::max(ticks / std::max<std::uint64_t>(seconds, 1), shortestInterval);
+}
+
+std::string Ring::whyLost() const {
+  if (std::string why = file_.whyLost(); !why.empty()) return why;
+  // Up to the size of the site table the header stays as it was at the beginning.
+  if (std::memcmp(shared_, &header_, offsetof(Format::Header, sitesSize)) == 0) return {};
+  return "others have written over it";
 }
 
 namespace {
 
 struct Process {
   std::string directory;
+  unsigned predecessors = 3;
+  std::string path;
+  std::vector<std::size_t> levelSizes;
   std::unique_ptr<Ring> ring;
+  std::optional<std::int64_t> renewed;  // when another ring took the place of a lost one
   Levels levels = allLevels;
   std::string error;
   void (*errorSink)(const std::string&) = nullptr;
@@ -177,6 +159,15 @@ void ringIs(std::unique_ptr<Ring> ring) {
   ++Detail::generation;
 }
 
+void begin() {
+  Process& mine = process();
+  auto ring = std::make_unique<Ring>(mine.path, mine.levelSizes, mine.predecessors);
+  if (ring->isOpen())
+    ringIs(std::move(ring));
+  else
+    reportError(ring->error());
+}
+
 // What the last records say of the time is as good as what the first say.
 void anchorAtExit() {
   if (process().ring) process().ring->anchor();
@@ -184,19 +175,34 @@ void anchorAtExit() {
 
 }  // namespace
 
+void Detail::attend() {
+  Process& mine = process();
+  mine.ring->anchor();
+  const std::string why = mine.ring->whyLost();
+  if (why.empty()) return;
+  // Whoever takes the file away again and again costs a file a second.
+  const auto now = nanoseconds<std::chrono::steady_clock>();
+  if (mine.renewed && now - *mine.renewed < second) return;
+  mine.renewed = now;
+  mine.ring->discardFile();
+  ringIs(nullptr);
+  mine.error.clear();
+  begin();
+  if (mine.ring) reportError("trace ring " + mine.path + " is begun anew: " + why);
+}
+
 void directoryIs(std::string directory) { process().directory = std::move(directory); }
+
+void predecessorsIs(unsigned number) { process().predecessors = number; }
 
 void open(const std::string& name, std::span<const std::size_t> levelSizes) {
   Process& mine = process();
   if (mine.ring || mine.directory.empty()) return;
   static const int registered [[maybe_unused]] = std::atexit(anchorAtExit);
-  const std::string path = mine.directory + '/' + name;
-  std::rename(path.c_str(), (path + ".prev").c_str());  // there may be none
-  auto ring = std::make_unique<Ring>(path, levelSizes);
-  if (ring->isOpen())
-    ringIs(std::move(ring));
-  else
-    reportError(ring->error());
+  mine.path = mine.directory + '/' + name;
+  mine.levelSizes.assign(levelSizes.begin(), levelSizes.end());
+  mine.renewed.reset();
+  begin();
 }
 
 void close() { ringIs(nullptr); }

@@ -2,17 +2,21 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
+#include <ranges>
 #include <rapidcheck/gtest.h>
+#include <span>
 #include <sstream>
 #include <string>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -211,17 +215,29 @@ TEST_F(TraceTest, CutsLongTextsAndKeepsTheNewestWholeRecords) {
   }
 }
 
-TEST_F(TraceTest, OpensOnceAndKeepsTheFileOfTheProcessBefore) {
+TEST_F(TraceTest, OpensOnceAndKeepsTheFilesBefore) {
+  for (int i = 0; i < 6; ++i) {
+    if (i == 5) Ringlog::predecessorsIs(1);
+    open();
+    Ringlog::open("other.rlg", std::vector<std::size_t>(10, 33));
+    MORU_TRACE(1, " process ", i);
+    Ringlog::close();
+    MORU_TRACE(1, " nowhere");
+  }
+  Ringlog::predecessorsIs(3);
+  const auto holds = [&](const std::string& suffix, const std::string& text) {
+    EXPECT_THAT(texts(Ringlog::read(path() + suffix)), ElementsAre(HasSubstr(text))) << suffix;
+  };
+  holds("", " process 5");
+  holds(".prev", " process 4");
+  holds(".prev.2", " process 2");
+  holds(".prev.3", " process 1");
+  const std::filesystem::directory_iterator files(directory);
+  EXPECT_EQ(std::distance(begin(files), end(files)), 4) << "neither .prev.4 nor other.rlg";
+  Ringlog::predecessorsIs(0);
   open();
-  MORU_TRACE(1, " first process");
-  Ringlog::open("other.rlg", std::vector<std::size_t>(10, 33));
-  EXPECT_FALSE(std::filesystem::exists(directory + "/other.rlg"));
-  Ringlog::close();
-  MORU_TRACE(1, " nowhere");
-  open();
-  MORU_TRACE(1, " second process");
-  EXPECT_THAT(texts(Ringlog::read(path() + ".prev")), ElementsAre(HasSubstr("first process")));
-  EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr("second process")));
+  Ringlog::predecessorsIs(3);
+  holds(".prev", " process 4");
 }
 
 TEST_F(TraceTest, WantsTheLevelsThatItIsToldAlsoWithoutARing) {
@@ -253,37 +269,24 @@ TEST_F(TraceTest, TakesTheRecordsOfGlobalsThatAreDestroyedAtTheExit) {
   EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr(" the last one")));
 }
 
-// Writes until it is killed, from another point of a record for each delay.
-[[noreturn]] void writeForever(int delay) {
-  std::signal(SIGALRM, [](int) { raise(SIGKILL); });
-  for (unsigned i = 0;; ++i) {
-    MORU_TRACE(8, " ", i, " ", ~i);
-    MORU_TRACE(7, " ", i, " ", std::string(i % 100, 'z'));
-    if (i == 10'000U + static_cast<unsigned>(delay)) {
-      const itimerval soon{{0, 0}, {0, 50 + delay}};
-      setitimer(ITIMER_REAL, &soon, nullptr);
-    }
-  }
-}
-
+// At any place of the region, and in the middle of a record's values.
 TEST_F(TraceTest, AProcessThatIsKilledLeavesOnlyWholeRecords) {
-  for (const int delay : {0, 1, 3, 7}) {
+  for (unsigned records = 0; records < 60; ++records) {
     const int status = inChild([&] {
-      open(4);
-      writeForever(delay);
+      open(1);
+      for (unsigned i = 0; i < records; ++i) MORU_TRACE(8, " ", i, " ", std::string(i % 7, 'z'));
+      Ringlog::ring()->record(8, 0, 40, [](std::byte* to) {
+        std::memset(to, 0xff, 20);
+        raise(SIGKILL);
+      });
     });
     ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
     const auto contents = Ringlog::read(path());
     EXPECT_THAT(contents.problems, IsEmpty());
-    ASSERT_GT(contents.messages.size(), 100U);
-    std::uint32_t last = 0;
-    for (const auto& message : contents.messages) {
-      if (message.level != 8) continue;
-      const std::string values = message.text.substr(message.text.rfind(')') + 1);
-      const auto number = static_cast<std::uint32_t>(std::stoul(values));
-      EXPECT_EQ(values, " " + std::to_string(number) + " " + std::to_string(~number));
-      EXPECT_TRUE(last == 0 || number == last + 1) << number << " after " << last;
-      last = number;
+    EXPECT_GE(contents.messages.size(), std::min(records, 20U));
+    for (unsigned i = records; const auto& message : std::views::reverse(contents.messages)) {
+      --i;
+      EXPECT_TRUE(message.text.ends_with(" " + std::to_string(i) + " " + std::string(i % 7, 'z')));
     }
   }
 }
@@ -364,7 +367,7 @@ TEST_F(RingFailure, OfALimitOnTheSizeOfFiles) {
   EXPECT_EQ(limited(420'000, fill), 0);
   const auto contents = Ringlog::read(path());
   EXPECT_THAT(contents.problems, IsEmpty());
-  EXPECT_EQ(contents.messages.size(), 6U);
+  EXPECT_EQ(contents.messages.size(), 7U);
   EXPECT_EQ(contents.droppedMessages, 4U);
 }
 
@@ -376,6 +379,152 @@ TEST_F(RingFailure, OfAFullDisk) {
   EXPECT_TRUE(saidOnce("No space left on device"));
   EXPECT_FALSE(std::filesystem::exists(path()));
   umount(directory.c_str());
+}
+
+TEST_F(RingFailure, OfAFileThatAnotherProcessWrites) {
+  sayAll();
+  int toChild[2];
+  int toParent[2];
+  ASSERT_TRUE(pipe(toChild) == 0 && pipe(toParent) == 0);
+  char byte = 0;
+  const pid_t child = fork();
+  if (child == 0) {
+    open();
+    MORU_TRACE(1, " first");
+    if (write(toParent[1], &byte, 1) != 1 || read(toChild[0], &byte, 1) != 1) _exit(1);
+    MORU_TRACE(1, " goes on");
+    _exit(0);
+  }
+  ASSERT_EQ(read(toParent[0], &byte, 1), 1);
+  open();
+  MORU_TRACE(1, " second");
+  ASSERT_EQ(write(toChild[1], &byte, 1), 1);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(saidOnce("another process is writing it"));
+  EXPECT_THAT(texts(Ringlog::read(path())),
+              ElementsAre(HasSubstr(" first"), HasSubstr(" goes on")));
+  EXPECT_FALSE(std::filesystem::exists(path() + ".prev"));
+}
+
+TEST_F(RingFailure, OfAFileThatCannotBeKept) {
+  sayAll();
+  open();
+  MORU_TRACE(1, " precious");
+  Ringlog::close();
+  std::ofstream(path() + ".prev.2");
+  std::filesystem::create_directory(path() + ".prev.3");
+  open();
+  EXPECT_TRUE(
+      saidOnce("cannot keep " + path() + ".prev.2 as " + path() + ".prev.3: Is a directory"));
+  EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr(" precious")));
+}
+
+// What others do to the file while it is written: the process goes on in a new one, and says so.
+class RingLoss : public RingFailure {
+ protected:
+  // Has a record written behind `doIt`, and enough of them for the ring to look after its file.
+  void lose(const std::function<void()>& doIt, const std::string& why) {
+    SCOPED_TRACE(why);
+    stream.clear();
+    open(1);
+    sayAll();
+    MORU_TRACE(1, " before");
+    doIt();
+    for (int i = 0; i < 100'000 && stream.empty(); ++i) {
+      MORU_TRACE(1, " lost", i);
+      MORU_TRACE(2, std::string(200, 'x'));
+    }
+    MORU_TRACE(1, " after");
+    EXPECT_TRUE(saidOnce("is begun anew: " + why)) << testing::PrintToString(stream);
+    const auto contents = Ringlog::read(path());
+    EXPECT_THAT(contents.problems, IsEmpty());
+    auto newest = texts(contents);
+    if (newest.size() == 3) newest.erase(newest.begin() + 1);  // the statement that met the loss
+    EXPECT_THAT(newest, ElementsAre(HasSubstr(why), HasSubstr(" after")));
+    Ringlog::close();
+  }
+
+  void writeZeros(std::size_t from, std::size_t size) const {
+    std::fstream file(path(), std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(static_cast<std::streamoff>(from));
+    file.write(std::string(size, '\0').data(), static_cast<std::streamsize>(size));
+  }
+};
+
+TEST_F(RingLoss, BeginsANewFile) {
+  const auto size = [this] { return std::filesystem::file_size(path()); };
+  lose([&] { std::filesystem::resize_file(path(), 0); }, "others have cut it");
+  lose([&] { std::filesystem::resize_file(path(), 5000); }, "others have cut it");
+  lose([&] { std::filesystem::resize_file(path(), size() - 1); }, "others have cut it");
+  lose([&] { writeZeros(0, size()); }, "others have written over it");
+  EXPECT_FALSE(std::filesystem::exists(path() + ".prev.4"));
+  lose([&] { std::filesystem::remove(path()); }, "No such file or directory");
+  lose([&] { std::filesystem::rename(path(), path() + ".1"); }, "No such file or directory");
+  EXPECT_THAT(texts(Ringlog::read(path() + ".1")), testing::Contains(HasSubstr(" before")));
+  lose(
+      [&] {
+        std::filesystem::rename(path(), path() + ".1");
+        std::ofstream(path()) << "of somebody else";
+      },
+      "another file has its name");
+  EXPECT_EQ(std::filesystem::file_size(path() + ".prev"), 16U) << "is kept, as any other";
+}
+
+TEST_F(RingLoss, OfTheDirectoryEndsTheRing) {
+  sayAll();
+  open(1);
+  MORU_TRACE(1, " before");
+  std::filesystem::remove_all(directory);
+  for (int i = 0; i < 100'000 && stream.empty(); ++i) MORU_TRACE(1, " lost", i);
+  EXPECT_TRUE(saidOnce("is not written: No such file or directory"));
+  EXPECT_EQ(Ringlog::ring(), nullptr);
+}
+
+TEST_F(RingLoss, OfRecordsByZerosHangsNothing) {
+  open(1);
+  for (int i = 0; i < 100; ++i) {
+    MORU_TRACE(1, " ", i);
+    writeZeros(4096, 1024);
+  }
+  for (int i = 100; i < 200; ++i) MORU_TRACE(1, " ", i);
+  const auto contents = Ringlog::read(path());
+  EXPECT_THAT(contents.problems, IsEmpty());
+  EXPECT_GT(contents.messages.size(), 20U);
+  EXPECT_THAT(contents.messages.back().text, testing::EndsWith(" 199"));
+}
+
+// Touches a page of a file of its own that is cut off.
+void touchLostPage(const std::string& path) {
+  const int file = ::open(path.c_str(), O_RDWR | O_CREAT, 0644);
+  void* const map = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  *static_cast<volatile char*>(map) = 1;
+}
+
+TEST_F(RingLoss, LeavesOtherFaultsToWhomTheyConcern) {
+  const auto ends = [&](void (*handler)(int), bool isOpen) {
+    return inChild([&] {
+      std::signal(SIGBUS, handler);
+      open(1);
+      if (!isOpen) Ringlog::close();
+      touchLostPage(directory + "/other");
+    });
+  };
+  const auto mine = [](int) { _exit(7); };
+  EXPECT_EQ(WEXITSTATUS(ends(mine, true)), 7);
+  EXPECT_EQ(WEXITSTATUS(ends(mine, false)), 7);
+  EXPECT_EQ(WTERMSIG(ends(SIG_DFL, true)), SIGBUS);
+  EXPECT_EQ(WTERMSIG(ends(SIG_IGN, true)), SIGBUS) << "a fault cannot be ignored";
+  EXPECT_EQ(inChild([&] {
+              std::signal(SIGBUS, SIG_IGN);
+              open(1);
+              raise(SIGBUS);
+              Ringlog::close();
+              if (std::signal(SIGBUS, SIG_DFL) != SIG_IGN) _exit(1);
+            }),
+            0)
+      << "is ignored as before, and when the ring is closed the handler is the former one";
 }
 
 class RingCorruption : public TraceTest {
