@@ -6,12 +6,13 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
-#include <fstream>
+#include <fcntl.h>
 #include <iomanip>
-#include <iterator>
 #include <optional>
 #include <string_view>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 #include "framework/Ringlog/Format.h"
@@ -22,6 +23,10 @@ namespace Ringlog {
 namespace {
 
 using Bytes = std::span<const std::byte>;
+
+// A file of nonsense may be of any size, and ask for any amount of text.
+constexpr std::size_t mostRead = std::size_t{64} << 20;
+constexpr std::size_t mostText = std::size_t{256} << 20;
 
 template <class T>
 std::optional<T> at(Bytes file, std::size_t offset) {
@@ -40,12 +45,14 @@ std::string atMost(std::uint64_t most) { return "at most " + std::to_string(most
 // One pass over a file.
 class Pass {
  public:
-  Pass(Bytes file, Bytes later) : file_(file), later_(later) {}
+  Pass(Bytes file, Bytes before, Bytes after)
+      : file_(file), before_(at<Format::Header>(before, 0)), after_(at<Format::Header>(after, 0)) {}
 
   Contents run() && {
     if (!readHeader()) return std::move(contents_);
     readSites();
     for (unsigned level = 0; level < header_.levels; ++level) readLevel(level);
+    leaveOutUnsettled();
     std::stable_sort(contents_.messages.begin(), contents_.messages.end(),
                      [](const Message& left, const Message& right) { return right.isAfter(left); });
     return std::move(contents_);
@@ -81,6 +88,7 @@ class Pass {
       return false;
     }
     contents_.process = header_.process;
+    contents_.opened = header_.anchor[0].counter;
     contents_.droppedMessages = header_.droppedSites;
     return true;
   }
@@ -101,6 +109,10 @@ class Pass {
       if (left < sizeof(Format::SiteSize) || !size || *size > left - sizeof(Format::SiteSize)) {
         problem("the entry of site " + std::to_string(sites_.size()) + " at offset " +
                 std::to_string(offset) + " goes beyond the end of the site table");
+        return;
+      }
+      if (sites_.size() == Format::mostSites) {
+        problem("there are more than " + std::to_string(sites_.size()) + " statements");
         return;
       }
       auto site = deserialize(file_.subspan(offset + sizeof *size, *size));
@@ -132,7 +144,8 @@ class Pass {
       return;
     }
     // What the process has overwritten while the file was copied is not there any more.
-    const std::uint64_t tailNow = laterTail(number);
+    const std::uint64_t tailNow = after_ ? after_->level[number].tail : 0;
+    const std::uint64_t headBefore = before_ ? before_->level[number].head : level.head;
     const Bytes region = file_.subspan(level.offset, level.size);
     for (std::uint64_t position = level.tail; position < level.head;) {
       const std::uint64_t place = position % level.size;
@@ -147,8 +160,11 @@ class Pass {
                   std::to_string(std::min(level.head - position, level.size - place)));
         return;
       }
-      if (record->site != Format::filler && position >= tailNow)
+      if (record->site != Format::filler && position >= tailNow) {
+        if (position < headBefore && (!settled_ || isAfter(record->sequence, *settled_)))
+          settled_ = record->sequence;
         readRecord(number, level.offset + place, region.subspan(place, size));
+      }
       position += size;
     }
   }
@@ -160,12 +176,22 @@ class Pass {
     std::uint16_t size;
   };
 
-  std::uint64_t laterTail(unsigned number) const {
-    const auto later = at<Format::Header>(later_, 0);
-    return later ? later->level[number].tail : 0;
+  // Numbers wrap around.
+  static bool isAfter(std::uint32_t sequence, std::uint32_t other) {
+    return static_cast<std::int32_t>(sequence - other) > 0;
+  }
+
+  // The heads of the levels are not read at one time: of two messages of different levels the later
+  // may be seen, and the earlier not. Whatever came up to one that was there before is there now.
+  void leaveOutUnsettled() {
+    if (settled_)
+      std::erase_if(contents_.messages, [this](const Message& message) {
+        return isAfter(message.sequence, *settled_);
+      });
   }
 
   void readRecord(unsigned level, std::uint64_t offset, Bytes bytes) {
+    if (text_ > mostText) return;
     const auto record = *at<Format::Record>(bytes, 0);
     const bool known = record.site < sites_.size() && sites_[record.site].has_value();
     const auto text =
@@ -176,6 +202,10 @@ class Pass {
               (known ? ", which has other values" : ", which the site table does not have"));
       return;
     }
+    text_ += sizeof(Message) + text->size();
+    if (text_ > mostText)
+      problem("its messages take more than " + std::to_string(mostText) +
+              " bytes; the rest is not read");
     contents_.messages.push_back({timeOf(record.counter), record.counter, record.sequence, level,
                                   sites_[record.site]->facility, *text});
   }
@@ -201,14 +231,44 @@ class Pass {
   }
 
   Bytes file_;
-  Bytes later_;
+  std::optional<Format::Header> before_;
+  std::optional<Format::Header> after_;
   Format::Header header_{};
   std::vector<std::optional<Site>> sites_;
+  std::optional<std::uint32_t> settled_;  // the newest that had been there before
+  std::size_t text_ = 0;
   Contents contents_;
 };
 
-std::vector<char> contentsOf(std::ifstream& file) {
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+struct Descriptor {
+  explicit Descriptor(const std::string& path)
+      : number(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (number >= 0) ::close(number);
+  }
+  int number;
+};
+
+// The first bytes of a file, as many as there are; if it cannot be read errno says why.
+std::vector<std::byte> beginningOf(const Descriptor& file, std::size_t size) {
+  std::vector<std::byte> bytes(size);
+  std::size_t done = 0;
+  errno = 0;
+  while (done < size) {
+    const auto part =
+        pread(file.number, bytes.data() + done, size - done, static_cast<off_t>(done));
+    if (part <= 0) break;
+    done += static_cast<std::size_t>(part);
+  }
+  bytes.resize(done);
+  return bytes;
+}
+
+bool isRing(Bytes file) {
+  const auto header = at<Format::Header>(file, 0);
+  return header && header->magic == Format::magic;
 }
 
 }  // namespace
@@ -217,22 +277,29 @@ bool Message::isAfter(const Message& other) const {
   return std::pair(counter, sequence) > std::pair(other.counter, other.sequence);
 }
 
-Contents read(std::span<const std::byte> file, std::span<const std::byte> later) {
-  return Pass(file, later).run();
+Contents read(std::span<const std::byte> file, std::span<const std::byte> before,
+              std::span<const std::byte> after) {
+  return Pass(file, before, after).run();
 }
 
 Contents read(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  const std::vector<char> bytes = contentsOf(file);
-  if (!file.is_open() || file.bad()) {
+  const Descriptor file(path);
+  struct stat status {};
+  const bool found = file.number >= 0 && fstat(file.number, &status) == 0;
+  const auto before = found ? beginningOf(file, Format::headerSize) : std::vector<std::byte>();
+  if (!found || errno != 0) {
     Contents contents;
     contents.problems.push_back(path + ": " + std::system_category().message(errno));
     return contents;
   }
-  std::ifstream again(path, std::ios::binary);
-  std::vector<char> later(Format::headerSize);
-  again.read(later.data(), static_cast<std::streamsize>(later.size()));
-  return read(std::as_bytes(std::span(bytes)), std::as_bytes(std::span(later)));
+  if (!isRing(before)) return read(before);
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  const auto bytes = beginningOf(file, std::min<std::uint64_t>(size, mostRead));
+  auto contents = read(bytes, before, beginningOf(file, Format::headerSize));
+  if (size > mostRead)
+    contents.problems.push_back(sized("the file's size", size, atMost(mostRead)) +
+                                "; the rest is not read");
+  return contents;
 }
 
 std::ostream& operator<<(std::ostream& out, const Message& message) {

@@ -1,5 +1,6 @@
 // Reads a ring file: of a process that runs, has ended, or has died in the middle of anything.
-// Nothing in the file is taken on trust. What is sound is read, and the rest is reported.
+// Nothing in the file is taken on trust. What is sound is read, and the rest is reported. Whatever
+// the file holds, no more than some 400 MiB of memory is used.
 #pragma once
 
 #include <cstddef>
@@ -24,19 +25,27 @@ struct Message {
 };
 
 struct Contents {
-  std::uint64_t process = 0;          // the id of the process that wrote the file
+  std::uint64_t process = 0;  // the id of the process that wrote the file
+  std::uint64_t opened =
+      0;  // when, as a counter value: with the process it tells one file from others
   std::uint64_t droppedMessages = 0;  // of statements for which the file had no room
-  std::vector<Message> messages;      // of all levels, in the order of time
+  // Of all levels, in the order of time. Of a live file they are all that were written up to the
+  // last of them, but for those overwritten since, and so are without a gap where a later reading
+  // goes on.
+  std::vector<Message> messages;
   std::vector<std::string>
       problems;  // what could not be read: where, what stands there, what should
 };
 
-// Never throws; a file that cannot be opened is a problem.
+// Never throws; a file that cannot be opened is a problem. It is copied, and not mapped: it could
+// be cut meanwhile.
 Contents read(const std::string& path);
 
-// The same for the bytes of a file. What has been overwritten by the time that `later` was taken, a
-// second copy of its first bytes, is left out: a live file is copied while it is written.
-Contents read(std::span<const std::byte> file, std::span<const std::byte> later);
+// The same for the bytes of a file. A live file is written while it is copied: `before` and `after`
+// are copies of its header from before and after. They tell which messages may be missing among
+// later ones, and which have been overwritten; both are left out.
+Contents read(std::span<const std::byte> file, std::span<const std::byte> before = {},
+              std::span<const std::byte> after = {});
 
 // "2026-11-21 05:10:11.123456789 8 void Vxlan::...", in UTC, with the level before the text.
 std::ostream& operator<<(std::ostream& out, const Message& message);
