@@ -6,7 +6,7 @@ namespace Agent {
 enum ExitStatus : int {
   done = 0,
   failed = 1,    // a malformed line, a file that cannot be read or written
-  refused = 2,   // an exception of the data model or of the client
+  refused = 2,   // an exception of the data model or of the client, a damaged trace ring file
   restless = 3,  // a replay that does not come to rest
   wrongUsage = 64,
   signalled = 128,  // and the signal's number added

@@ -76,6 +76,14 @@ std::string secondsText(double seconds) {
 }
 
 std::string utcText(std::int64_t nanoseconds) {
+  std::string text = rfc3339Text(nanoseconds);
+  text[text.find('T')] = ' ';
+  constexpr std::size_t beyondMicroseconds = 4;  // three digits, and the zone
+  text.resize(text.size() - beyondMicroseconds);
+  return text;
+}
+
+std::string rfc3339Text(std::int64_t nanoseconds) {
   constexpr std::int64_t second = 1'000'000'000;
   std::int64_t part = nanoseconds % second;
   if (part < 0) part += second;
@@ -83,8 +91,8 @@ std::string utcText(std::int64_t nanoseconds) {
   std::tm utc{};
   gmtime_r(&seconds, &utc);
   std::ostringstream text;
-  text << std::put_time(&utc, "%Y-%m-%d %H:%M:%S") << '.' << std::setfill('0') << std::setw(6)
-       << part / 1'000;
+  text << std::put_time(&utc, "%Y-%m-%dT%H:%M:%S") << '.' << std::setfill('0') << std::setw(9)
+       << part << 'Z';
   return std::move(text).str();
 }
 

@@ -19,6 +19,9 @@ std::string secondsText(double seconds);
 // microseconds.
 std::string utcText(std::int64_t nanoseconds);
 
+// The same as programs read it (RFC 3339), to the nanosecond: "2026-11-21T05:10:11.123456789Z".
+std::string rfc3339Text(std::int64_t nanoseconds);
+
 // "on" or "off".
 const char* onOff(bool value);
 

@@ -7,15 +7,19 @@
 //   # agent.rlg: process 4711
 //   2026-11-21 05:10:11.123456 8 Vxlan void Vxlan::... vni: 10010
 //   # 3 messages were dropped: the file had no room for their statements
+//   # 43 messages were lost: overwritten before they could be read
 //
-// As JSON, the same as one object a line; `ns` counts from the beginning of 1970:
+// As JSON, the same as one object a line; `ns` counts from the beginning of 1970, as a text, for it
+// is beyond what all readers of JSON take for a number:
 //
 //   {"file": "agent.rlg", "process": 4711}
-//   {"time": "2026-11-21 05:10:11.123456", "ns": 1795237811123456789, "level": 8,
+//   {"time": "2026-11-21T05:10:11.123456789Z", "ns": "1795237811123456789", "level": 8,
 //    "facility": "Vxlan", "text": "void Vxlan::... vni: 10010"}
-//   {"droppedMessages": 3}
+//   {"droppedMessages": 3, "reason": "..."}
+//   {"lostMessages": 43, "reason": "..."}
 //
-// Times are in UTC, as logs of several switches are read side by side.
+// Times are in UTC, as logs of several switches are read side by side. A file that is followed is
+// read from time to time; what a burst has overwritten meanwhile is lost, and counted.
 #pragma once
 
 #include <atomic>
@@ -36,15 +40,16 @@ Pause pauseUntil(const std::atomic<bool>& stop,
 struct TraceOptions {
   std::string file{};
   unsigned mostLevel = 9;  // messages of the levels from 0 to this one
-  std::string grep{};  // a regular expression (ECMAScript) that is found in the message; empty: all
+  std::string grep{};      // a regular expression (of RE2) that is found in the message; empty: all
   bool json = false;
   // Set: goes on to print new messages, also of the file that a restarted process puts in the place
   // of this one, until it returns false.
   Pause follow{};
 };
 
-// Returns 0, or 1 with an error on `errors` if the regular expression is none, or the file is not
-// there or no ring file. What is damaged in a ring file is told on `errors`, and the rest printed.
+// Returns an exit status: failed if the file cannot be read, refused if it is damaged or no ring
+// file, wrongUsage if the regular expression is none. What is damaged in a ring file is told on
+// `errors`, and the rest printed.
 int traceCommand(const TraceOptions& options, std::ostream& out, std::ostream& errors);
 
 }  // namespace Agent

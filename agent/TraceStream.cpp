@@ -17,7 +17,7 @@ TraceStream::TraceStream(std::ostream& out, unsigned mostLevel,
                          std::function<std::string()> timeText)
     : facilities_(std::move(facilities)) {
   Moru::traceSinkIs([&out, timeText = std::move(timeText)](const Moru::TraceMessage& message) {
-    out << timeText() << ' ' << message.level << ' ' << message.text << '\n';
+    out << timeText() << ' ' << message.level << ' ' << printable(message.text) << '\n';
   });
   const Moru::TraceFacility::Levels levels = (2U << mostLevel) - 1;
   for (Moru::TraceFacility* const facility : facilities_)

@@ -26,8 +26,8 @@ using Command = std::function<int()>;
 
 constexpr const char* exitCodes =
     "Exit status: 0 done; 1 a malformed line, or a file that cannot be read or written; 2 an\n"
-    "exception of the data model or of the client; 3 a replay that does not come to rest;\n"
-    "64 wrong usage; 128+N ended by signal N.";
+    "exception of the data model or of the client, or a damaged trace ring file; 3 a replay that\n"
+    "does not come to rest; 64 wrong usage; 128+N ended by signal N.";
 
 // Each of these adds a command, and returns what it does; the options live as long as that.
 
@@ -115,7 +115,7 @@ Command addTrace(CLI::App& program) {
       ->check(CLI::Range(0U, 9U))
       ->capture_default_str();
   command.add_option("--grep", options->trace.grep,
-                     "Messages in which this regular expression is found");
+                     "Messages in which this regular expression (of RE2) is found");
   command.add_flag("--follow", options->follow, "Go on with new messages until interrupted");
   command.add_option("--format", options->format, "text or json")
       ->check(CLI::IsMember({"text", "json"}))

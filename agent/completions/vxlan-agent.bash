@@ -5,12 +5,14 @@ _vxlan_agent_reply() {
   mapfile -t COMPREPLY < <(compgen -W "$*" -- "$_vxlan_agent_typed")
 }
 
-# _vxlan_agent_files SUFFIX: directories, and the files that end in it.
+# _vxlan_agent_files PATTERN...: directories, and the files that end in one of them.
 _vxlan_agent_files() {
   compopt -o filenames 2>/dev/null
   mapfile -t COMPREPLY < <(
     compgen -d -- "$_vxlan_agent_typed" || true
-    compgen -f -X "!*$1" -- "$_vxlan_agent_typed"
+    for pattern; do
+      compgen -f -X "!*$pattern" -- "$_vxlan_agent_typed"
+    done
   )
 }
 
@@ -74,7 +76,7 @@ _vxlan_agent() {
     check:-*) _vxlan_agent_reply - --help ;;
     generate:*) _vxlan_agent_reply --vnis --hosts --vteps --moves --restarts --seed --help ;;
     replay:* | check:*) _vxlan_agent_files .jsonl ;;
-    trace:*) _vxlan_agent_files .rlg ;;
+    trace:*) _vxlan_agent_files .rlg '.rlg.prev*' ;;
   esac
 }
 

@@ -1,4 +1,5 @@
 // The trace command over ring files, also of processes that come and go, and the trace stream.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -98,12 +99,15 @@ TEST_F(TraceViewTest, FiltersByLevelAndText) {
   EXPECT_THAT(errors.str(), IsEmpty());
 }
 
-TEST_F(TraceViewTest, PrintsJsonWithBytesThatAreNoText) {
+TEST_F(TraceViewTest, PrintsWhatNoTerminalActsOn) {
   open();
-  say("\"\xff\n");
+  say("\"\033[2J\xff\n\xc2\x9b");
+  EXPECT_THAT(lines(), ElementsAre(header(), HasSubstr("\"\\x1B[2J\\xFF\\x0A\\xC2\\x9B")));
   options.json = true;
   std::ostringstream out;
   EXPECT_EQ(traceCommand(options, out, errors), 0);
+  EXPECT_TRUE(
+      std::ranges::none_of(out.str(), [](char c) { return c >= 0x7f || (c < ' ' && c != '\n'); }));
   std::istringstream in(out.str());
   std::string line;
   std::getline(in, line);
@@ -113,26 +117,26 @@ TEST_F(TraceViewTest, PrintsJsonWithBytesThatAreNoText) {
   const auto message = nlohmann::json::parse(line);
   EXPECT_EQ(message["level"], 3);
   EXPECT_EQ(message["facility"], "Test");
-  EXPECT_EQ(message["text"], sayText + "\"\ufffd\n");
-  EXPECT_EQ(message["time"], Agent::utcText(message["ns"]));
+  EXPECT_EQ(message["text"], sayText + "\"\033[2J\ufffd\n\u009b");
+  EXPECT_EQ(message["time"], Agent::rfc3339Text(std::stoll(message["ns"].get<std::string>())));
   EXPECT_FALSE(std::getline(in, line));
 }
 
 TEST_F(TraceViewTest, SaysWhyThereIsNothingToShow) {
-  const auto error = [this] {
+  const auto error = [this](int expected) {
     errors.str("");
     EXPECT_THAT(lines(), IsEmpty());
-    EXPECT_EQ(status, 1);
+    EXPECT_EQ(status, expected);
     return errors.str();
   };
   options.follow = [] { return true; };  // errors end this, too
-  EXPECT_EQ(error(), options.file + ": No such file or directory\n");
+  EXPECT_EQ(error(1), options.file + ": No such file or directory\n");
   std::ofstream(options.file) << "no ring at all";
-  EXPECT_THAT(error(), StartsWith(options.file + ": not a trace ring file: "));
+  EXPECT_THAT(error(2), StartsWith(options.file + ": problem: the file's size is 14"));
   options.file = directory;
-  EXPECT_EQ(error(), directory + ": not a regular file\n");
+  EXPECT_EQ(error(1), directory + ": not a regular file\n");
   options.grep = "(";
-  EXPECT_THAT(error(), StartsWith("the regular expression '(' is not valid: "));
+  EXPECT_THAT(error(64), StartsWith("--grep: the regular expression '(' is not valid: "));
 }
 
 TEST_F(TraceViewTest, ShowsWhatIsSoundOfADamagedFile) {
@@ -152,10 +156,43 @@ TEST_F(TraceViewTest, ShowsWhatIsSoundOfADamagedFile) {
   options.follow = [&turns] { return ++turns < 4; };
   EXPECT_THAT(lines(),
               ElementsAre(header(), HasSubstr("sound"), StartsWith("# 3 messages were dropped")));
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(status, 2);
   const std::string start = options.file + ": problem: level 8: ";
   EXPECT_THAT(errors.str(), StartsWith(start));
   EXPECT_EQ(errors.str().rfind(start), 0U) << "said once, though the file is read four times";
+}
+
+TEST_F(TraceViewTest, SearchesLongTexts) {
+  open();
+  const Ringlog::Site site{3, "Test", "f()", {{Ringlog::Kind::label, 0, std::string(60'000, 'a')}}};
+  Ringlog::ring()->record(3, Ringlog::ring()->addSite(site), 0, [](std::byte*) {});
+  options.grep = "(a|b)*!|(a*b*)*!";
+  EXPECT_THAT(lines(), ElementsAre(header()));
+}
+
+TEST_F(TraceViewTest, CountsWhatABurstHasOverwritten) {
+  open();
+  say("at first");
+  int turns = 0;
+  const auto burst = [](int messages) {
+    for (int i = 0; i < messages; ++i) whisper(std::to_string(i));
+  };
+  options.follow = [&] {
+    if (++turns == 1) say("between");
+    if (turns == 2) burst(10);
+    if (turns == 3) burst(10'000);
+    return turns < 5;
+  };
+  options.grep = "say|9998";
+  options.json = false;
+  const auto shown = lines();
+  options.grep = "";
+  turns = 9;
+  const std::size_t kept = lines().size() - 3;
+  EXPECT_THAT(shown, ElementsAre(header(), HasSubstr("at first"), HasSubstr("between"),
+                                 "# " + std::to_string(10'000 - kept) +
+                                     " messages were lost: overwritten before they could be read",
+                                 HasSubstr(" 9998")));
 }
 
 TEST_F(TraceViewTest, FollowsTheFileAndTheOneThatTakesItsPlace) {
@@ -179,7 +216,16 @@ TEST_F(TraceViewTest, FollowsTheFileAndTheOneThatTakesItsPlace) {
         open();
         say("again");
       },
-      [this] { std::filesystem::rename(options.file + ".prev", options.file); },
+      [this] {
+        Ringlog::close();
+        std::filesystem::rename(options.file + ".prev", options.file);
+      },
+      [] {
+        for (const char* const text : {"second", "third"}) {
+          reopen();
+          say(text);
+        }
+      },
   };
   std::size_t turn = 0;
   options.follow = [&] {
@@ -190,7 +236,9 @@ TEST_F(TraceViewTest, FollowsTheFileAndTheOneThatTakesItsPlace) {
   EXPECT_THAT(lines(),
               ElementsAre(header(), HasSubstr("at first"), HasSubstr("later"),
                           HasSubstr("last of the former"), header(), HasSubstr("first of the next"),
-                          header(), HasSubstr("again"), header(), HasSubstr("first of the next")))
+                          header(), HasSubstr("again"), HasSubstr("# the file before is gone"),
+                          header(), HasSubstr("first of the next"), header(), HasSubstr("second"),
+                          header(), HasSubstr("third")))
       << "also of a file that is older than the one before";
   EXPECT_EQ(turn, turns.size());
   EXPECT_THAT(errors.str(), IsEmpty());
