@@ -5,6 +5,7 @@
 #include <span>
 #include <utility>
 
+#include "agent/JsonFault.h"
 #include "agent/Path.h"
 #include "agent/Values.h"
 #include "framework/Moru/Exception.h"
@@ -117,9 +118,7 @@ Line Journal::parse(std::string_view text) {
   constexpr bool copyForPadding = false;
   Json json;
   const auto error = parser_->json.parse(text.data(), text.size(), copyForPadding).get(json);
-  if (error != simdjson::SUCCESS)
-    throw JournalError("not JSON (" + std::string(simdjson::error_message(error)) +
-                       "): expected one JSON object on the line");
+  if (error != simdjson::SUCCESS || !json.is_object()) throw JournalError(jsonFault(text));
   const auto fields =
       fieldsOf(json, "line", "at", "set", "del", "dump", "start", "stop", "absent", "value");
   at_ = timeOf(fields.front(), at_);
