@@ -10,7 +10,7 @@ void Progress::update(std::uint64_t line, double at) {
   constexpr std::uint64_t linesBetween = 1024;  // to ask the clock only so often
   constexpr auto timeBetween = std::chrono::milliseconds(200);
   if (!isOn_ || line % linesBetween != 0) return;
-  const auto now = Clock::now();
+  const auto now = now_();
   if (now - shown_ < timeBetween) return;
   shown_ = now;
   isShown_ = true;

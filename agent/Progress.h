@@ -3,13 +3,18 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <ostream>
+#include <utility>
 
 namespace Agent {
 
 class Progress {
  public:
-  Progress(std::ostream& terminal, bool isOn) : terminal_(terminal), isOn_(isOn) {}
+  using Clock = std::chrono::steady_clock;
+
+  Progress(std::ostream& terminal, bool isOn, std::function<Clock::time_point()> now = Clock::now)
+      : terminal_(terminal), isOn_(isOn), now_(std::move(now)) {}
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
   ~Progress() { clear(); }
@@ -21,12 +26,11 @@ class Progress {
   void clear();
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   std::ostream& terminal_;
   const bool isOn_;
   bool isShown_ = false;
-  Clock::time_point shown_ = Clock::now();
+  const std::function<Clock::time_point()> now_;
+  Clock::time_point shown_ = now_();
 };
 
 }  // namespace Agent

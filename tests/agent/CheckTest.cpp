@@ -10,10 +10,12 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "agent/Check.h"
 #include "agent/Lifecycle.h"
+#include "agent/Progress.h"
 
 namespace {
 
@@ -71,6 +73,31 @@ TEST(Lifecycle, GathersWhatIsAbsentAndForgetsAClientThatFailed) {
   EXPECT_THROW(lifecycle.follow(Agent::Stop()), Agent::JournalError);
   lifecycle.follow(Agent::Start());
   EXPECT_TRUE(lifecycle.running());
+}
+
+TEST(Progress, IsShownAFewTimesASecondAndTakenBack) {
+  std::ostringstream terminal;
+  Agent::Progress::Clock::time_point now;
+  const auto shown = [&] { return std::exchange(terminal, std::ostringstream()).str(); };
+  {
+    Agent::Progress progress(terminal, true, [&] { return now; });
+    progress.update(1024, 1);
+    now += std::chrono::milliseconds(200);
+    progress.update(1025, 1);
+    EXPECT_EQ(shown(), "") << "too soon, and not worth a look at the clock";
+    progress.update(2048, 1.5);
+    progress.update(3072, 2);
+    EXPECT_EQ(shown(), "\rline 2048, at 1.500000 s");
+    progress.clear();
+    progress.clear();
+    EXPECT_EQ(shown(), "\r\x1b[K");
+    now += std::chrono::milliseconds(200);
+    progress.update(4096, 2);
+    shown();
+  }
+  EXPECT_EQ(shown(), "\r\x1b[K") << "gone with its owner";
+  Agent::Progress(terminal, false, [&] { return now += std::chrono::hours(1); }).update(1024, 1);
+  EXPECT_EQ(shown(), "");
 }
 
 TEST(JournalFile, ReadsEveryExampleWithoutComplaint) {
