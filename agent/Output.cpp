@@ -1,7 +1,5 @@
 #include "agent/Output.h"
 
-#include <cerrno>
-#include <system_error>
 #include <utility>
 
 #include "agent/Diff.h"
@@ -42,13 +40,6 @@ void Output::turn(const Turn& turn) {
   if (options_.format == Format::json) return printJson(out_, turn);
   if (!std::exchange(timelineBegun_, true)) printTimelineHeader(out_);
   printTimeline(out_, turn);
-}
-
-void Output::flush() {
-  errno = 0;
-  if (!out_.flush())
-    throw std::system_error(errno != 0 ? errno : EIO, std::generic_category(),
-                            "cannot write the output");
 }
 
 }  // namespace Agent

@@ -44,8 +44,7 @@ class Replay {
   Replay(const Replay&) = delete;
   Replay& operator=(const Replay&) = delete;
 
-  // Plays it all. Throws std::system_error when the output cannot be written,
-  // std::ios_base::failure when the journal cannot be read.
+  // Plays it all. Throws what the streams throw that cannot be read or written.
   ExitStatus run();
 
   // The time of the recording, without counting as a reading.

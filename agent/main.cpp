@@ -1,18 +1,18 @@
 // vxlan-agent: runs the controller client over recorded state, and shows what it makes of it.
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <exception>
 #include <functional>
-#include <iostream>
 #include <map>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <system_error>
 #include <unistd.h>
 #include <vector>
 
 #include "agent/Check.h"
+#include "agent/Descriptor.h"
 #include "agent/ExitStatus.h"
 #include "agent/Generate.h"
 #include "agent/Replay.h"
@@ -22,7 +22,8 @@
 
 namespace {
 
-using Command = std::function<int()>;
+// Returns the exit status.
+using Command = std::function<int(std::ostream& out, std::ostream& errors)>;
 
 constexpr const char* exitCodes =
     "Exit status: 0 done; 1 a malformed line, or a file that cannot be read or written; 2 an\n"
@@ -83,7 +84,7 @@ Command addReplay(CLI::App& program) {
       .add_option("--ring", options->ringDirectory,
                   "Directory for the trace ring file; none is written if not given")
       ->check(CLI::ExistingDirectory);
-  return [options] {
+  return [options](std::ostream& out, std::ostream& errors) -> int {
     auto& each = options->replay;
     each.output.table.mostRows = options->rows == 0 ? Agent::TableOptions::all : options->rows;
     each.output.table.colours = isatty(STDOUT_FILENO) != 0;
@@ -92,10 +93,10 @@ Command addReplay(CLI::App& program) {
     std::optional<unsigned> traceLevel;
     if (options->traceLevel >= 0) traceLevel = static_cast<unsigned>(options->traceLevel);
     Ringlog::directoryIs(options->ringDirectory);
-    const int status =
-        Agent::replayCommand(options->journals, each, traceLevel, std::cout, std::cerr);
-    if (!Ringlog::error().empty()) std::cerr << "the trace ring: " << Ringlog::error() << '\n';
-    return status;
+    const int status = Agent::replayCommand(options->journals, each, traceLevel, out, errors);
+    if (Ringlog::error().empty()) return status;
+    errors << "vxlan-agent: " << Ringlog::error() << '\n';
+    return status == Agent::ExitStatus::done ? Agent::ExitStatus::failed : status;
   };
 }
 
@@ -120,13 +121,13 @@ Command addTrace(CLI::App& program) {
   command.add_option("--format", options->format, "text or json")
       ->check(CLI::IsMember({"text", "json"}))
       ->capture_default_str();
-  return [options] {
+  return [options](std::ostream& out, std::ostream& errors) {
     options->trace.json = options->format == "json";
     if (options->follow) {
       Agent::StopSignal::install();
       options->trace.follow = Agent::pauseUntil(Agent::StopSignal::isSet());
     }
-    return Agent::traceCommand(options->trace, std::cout, std::cerr);
+    return Agent::traceCommand(options->trace, out, errors);
   };
 }
 
@@ -135,14 +136,14 @@ Command addCheck(CLI::App& program) {
   CLI::App& command = *program.add_subcommand("check", "Validate journals without running them");
   command.footer("Exit status 1 if a line is malformed, else 2 if a value is refused.");
   command.add_option("JOURNAL", *journals, "State journals; - is the standard input")->required();
-  return [journals]() -> int {
+  return [journals](std::ostream& out, std::ostream& errors) -> int {
     Agent::CheckResult sum;
     for (const std::string& path : *journals) {
       Agent::JournalFile file(path);
       const auto result =
-          Agent::check(file, [](const std::string& what) { std::cerr << what << '\n'; });
-      std::cout << file.name() << ": " << result.lines << " good lines, " << result.malformed
-                << " malformed, " << result.refused << " refused\n";
+          Agent::check(file, [&](const std::string& what) { errors << what << '\n'; });
+      out << file.name() << ": " << result.lines << " good lines, " << result.malformed
+          << " malformed, " << result.refused << " refused\n";
       sum.malformed += result.malformed;
       sum.refused += result.refused;
     }
@@ -170,13 +171,13 @@ Command addGenerate(CLI::App& program) {
       ->capture_default_str();
   command.add_option("--seed", options->seed, "Another seed, another journal")
       ->capture_default_str();
-  return [options]() -> int {
-    Agent::generate(*options, std::cout);
+  return [options](std::ostream& out, std::ostream&) -> int {
+    Agent::generate(*options, out);
     return Agent::ExitStatus::done;
   };
 }
 
-int run(int argc, char** argv) {
+int run(int argc, char** argv, std::ostream& out, std::ostream& errors) {
   CLI::App program("The VXLAN controller client over recorded state.", "vxlan-agent");
   program.set_version_flag("--version", VXLAN_VERSION);
   program.require_subcommand(1);
@@ -188,24 +189,30 @@ int run(int argc, char** argv) {
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return program.exit(error) == 0 ? Agent::ExitStatus::done : Agent::ExitStatus::wrongUsage;
+    const int status = program.exit(error, out, errors);
+    return status == 0 ? Agent::ExitStatus::done : Agent::ExitStatus::wrongUsage;
   }
-  const int status = commands.at(program.get_subcommands().front()->get_name())();
-  errno = 0;
-  if (!std::cout.flush())
-    throw std::system_error(errno != 0 ? errno : EIO, std::generic_category(),
-                            "cannot write the output");
-  return status;
+  return commands.at(program.get_subcommands().front()->get_name())(out, errors);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::ios_base::sync_with_stdio(false);
+  using Agent::OutputStream;
+  OutputStream out(STDOUT_FILENO, "the output", OutputStream::Buffering::blocks);
+  OutputStream errors(STDERR_FILENO, "standard error", OutputStream::Buffering::lines);
+  int status = Agent::ExitStatus::failed;
   try {
-    return run(argc, argv);
+    Agent::occupyStandardDescriptors();
+    out.exceptions(std::ios::badbit);
+    status = run(argc, argv, out, errors);
+    out.flush();
+    errors.check();
   } catch (const std::exception& error) {
-    std::cerr << "vxlan-agent: " << error.what() << '\n';
-    return Agent::ExitStatus::failed;
+    errors << "vxlan-agent: " << error.what() << '\n';
+    if (status == Agent::ExitStatus::done) status = Agent::ExitStatus::failed;
   }
+  out.exceptions(std::ios::goodbit);
+  out.flush();  // what was printed before a failure
+  return status;
 }
