@@ -7,7 +7,6 @@
 #include <string>
 
 #include "agent/Journal.h"
-#include "agent/JournalFile.h"
 
 namespace Agent {
 
@@ -17,12 +16,9 @@ struct CheckResult {
   std::uint64_t refused = 0;    // those with a value that the data model refuses
 };
 
-// `report` is called for each line that is not good, in order, with "FILE:LINE: what is wrong".
-// Throws std::ios_base::failure when the journal cannot be read.
+// Reads the journal once. `report` is called for each line that is not good, in order, with
+// "FILE:LINE: what is wrong". Throws what the journal's stream throws.
 using Report = std::function<void(const std::string&)>;
-CheckResult check(JournalFile& file, const Report& report);
-
-// The same for a journal of which it is known whether it has a start line.
-CheckResult check(Journal& journal, bool hasStart, const Report& report);
+CheckResult check(Journal& journal, const Report& report);
 
 }  // namespace Agent

@@ -1,35 +1,45 @@
-// A journal that can be read twice: first for whether it has a start line, then for its lines.
+// The text of a journal: a file, a pipe or the standard input. It can be looked through for a start
+// line before it is read.
 #pragma once
 
-#include <cstdio>
-#include <fstream>
+#include <cstddef>
 #include <istream>
+#include <memory>
 #include <string>
 
 namespace Agent {
 
 class JournalFile {
  public:
-  // Opens a file; "-" is the standard input. What cannot be read twice, a pipe for one, is copied
-  // to a temporary file first, which goes with this object. Throws std::system_error when a file
-  // cannot be opened or written, std::ios_base::failure when it cannot be read.
-  explicit JournalFile(const std::string& path);
+  // The longest beginning of a pipe that is kept to be read again, in bytes.
+  static constexpr std::size_t mostKept = std::size_t{1} << 30;
 
-  // At the first line.
-  std::istream& stream() { return file_; }
+  // Opens a file; "-" is the standard input. Throws std::system_error, as stream() does when it
+  // cannot be read.
+  explicit JournalFile(const std::string& path);
+  ~JournalFile();
+  JournalFile(const JournalFile&) = delete;
+  JournalFile& operator=(const JournalFile&) = delete;
+
+  // Reads on to a line that starts a client, tells whether there is one, and goes back. To be
+  // called before anything is read.
+  //
+  // What cannot be read twice, a pipe for one, is kept up to there in a temporary file, which goes
+  // with this object. Throws std::system_error when that cannot be written, and std::runtime_error
+  // when it would be longer than `most` bytes.
+  bool findStart(std::size_t most = mostKept);
+
+  std::istream& stream() { return stream_; }
 
   // "FILE" of messages.
   const std::string& name() const { return name_; }
 
-  // Whether any of its lines starts a client.
-  bool hasStart() const { return hasStart_; }
-
  private:
-  void spool(std::FILE* in);
+  class Buffer;
 
   const std::string name_;
-  std::ifstream file_;
-  bool hasStart_ = false;
+  const std::unique_ptr<Buffer> buffer_;
+  std::istream stream_;
 };
 
 }  // namespace Agent

@@ -27,7 +27,7 @@ class Replay::HostWatcher final : public L2Rib::HostInput::NotifieeConst {
   std::size_t deleted_ = 0;
 };
 
-Replay::Replay(JournalFile& file, const ReplayOptions& options, std::ostream& out,
+Replay::Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, std::ostream& out,
                std::ostream& errors)
     : name_(file.name()),
       options_(options),
@@ -35,7 +35,7 @@ Replay::Replay(JournalFile& file, const ReplayOptions& options, std::ostream& ou
       errors_(errors),
       progress_(errors, options.progress),
       journal_(file.stream(), file.name()),
-      lifecycle_(file.hasStart()) {
+      lifecycle_(hasStart) {
   if (options_.realtime) {
     facility_ = Moru::create<Moru::ActivityFacility>(Moru::create<RecordingTime>());
   } else {
@@ -83,7 +83,7 @@ ExitStatus Replay::run() {
 bool Replay::playLine() {
   try {
     const auto line = journal_.next();
-    if (!line) return false;
+    if (!line || isOver()) return false;
     if (line->at > at_ && !fireClocks(line->at)) return false;
     play(*line);
     progress_.update(line->number, line->at);
@@ -93,6 +93,7 @@ bool Replay::playLine() {
     errors_ << journal_.place() << ": " << error.what() << '\n';
     status_ = ExitStatus::failed;
     ended_ = true;
+    if (isOver()) return false;  // the signal has cut the line short
     return false;
   } catch (const Moru::Exception& exception) {
     line_ = journal_.number();
@@ -187,8 +188,9 @@ ExitStatus replayOne(const std::string& path, const ReplayOptions& options,
                      const std::optional<unsigned>& traceLevel, std::ostream& out,
                      std::ostream& errors) {
   JournalFile file(path);
-  StopSignal::install();  // while a pipe is copied there is nothing yet to end in good order
-  Replay replay(file, options, out, errors);
+  const bool hasStart = file.findStart();
+  StopSignal::install();  // until here there was nothing to end in good order
+  Replay replay(file, hasStart, options, out, errors);
   std::optional<TraceStream> trace;
   if (traceLevel)
     trace.emplace(errors, *traceLevel,

@@ -37,9 +37,11 @@ struct ReplayOptions {
 
 class Replay {
  public:
-  // Errors go to `errors`, all else to `out`. Both and the file must outlive this object. It takes
-  // the process's activity facility for itself.
-  Replay(JournalFile& file, const ReplayOptions& options, std::ostream& out, std::ostream& errors);
+  // Errors go to `errors`, all else to `out`. Both and the file must outlive this object;
+  // `hasStart` is what the file's findStart() said. It takes the process's activity facility and
+  // its assertion context for itself.
+  Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, std::ostream& out,
+         std::ostream& errors);
   ~Replay();
   Replay(const Replay&) = delete;
   Replay& operator=(const Replay&) = delete;

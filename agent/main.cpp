@@ -15,6 +15,8 @@
 #include "agent/Descriptor.h"
 #include "agent/ExitStatus.h"
 #include "agent/Generate.h"
+#include "agent/Journal.h"
+#include "agent/JournalFile.h"
 #include "agent/Replay.h"
 #include "agent/StopSignal.h"
 #include "agent/TraceCommand.h"
@@ -140,8 +142,9 @@ Command addCheck(CLI::App& program) {
     Agent::CheckResult sum;
     for (const std::string& path : *journals) {
       Agent::JournalFile file(path);
+      Agent::Journal journal(file.stream(), file.name());
       const auto result =
-          Agent::check(file, [&](const std::string& what) { errors << what << '\n'; });
+          Agent::check(journal, [&](const std::string& what) { errors << what << '\n'; });
       out << file.name() << ": " << result.lines << " good lines, " << result.malformed
           << " malformed, " << result.refused << " refused\n";
       sum.malformed += result.malformed;

@@ -1,19 +1,22 @@
 // The check of whole journals, the files that they are in, and when a client runs.
-#include <cstdio>
+#include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <sys/stat.h>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "agent/Check.h"
+#include "agent/JournalFile.h"
 #include "agent/Lifecycle.h"
 #include "agent/Progress.h"
 
@@ -24,12 +27,13 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 std::vector<std::string> complaints(const std::string& text) {
-  std::istringstream scanned(text);
-  const bool hasStart = Agent::Journal(scanned, "j").findStart();
   std::istringstream in(text);
   Agent::Journal journal(in, "j");
   std::vector<std::string> all;
-  Agent::check(journal, hasStart, [&](const std::string& complaint) { all.push_back(complaint); });
+  const auto result =
+      Agent::check(journal, [&](const std::string& complaint) { all.push_back(complaint); });
+  EXPECT_EQ(result.malformed + result.refused, all.size());
+  EXPECT_EQ(result.lines + all.size(), std::ranges::count(text, '\n')) << text;
   return all;
 }
 
@@ -46,6 +50,10 @@ TEST(Check, FindsLifecycleLinesThatAreOutOfPlace) {
       << "a start line further down means that none runs here";
   EXPECT_THAT(complaints(start + absent + start),
               ElementsAre(HasSubstr("j:2: absent"), HasSubstr("j:3: start while a client runs")));
+  EXPECT_THAT(complaints(absent + stop + "x\n" + start + "y\n" + stop + stop),
+              ElementsAre(HasSubstr("j:2: stop"), HasSubstr("j:3: not JSON"),
+                          HasSubstr("j:5: not JSON"), HasSubstr("j:7: stop")))
+      << "in order, though the second is known to be wrong only with the fourth";
 }
 
 TEST(Check, GoesOnBehindWhatIsWrong) {
@@ -58,21 +66,13 @@ TEST(Check, GoesOnBehindWhatIsWrong) {
                           HasSubstr("j:6: controller/1 is of another type")));
 }
 
-TEST(Lifecycle, GathersWhatIsAbsentAndForgetsAClientThatFailed) {
+TEST(Lifecycle, GathersWhatIsAbsent) {
   Agent::Lifecycle lifecycle(true);
-  EXPECT_FALSE(lifecycle.running());
-  for (const Agent::Input input : {Agent::Input::zepSde, Agent::Input::mlagStatus}) {
-    Agent::Absent absent;
-    absent.inputs.set(bitOf(input));
-    lifecycle.follow(absent);
-  }
+  for (const std::size_t input : {8, 4}) lifecycle.follow(Agent::Absent{1U << input});
   EXPECT_EQ(lifecycle.absent().to_ulong(), 1U << 8 | 1U << 4);
   lifecycle.follow(Agent::Start());
-  EXPECT_THROW(lifecycle.follow(Agent::Absent()), Agent::JournalError);
-  lifecycle.clientFailed();
-  EXPECT_THROW(lifecycle.follow(Agent::Stop()), Agent::JournalError);
-  lifecycle.follow(Agent::Start());
-  EXPECT_TRUE(lifecycle.running());
+  EXPECT_THROW(lifecycle.follow(Agent::Absent{1}), Agent::JournalError);
+  EXPECT_EQ(lifecycle.absent().to_ulong(), 1U << 8 | 1U << 4);
 }
 
 TEST(Progress, IsShownAFewTimesASecondAndTakenBack) {
@@ -100,46 +100,32 @@ TEST(Progress, IsShownAFewTimesASecondAndTakenBack) {
   EXPECT_EQ(shown(), "");
 }
 
-TEST(JournalFile, ReadsEveryExampleWithoutComplaint) {
-  std::size_t journals = 0;
-  for (const auto& each : std::filesystem::directory_iterator(EXAMPLE_JOURNALS)) {
-    if (each.path().extension() != ".jsonl") continue;
-    Agent::JournalFile file(each.path());
-    const auto result =
-        Agent::check(file, [](const std::string& complaint) { ADD_FAILURE() << complaint; });
-    EXPECT_GT(result.lines, 0U) << each.path();
-    EXPECT_EQ(result.malformed + result.refused, 0U) << each.path();
-    ++journals;
-  }
-  EXPECT_GE(journals, 5U);
-}
-
-TEST(JournalFile, ReadsAPipeTwiceAndLeavesNothingBehind) {
+TEST(JournalFile, ReadsAPipeFromItsBeginningAndLeavesNothingBehind) {
   const std::filesystem::path folder =
       testing::TempDir() + "journal-file-" + std::to_string(getpid());
   std::filesystem::create_directories(folder);
   const std::string pipe = folder / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   ASSERT_EQ(setenv("TMPDIR", folder.c_str(), 1), 0);
-  for (const bool empty : {false, true}) {
-    std::thread writer([&] {
-      std::ofstream out(pipe);
-      if (!empty)
-        out << "{\"absent\":[]}\n{\"start\":true}\n{\"dump\":\"" << std::string(100000, 'x')
-            << "\"}\n";
-    });
+  const std::string before = "{\"absent\":[]}\n{\"dump\":\"" + std::string(100'000, 'x') + "\"}\n";
+  const std::string start = "{\"start\":true}\n";
+  const std::string behind = "{\"dump\":\"" + std::string(200'000, 'y') + "\"}\n";
+  for (const std::string& text : {std::string(), before, before + start + behind}) {
+    std::thread writer([&] { std::ofstream(pipe) << text; });
     Agent::JournalFile file(pipe);
-    writer.join();
-    EXPECT_EQ(file.hasStart(), !empty);
-    const auto result = Agent::check(file, [](const std::string& text) { ADD_FAILURE() << text; });
-    EXPECT_EQ(result.lines, empty ? 0U : 3U);
+    EXPECT_EQ(file.findStart(200'000), text.size() > before.size())
+        << "only what is before the start line must be kept";
     const std::filesystem::directory_iterator files(folder);
     EXPECT_EQ(std::distance(begin(files), end(files)), 1) << "the pipe";
+    EXPECT_EQ(std::string(std::istreambuf_iterator(file.stream()), {}), text);
+    writer.join();
   }
+  std::signal(SIGPIPE, SIG_IGN);  // for the writer, of which not all is read
+  std::thread writer([&] { std::ofstream(pipe) << before + behind; });
+  EXPECT_THROW(Agent::JournalFile(pipe).findStart(200'000), std::runtime_error);
+  writer.join();
   unsetenv("TMPDIR");
   std::filesystem::remove_all(folder);
-  EXPECT_THROW(Agent::JournalFile{pipe}, std::system_error);
-  EXPECT_THROW(Agent::JournalFile{testing::TempDir()}, std::system_error);
 }
 
 }  // namespace
