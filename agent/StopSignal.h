@@ -1,5 +1,5 @@
 // The signals that end the program in good order: SIGINT and SIGTERM. Whoever works for long asks
-// between two pieces of work.
+// between two pieces of work. A piece that does not end is ended by a second signal.
 #pragma once
 
 #include <atomic>
@@ -8,7 +8,7 @@ namespace Agent {
 
 class StopSignal {
  public:
-  // From here on the two signals no longer end the process by themselves.
+  // From here on the first of the two signals no longer ends the process by itself.
   static void install();
 
   // 0 while there was none.
@@ -16,10 +16,7 @@ class StopSignal {
   static const std::atomic<bool>& isSet() { return isSet_; }
 
  private:
-  static void take(int signal) {
-    number_ = signal;
-    isSet_ = true;
-  }
+  static void take(int signal);
 
   static inline std::atomic<int> number_ = 0;
   static inline std::atomic<bool> isSet_ = false;
