@@ -25,6 +25,7 @@ _vxlan_agent_directories() {
 _vxlan_agent_value() {
   case $1:$2 in
     replay:--format) _vxlan_agent_reply table json ;;
+    replay:--color) _vxlan_agent_reply auto always never ;;
     trace:--format) _vxlan_agent_reply text json ;;
     trace:--level) _vxlan_agent_reply {0..9} ;;
     replay:--ring) _vxlan_agent_directories ;;
@@ -70,7 +71,7 @@ _vxlan_agent() {
   case $command:$_vxlan_agent_typed in
     replay:-*)
       _vxlan_agent_reply - --format --max-process-time --time-per-read --realtime --keep-going \
-        --trace --ring --diff --timeline --rows --help
+        --trace --ring --diff --timeline --rows --color --help
       ;;
     trace:-*) _vxlan_agent_reply --level --grep --follow --format --help ;;
     check:-*) _vxlan_agent_reply - --help ;;

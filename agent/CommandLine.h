@@ -1,0 +1,34 @@
+// What the command line takes and says, beyond what its library does: numbers that are never
+// guessed at, the nearest name of what is not known, and help that fits a terminal of 80 columns.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Agent {
+
+// Takes decimal digits without leading zeros.
+CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most);
+
+// Takes decimal numbers from 0 to a thousand million, "0.5" and "1e-3" among them.
+CLI::Validator seconds();
+
+// Where colours go: "auto" asks the terminal and the environment, "always" and "never" nobody.
+bool wantsColours(const std::string& when);
+
+// Whether a descriptor is a terminal that can do more than print.
+bool isTerminal(int descriptor);
+
+// Takes one of the words.
+CLI::Validator oneOf(const std::vector<std::string>& words);
+
+// Lays out the help of `program` and its commands; to be called when all options are there.
+void layOutHelp(CLI::App& program);
+
+// What is wrong with the arguments, of which `error` was thrown.
+std::string usageText(const CLI::App& program, const CLI::ParseError& error,
+                      const std::string& firstArgument);
+
+}  // namespace Agent
