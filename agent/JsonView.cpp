@@ -12,7 +12,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 std::string textOf(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+  constexpr bool asciiAlone = true;
+  return json.dump(-1, ' ', asciiAlone, Json::error_handler_t::replace);
 }
 
 Json jsonOf(const Bridging::VlanId& vlan) { return vlan.value(); }
@@ -60,6 +61,12 @@ Json jsonOf(const Changed<Record>& change) {
 Json jsonOf(const std::optional<bool>& flag) { return flag ? Json(*flag) : Json(nullptr); }
 
 Json jsonOf(const DumpId& dump) { return {{"dump", dump.label}, {"at", dump.at}}; }
+
+// The line's brace, and which journal it is of, if that is to be told.
+void begin(std::ostream& out, const std::string& journal) {
+  out << '{';
+  if (!journal.empty()) out << "\"journal\": " << textOf(journal) << ", ";
+}
 
 // `"name": [...]`, a record at a time.
 template <class Record>
@@ -120,8 +127,9 @@ Json statusOf(const Snapshot& snapshot) {
 
 }  // namespace
 
-void printJson(std::ostream& out, const Snapshot& snapshot) {
-  out << "{\"dump\": " << textOf(snapshot.label) << ", \"at\": " << textOf(snapshot.at)
+void printJson(std::ostream& out, const Snapshot& snapshot, const std::string& journal) {
+  begin(out, journal);
+  out << "\"dump\": " << textOf(snapshot.label) << ", \"at\": " << textOf(snapshot.at)
       << ", \"client\": ";
   if (snapshot.client)
     printClient(out, *snapshot.client);
@@ -135,12 +143,13 @@ void printJson(std::ostream& out, const Snapshot& snapshot) {
       << ", \"convergenceStatus\": " << textOf(statusOf(snapshot)) << "}\n";
 }
 
-void printJson(std::ostream& out, const Diff& diff) {
+void printJson(std::ostream& out, const Diff& diff, const std::string& journal) {
   Json flags = Json::object();
   for (const FlagChange& flag : diff.flags)
     flags[std::string(flag.name)] = {{"before", jsonOf(flag.before)},
                                      {"after", jsonOf(flag.after)}};
-  out << "{\"diff\": " << textOf(diff.now.label) << ", \"at\": " << textOf(diff.now.at)
+  begin(out, journal);
+  out << "\"diff\": " << textOf(diff.now.label) << ", \"at\": " << textOf(diff.now.at)
       << ", \"since\": " << textOf(diff.since ? jsonOf(*diff.since) : Json(nullptr))
       << ", \"flags\": " << textOf(flags);
   printChanges(out, "vccImportVlans", diff.vccImportVlans);
@@ -151,19 +160,20 @@ void printJson(std::ostream& out, const Diff& diff) {
   out << "}\n";
 }
 
-void printJson(std::ostream& out, const Turn& turn) {
-  const Json json = {{"turn", turn.at},
-                     {"hosts", turn.hosts},
-                     {"marked", turn.marked},
-                     {"deleted", turn.deleted},
-                     {"unicastDeferredDeletionInProgress", jsonOf(turn.unicastDeferredDeletion)},
-                     {"bumDeferredDeletionInProgress", jsonOf(turn.bumDeferredDeletion)}};
-  out << textOf(json) << '\n';
+void printJson(std::ostream& out, const Turn& turn, const std::string& journal) {
+  begin(out, journal);
+  out << "\"turn\": " << textOf(turn.at) << ", \"hosts\": " << turn.hosts
+      << ", \"marked\": " << turn.marked << ", \"deleted\": " << turn.deleted
+      << ", \"unicastDeferredDeletionInProgress\": " << textOf(jsonOf(turn.unicastDeferredDeletion))
+      << ", \"bumDeferredDeletionInProgress\": " << textOf(jsonOf(turn.bumDeferredDeletion))
+      << "}\n";
 }
 
 void printJsonException(std::ostream& out, const std::string& type, std::size_t line,
-                        const std::string& text) {
-  out << textOf({{"exception", type}, {"line", line}, {"text", text}}) << '\n';
+                        const std::string& text, const std::string& journal) {
+  begin(out, journal);
+  out << "\"exception\": " << textOf(type) << ", \"line\": " << line
+      << ", \"text\": " << textOf(text) << "}\n";
 }
 
 }  // namespace Agent

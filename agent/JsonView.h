@@ -38,6 +38,9 @@
 //
 //   {"turn": 12.0, "hosts": 3, "marked": 1, "deleted": 0,
 //    "unicastDeferredDeletionInProgress": true, "bumDeferredDeletionInProgress": false}
+//
+// Each begins with {"journal": "FILE", ...} where the name of a journal is given: of several, the
+// one that it is of.
 #pragma once
 
 #include <cstddef>
@@ -50,14 +53,15 @@
 
 namespace Agent {
 
-// Each ends its line. Records are written one by one: a million of them takes no room. Text that is
-// not UTF-8 has its wrong bytes replaced by U+FFFD.
-void printJson(std::ostream& out, const Snapshot& snapshot);
-void printJson(std::ostream& out, const Diff& diff);
-void printJson(std::ostream& out, const Turn& turn);
+// Each ends its line. Records are written one by one: a million of them takes no room. All is in
+// ASCII, so that no text from a recording controls a terminal; text that is not UTF-8 has its wrong
+// bytes replaced by U+FFFD.
+void printJson(std::ostream& out, const Snapshot& snapshot, const std::string& journal = {});
+void printJson(std::ostream& out, const Diff& diff, const std::string& journal = {});
+void printJson(std::ostream& out, const Turn& turn, const std::string& journal = {});
 
 // {"exception": TYPE, "line": LINE, "text": "..."}, with the line of the journal that led to it.
 void printJsonException(std::ostream& out, const std::string& type, std::size_t line,
-                        const std::string& text);
+                        const std::string& text, const std::string& journal = {});
 
 }  // namespace Agent

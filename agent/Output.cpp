@@ -8,6 +8,11 @@
 
 namespace Agent {
 
+Output::Output(std::ostream& out, const OutputOptions& options, std::string journal)
+    : out_(out), options_(options), journal_(options.named ? std::move(journal) : "") {
+  if (options_.named && options_.format == Format::table) out_ << "=== " << journal_ << "\n\n";
+}
+
 void Output::dump(Snapshot snapshot) {
   if (options_.format == Format::json)
     dumpJson(snapshot);
@@ -27,17 +32,17 @@ void Output::dumpTable(const Snapshot& snapshot) {
 
 void Output::dumpJson(const Snapshot& snapshot) {
   if (options_.diff)
-    printJson(out_, compare(last_ ? &*last_ : nullptr, snapshot));
+    printJson(out_, compare(last_ ? &*last_ : nullptr, snapshot), journal_);
   else
-    printJson(out_, snapshot);
+    printJson(out_, snapshot, journal_);
 }
 
 void Output::exception(const std::string& type, std::uint64_t line, const std::string& text) {
-  printJsonException(out_, type, line, text);
+  printJsonException(out_, type, line, text, journal_);
 }
 
 void Output::turn(const Turn& turn) {
-  if (options_.format == Format::json) return printJson(out_, turn);
+  if (options_.format == Format::json) return printJson(out_, turn, journal_);
   if (!std::exchange(timelineBegun_, true)) printTimelineHeader(out_);
   printTimeline(out_, turn);
 }

@@ -18,14 +18,16 @@ enum class Format { table, json };
 
 struct OutputOptions {
   Format format = Format::table;
-  bool diff = false;  // dumps show only what has changed since the one before
+  bool diff = false;   // dumps show only what has changed since the one before
+  bool named = false;  // says which journal it is of
   TableOptions table{};
 };
 
 class Output {
  public:
-  // The stream must outlive this object.
-  Output(std::ostream& out, const OutputOptions& options) : out_(out), options_(options) {}
+  // The stream must outlive this object. A stream that throws when it cannot be written, does so
+  // out of each of these.
+  Output(std::ostream& out, const OutputOptions& options, std::string journal);
 
   void dump(Snapshot snapshot);
   void exception(const std::string& type, std::uint64_t line, const std::string& text);
@@ -40,6 +42,7 @@ class Output {
 
   std::ostream& out_;
   const OutputOptions options_;
+  const std::string journal_;  // its name for JSON; empty if it is not to be told
   std::optional<Snapshot> last_;
   bool timelineBegun_ = false;
 };

@@ -31,7 +31,7 @@ Replay::Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, s
                std::ostream& errors)
     : name_(file.name()),
       options_(options),
-      output_(out, options.output),
+      output_(out, options.output, file.name()),
       errors_(errors),
       progress_(errors, options.progress),
       journal_(file.stream(), file.name()),
@@ -202,7 +202,7 @@ ExitStatus replayOne(const std::string& path, const ReplayOptions& options,
 
 }  // namespace
 
-int replayCommand(const std::vector<std::string>& journals, const ReplayOptions& options,
+int replayCommand(const std::vector<std::string>& journals, ReplayOptions options,
                   const std::optional<unsigned>& traceLevel, std::ostream& out,
                   std::ostream& errors) {
   int status = ExitStatus::done;
@@ -215,3 +215,4 @@ int replayCommand(const std::vector<std::string>& journals, const ReplayOptions&
 }
 
 }  // namespace Agent
+  options.output.named = journals.size() > 1;

@@ -93,7 +93,8 @@ class Replay {
 };
 
 // Plays each journal on its own, one after the other; the first failure decides the exit status.
-int replayCommand(const std::vector<std::string>& journals, const ReplayOptions& options,
+// Where there are several, the output names them.
+int replayCommand(const std::vector<std::string>& journals, ReplayOptions options,
                   const std::optional<unsigned>& traceLevel, std::ostream& out,
                   std::ostream& errors);
 
