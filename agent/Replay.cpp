@@ -96,8 +96,7 @@ bool Replay::playLine() {
     if (isOver()) return false;  // the signal has cut the line short
     return false;
   } catch (const Moru::Exception& exception) {
-    line_ = journal_.number();
-    return takeException(exception);
+    return refuse(exception);
   }
 }
 
@@ -105,6 +104,14 @@ void Replay::play(const Line& line) {
   lifecycle_.follow(line.action);
   at_ = line.at;
   line_ = line.number;
+// A line that the data model refuses has its time all the same: what is due by then comes first.
+bool Replay::refuse(const Moru::Exception& exception) {
+  if (journal_.at() > at_ && !fireClocks(journal_.at())) return false;
+  at_ = journal_.at();
+  line_ = journal_.number();
+  return takeException(exception);
+}
+
   firedInARow_ = 0;
   std::visit([this](const auto& action) { carryOut(action); }, line.action);
 }

@@ -57,6 +57,7 @@ class Replay {
 
   bool playLine();
   void play(const Line& line);
+  bool refuse(const Moru::Exception& exception);
   void carryOut(const Change& change) { store_.apply(change); }
   void carryOut(const Dump& dump) { printDump(dump.label); }
   void carryOut(const Start&) { startClient(); }
