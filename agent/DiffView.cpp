@@ -152,9 +152,9 @@ void printNumbers(std::ostream& out, const char* what, const ListChanges<Number>
 }  // namespace
 
 void printTable(std::ostream& out, const Diff& diff, const TableOptions& options) {
-  out << "== " << diff.now.label << " at " << secondsText(diff.now.at) << ", since ";
+  out << "== " << printable(diff.now.label) << " at " << secondsText(diff.now.at) << ", since ";
   if (diff.since)
-    out << diff.since->label << " at " << secondsText(diff.since->at);
+    out << printable(diff.since->label) << " at " << secondsText(diff.since->at);
   else
     out << "the beginning";
   out << (diff.empty() ? ": nothing changed\n" : "\n");

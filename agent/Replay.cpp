@@ -90,7 +90,7 @@ bool Replay::playLine() {
     return true;
   } catch (const JournalError& error) {
     progress_.clear();
-    errors_ << journal_.place() << ": " << error.what() << '\n';
+    errors_ << journal_.place() << ": " << printable(error.what()) << '\n';
     status_ = ExitStatus::failed;
     ended_ = true;
     if (isOver()) return false;  // the signal has cut the line short
@@ -184,7 +184,7 @@ bool Replay::takeException(const Moru::Exception& exception) {
     output_.exception(exception.type(), line_, exception.what());
     return true;
   }
-  errors_ << place() << ": " << exception.type() << ": " << exception.what() << '\n';
+  errors_ << place() << ": " << exception.type() << ": " << printable(exception.what()) << '\n';
   ended_ = true;
   return false;
 }

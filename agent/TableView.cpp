@@ -179,7 +179,7 @@ void addHost(TextTable& table, const Snapshot& snapshot, const HostPair& host, b
 }  // namespace
 
 void printTable(std::ostream& out, const Snapshot& snapshot, const TableOptions& options) {
-  out << "== " << snapshot.label << " at " << secondsText(snapshot.at) << '\n';
+  out << "== " << printable(snapshot.label) << " at " << secondsText(snapshot.at) << '\n';
   printModes(out, snapshot);
   printTotals(out, snapshot);
   printCounts(out, snapshot, options.mostRows);

@@ -126,6 +126,7 @@ void printColoured(std::ostream& out, Colour colour, const std::string& text) {
 }
 
 void TextTable::add(std::vector<std::string> cells, Colour colour) {
+  for (std::string& cell : cells) cell = printable(cell);
   rows_.push_back({std::move(cells), colour});
 }
 

@@ -45,7 +45,7 @@ class TextTable {
  public:
   explicit TextTable(std::vector<std::string> titles) : titles_(std::move(titles)) {}
 
-  // As many cells as there are titles.
+  // As many cells as there are titles. They are made printable.
   void add(std::vector<std::string> cells, Colour colour = Colour::none);
 
   // Counts rows that are not shown; the last line of the table then is "... 980 more".

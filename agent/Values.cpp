@@ -13,10 +13,8 @@ constexpr std::string_view numberText = "a whole number from 0 to 4294967295";
 constexpr std::string_view vlanText = "the number of a VLAN";
 constexpr std::string_view vniText = "the number of a VNI";
 
-// A value as an error shows it, on one line: its beginning is enough to find it.
+// A value as an error shows it: its beginning is enough to find it.
 std::string shown(std::string text) {
-  const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' '; };
-  std::ranges::replace_if(text, isControl, '?');
   constexpr std::size_t maxLength = 80;
   if (text.size() <= maxLength) return text;
   std::size_t end = maxLength;
