@@ -43,13 +43,17 @@ Replay::Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, s
     facility_ = Moru::create<Moru::ActivityFacility>(virtualTime_);
   }
   Moru::ActivityFacility::currentIs(facility_);
+  Moru::assertionContextIs([this] { return place(); });
   if (!options_.timeline) return;
   hostWatcher_ = Moru::create<HostWatcher>();
   hostWatcher_->notifierIs(store_.l2RibZepInput);
   hostWatcher_->hasNotificationActiveIs(true);
 }
 
-Replay::~Replay() = default;
+Replay::~Replay() {
+  client_ = nullptr;  // while an assertion that fails in there can still tell the place
+  Moru::assertionContextIs(nullptr);
+}
 
 double Replay::time() const { return virtualTime_ ? virtualTime_->time() : facility_->now(); }
 
@@ -89,21 +93,17 @@ bool Replay::playLine() {
     progress_.update(line->number, line->at);
     return true;
   } catch (const JournalError& error) {
+    if (isOver()) return false;  // the signal has cut the line short
     progress_.clear();
     errors_ << journal_.place() << ": " << printable(error.what()) << '\n';
     status_ = ExitStatus::failed;
     ended_ = true;
-    if (isOver()) return false;  // the signal has cut the line short
     return false;
   } catch (const Moru::Exception& exception) {
     return refuse(exception);
   }
 }
 
-void Replay::play(const Line& line) {
-  lifecycle_.follow(line.action);
-  at_ = line.at;
-  line_ = line.number;
 // A line that the data model refuses has its time all the same: what is due by then comes first.
 bool Replay::refuse(const Moru::Exception& exception) {
   if (journal_.at() > at_ && !fireClocks(journal_.at())) return false;
@@ -112,6 +112,10 @@ bool Replay::refuse(const Moru::Exception& exception) {
   return takeException(exception);
 }
 
+void Replay::play(const Line& line) {
+  lifecycle_.follow(line.action);
+  at_ = line.at;
+  line_ = line.number;
   firedInARow_ = 0;
   std::visit([this](const auto& action) { carryOut(action); }, line.action);
 }
@@ -212,6 +216,7 @@ ExitStatus replayOne(const std::string& path, const ReplayOptions& options,
 int replayCommand(const std::vector<std::string>& journals, ReplayOptions options,
                   const std::optional<unsigned>& traceLevel, std::ostream& out,
                   std::ostream& errors) {
+  options.output.named = journals.size() > 1;
   int status = ExitStatus::done;
   for (const std::string& path : journals) {
     const ExitStatus each = replayOne(path, options, traceLevel, out, errors);
@@ -222,4 +227,3 @@ int replayCommand(const std::vector<std::string>& journals, ReplayOptions option
 }
 
 }  // namespace Agent
-  options.output.named = journals.size() > 1;
