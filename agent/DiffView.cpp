@@ -1,5 +1,8 @@
 #include "agent/DiffView.h"
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
@@ -104,13 +107,39 @@ struct Row {
   const Changed<Record>* changed = nullptr;
 };
 
+// Which of the kinds of change it counts among, as the summary names them.
 template <class Record>
-std::vector<Row<Record>> rowsOf(const ListChanges<Record>& changes) {
+std::size_t kindOf(const Changed<Record>& change) {
+  const HostChange what = changeOf(change);
+  return what.moved ? 0 : what.marked ? 1 : what.unmarked ? 2 : 3;
+}
+
+std::size_t kindOf(const Changed<VlanFloodSetSnapshot>&) { return 0; }
+
+// Kind by kind. The first `most` have some of each: no kind is crowded out by those before it.
+template <class Record>
+std::vector<Row<Record>> rowsOf(const ListChanges<Record>& changes, std::size_t most) {
+  std::array<std::vector<Row<Record>>, 6> kinds;
+  for (const Record& each : changes.added) kinds[0].push_back({.added = &each});
+  for (const Record& each : changes.gone) kinds[1].push_back({.gone = &each});
+  for (const Changed<Record>& each : changes.changed)
+    kinds[2 + kindOf(each)].push_back({.changed = &each});
+
+  std::size_t all = 0;
+  for (const auto& kind : kinds) all += kind.size();
+  std::array<std::size_t, kinds.size()> shares{};
+  for (std::size_t left = std::min(most, all), i = 0; left > 0; i = (i + 1) % kinds.size()) {
+    if (shares[i] == kinds[i].size()) continue;
+    ++shares[i];
+    --left;
+  }
+
   std::vector<Row<Record>> rows;
-  rows.reserve(changes.added.size() + changes.gone.size() + changes.changed.size());
-  for (const Record& each : changes.added) rows.push_back({.added = &each});
-  for (const Record& each : changes.gone) rows.push_back({.gone = &each});
-  for (const Changed<Record>& each : changes.changed) rows.push_back({.changed = &each});
+  rows.reserve(all);
+  for (std::size_t i = 0; i < kinds.size(); ++i)
+    rows.insert(rows.end(), kinds[i].begin(), kinds[i].begin() + shares[i]);
+  for (std::size_t i = 0; i < kinds.size(); ++i)
+    rows.insert(rows.end(), kinds[i].begin() + shares[i], kinds[i].end());
   return rows;
 }
 
@@ -135,7 +164,8 @@ template <class Record>
 void printChanges(std::ostream& out, const std::string& what, std::vector<std::string> columns,
                   const ListChanges<Record>& changes, const TableOptions& options) {
   printFirst(
-      out, what + ": " + summary(changes), std::move(columns), rowsOf(changes), options.mostRows,
+      out, what + ": " + summary(changes), std::move(columns), rowsOf(changes, options.mostRows),
+      options.mostRows,
       [&](TextTable& table, const Row<Record>& row) { addRow(table, row, options.colours); });
 }
 
