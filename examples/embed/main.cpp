@@ -1,7 +1,7 @@
 // The smallest program that embeds the client: its entities, a poll() loop, and commands on
-// standard input that play the controller. Try
+// standard input that play the controller. CMakeLists.txt says how it is built; then try
 //
-//   printf 'host 02:00:00:00:00:01 10.0.0.2\nflood 10.0.0.2\nshow\n' | embed
+//   printf 'host 02:00:00:00:00:01 10.0.0.2\nflood 10.0.0.2\nshow\n' | build/embed/embed
 #include <array>
 #include <iostream>
 #include <poll.h>
