@@ -91,6 +91,7 @@ class Generator {
     const auto vni = [](std::uint32_t i) { return quoted(vniName(i)) + ':' + vlanName(i); };
     const auto vlan = [](std::uint32_t i) { return quoted(vlanName(i)) + ':' + vniName(i); };
     set("hw/bum", R"({"bumReplicationMode":3})");
+    line(R"("start":true)");  // a client looks for the hardware's BUM status when it starts
     set("mlag/state", "0");
     set("vti/Vxlan1", R"({"controllerClientMode":true,"localVtepAddr":"10.0.0.1",)"
                       R"("vccImportVlans":[)" +

@@ -20,8 +20,8 @@ struct GenerateOptions {
   std::uint64_t seed = 1;           // chooses the VTEPs, who moves, and who goes in a restart
 };
 
-// Writes the journal, the same for the same options everywhere. The client starts before its first
-// line; dumps follow the load, the moves, and both ends of each restart. Throws
+// Writes the journal, the same for the same options everywhere. The client starts behind the
+// hardware's BUM status; dumps follow the load, the moves, and both ends of each restart. Throws
 // std::invalid_argument for options out of their range.
 void generate(const GenerateOptions& options, std::ostream& out);
 

@@ -112,6 +112,22 @@ TEST_F(ReplayTest, FiresNoClockBetweenLinesOfATime) {
   EXPECT_TRUE(played.dump("later")["l2rib"]["hosts"].empty());
 }
 
+// The flood sets' run, as the hosts' one, comes with the turn behind the convergence.
+TEST_F(ReplayTest, RemovesVtepsThatARestartedControllerDoesNotListAgain) {
+  const auto played = play(R"({"set":"hw/bum","value":{"bumReplicationMode":3}}
+{"start":true})" + fabric + R"(
+{"at":2,"set":"controllerState/c","value":{"convergenceInProgress":true}}
+{"set":"controller/10010/flood/ff:ff:ff:ff:ff:ff","value":["10.0.0.3","10.0.0.4"]}
+{"at":3,"set":"controllerState/c","value":{"convergenceInProgress":false}}
+{"dump":"converged"}
+{"at":4,"dump":"later"})");
+  const auto dests = [&](const char* label) {
+    return played.dump(label)["l2rib"]["floodSets"][0]["dests"];
+  };
+  EXPECT_EQ(dests("converged"), (Json{"10.0.0.2", "10.0.0.3", "10.0.0.4"}));
+  EXPECT_EQ(dests("later"), (Json{"10.0.0.3", "10.0.0.4"}));
+}
+
 TEST_F(ReplayTest, MakesBudgetsRepeatable) {
   options.timePerRead = 0.4;
   options.maxProcessTime = 0.5;  // one entry a batch
