@@ -1,0 +1,210 @@
+// The example journals, replayed: what is printed of them stands in golden/, a file for each
+// journal and view, and a client that is restarted on the way ends as one that is not.
+//
+// Where a change is meant, this writes the files anew, and `git diff` shows it:
+//
+//   GOLDEN_UPDATE=1 build/release/bin/agent-golden-tests
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "agent/Replay.h"
+
+namespace {
+
+using Json = nlohmann::json;
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+constexpr Agent::Format json = Agent::Format::json;
+constexpr Agent::Format table = Agent::Format::table;
+
+struct View {
+  const char* name;
+  Agent::OutputOptions output;
+  bool timeline = false;
+  bool trace = false;
+  bool smallBudget = false;  // deferred deletions take several batches
+};
+
+const std::vector<View> views{
+    {.name = "json", .output = {.format = json}, .timeline = true},
+    {.name = "diff.json", .output = {.format = json, .diff = true}},
+    {.name = "diff", .output = {.format = table, .diff = true}},
+    {.name = "table", .output = {.format = table}, .timeline = true, .smallBudget = true},
+    {.name = "trace", .output = {.format = table}, .trace = true, .smallBudget = true},
+};
+
+// Of those there are the tables alone, and a count of each message of the trace.
+bool isRecording(const fs::path& journal) { return fs::file_size(journal) > 100'000; }
+
+Lines linesOf(std::istream&& in) {
+  Lines lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+// Addresses of objects differ from run to run.
+std::string masked(const std::string& line) {
+  static const std::regex address("0x[0-9a-f]+");
+  return std::regex_replace(line, address, "0x-");
+}
+
+// How often each message comes, without the times and the values.
+Lines counted(const Lines& messages) {
+  static const std::regex value(R"(^\S+ s |\b([0-9a-f]{2}:){5}[0-9a-f]{2}|\b\d[\d.]*)");
+  std::map<std::string, int> counts;
+  for (const std::string& message : messages) ++counts[std::regex_replace(message, value, "-")];
+  Lines lines;
+  for (const auto& [message, count] : counts) lines.push_back(std::to_string(count) + message);
+  return lines;
+}
+
+struct Played {
+  int status;
+  std::string out;
+  std::string errors;
+};
+
+Played play(const fs::path& journal, const View& view) {
+  Agent::ReplayOptions options;
+  options.output = view.output;
+  options.timeline = view.timeline;
+  options.keepGoing = true;
+  if (view.smallBudget) {
+    options.timePerRead = 0.001;
+    options.maxProcessTime = 0.003;
+  }
+  std::ostringstream out;
+  std::ostringstream errors;
+  const auto level = view.trace ? std::optional(8U) : std::nullopt;
+  const int status = Agent::replayCommand({journal}, options, level, out, errors);
+  return {status, out.str(), errors.str()};
+}
+
+void expectGolden(const std::string& name, const Lines& lines) {
+  const fs::path path = fs::path(GOLDEN_REPLAYS) / name;
+  if (std::getenv("GOLDEN_UPDATE") != nullptr) {
+    std::ofstream file(path);
+    for (const std::string& line : lines) file << line << '\n';
+    return;
+  }
+  const Lines expected = linesOf(std::ifstream(path));
+  const auto [wanted, got] =
+      std::mismatch(expected.begin(), expected.end(), lines.begin(), lines.end());
+  if (wanted == expected.end() && got == lines.end()) return;
+  ADD_FAILURE_AT(path.c_str(), static_cast<int>(wanted - expected.begin() + 1))
+      << "  behind: " << (wanted == expected.begin() ? "" : *(wanted - 1))
+      << "\nexpected: " << (wanted == expected.end() ? "the end" : *wanted)
+      << "\n printed: " << (got == lines.end() ? "the end" : *got);
+}
+
+std::vector<std::string> journals() {
+  std::vector<std::string> names;
+  for (const auto& each : fs::directory_iterator(EXAMPLE_JOURNALS))
+    if (each.path().extension() == ".jsonl") names.push_back(each.path().stem());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Journals whose end must not depend on how long the client has run: all but the one of which a
+// client cannot be built at every line.
+std::vector<std::string> journalsToRestart() {
+  std::vector<std::string> names = journals();
+  std::erase(names, "refusals");
+  return names;
+}
+
+std::string caseName(const testing::TestParamInfo<std::string>& info) {
+  std::string name = info.param;
+  std::replace(name.begin(), name.end(), '-', '_');
+  return name;
+}
+
+class Golden : public testing::TestWithParam<std::string> {
+ protected:
+  // Messages name the journal as it was given.
+  void SetUp() override { fs::current_path(EXAMPLE_JOURNALS); }
+
+  const std::string journal_ = GetParam() + ".jsonl";
+};
+
+INSTANTIATE_TEST_SUITE_P(Journals, Golden, testing::ValuesIn(journals()), caseName);
+
+TEST_P(Golden, PrintsWhatItHasPrinted) {
+  const bool recording = isRecording(journal_);
+  for (const View& view : views) {
+    if (recording && !view.smallBudget) continue;
+    const Played played = play(journal_, view);
+    Lines lines = linesOf(std::istringstream(view.trace ? played.errors : played.out));
+    if (recording && view.trace) lines = counted(lines);
+    std::ranges::transform(lines, lines.begin(), masked);
+    expectGolden(GetParam() + '.' + view.name, lines);
+    const bool refused = played.out.find("{\"exception\"") != std::string::npos;
+    EXPECT_EQ(played.status, refused ? Agent::ExitStatus::refused : Agent::ExitStatus::done);
+    EXPECT_TRUE(view.trace || played.errors.empty()) << played.errors;
+  }
+}
+
+class Restarted : public Golden {
+ protected:
+  ~Restarted() override { fs::remove(scratch_); }
+
+  // What the client and its outputs are in the end, but for the times at which hosts were read.
+  static Json endOf(const fs::path& journal) {
+    const Played played = play(journal, {.name = "", .output = {.format = json}});
+    EXPECT_EQ(played.status, Agent::ExitStatus::done) << played.out << played.errors;
+    Json end = Json::parse(linesOf(std::istringstream(played.out)).back());
+    EXPECT_EQ(end["dump"], "end");
+    for (Json* const hosts : {&end["client"]["hostTable"]["entries"], &end["l2rib"]["hosts"]})
+      for (Json& host : *hosts) host.erase("time");
+    return end;
+  }
+
+  // The end of the journal with a restart of the client, if one runs, behind each line of `where`.
+  template <class Where>
+  Json endWithRestarts(const Lines& lines, Where where) {
+    const auto is = [](const std::string& line, const char* action) {
+      return line.starts_with('{') && line.find(action) != std::string::npos;
+    };
+    bool running = false;
+    std::ofstream out(scratch_);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      out << lines[i] << '\n';
+      running = is(lines[i], "\"start\"") || (running && !is(lines[i], "\"stop\""));
+      if (running && where(i)) out << "{\"stop\": true}\n{\"start\": true}\n";
+    }
+    out.close();
+    return endOf(scratch_);
+  }
+
+ private:
+  const fs::path scratch_ = fs::temp_directory_path() / ("golden-test-" + std::to_string(getpid()));
+};
+
+INSTANTIATE_TEST_SUITE_P(Journals, Restarted, testing::ValuesIn(journalsToRestart()), caseName);
+
+TEST_P(Restarted, EndsTheSame) {
+  Lines lines = linesOf(std::ifstream(journal_));
+  std::erase_if(lines, [](const std::string& line) { return !line.starts_with('{'); });
+  const Json end = endOf(journal_);
+  const Json every = endWithRestarts(lines, [](std::size_t) { return true; });
+  EXPECT_EQ(every, end) << "restarted behind every line: " << Json::diff(end, every);
+  if (isRecording(journal_)) return;  // each would take a second
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    const Json once = endWithRestarts(lines, [i](std::size_t line) { return line == i; });
+    EXPECT_EQ(once, end) << "restarted behind " << lines[i] << ": " << Json::diff(end, once);
+  }
+}
+
+}  // namespace
