@@ -22,26 +22,43 @@ void ReceivedHostTable::mark(const Bridging::MacVlanPair& key) {
   ReceivedEntry entry = receivedEntry(key);
   if (!entry || entry.markedForDel) return;
   entry.markedForDel = true;
-  receivedEntryIs(entry);
-  markedForDelCountIs(markedForDelCount() + 1);
+  write(entry, 1);
 }
 
 bool ReceivedHostTable::announce(const ReceivedEntry& entry) {
   const bool wasMarked = isMarked(entry.key);
-  receivedEntryIs(entry);
-  if (wasMarked) lowerCount();
+  write(entry, wasMarked ? -1 : 0);
   return wasMarked;
 }
 
 bool ReceivedHostTable::unmark(const Bridging::MacVlanPair& key) {
   const bool wasMarked = isMarked(key);
-  if (wasMarked) lowerCount();
+  if (wasMarked) count(key, -1);
   return wasMarked;
 }
 
-void ReceivedHostTable::lowerCount() {
-  Moru::assertThat(markedForDelCount() != 0, "markedForDelCount()");
-  markedForDelCountIs(markedForDelCount() - 1);
+void ReceivedHostTable::write(const ReceivedEntry& entry, int change) {
+  Pending pending{entry.key, change, pending_};
+  pending_ = &pending;
+  try {
+    receivedEntryIs(entry);
+  } catch (...) {
+    pending_ = pending.outer;
+    count(entry.key, pending.change);
+    throw;
+  }
+  pending_ = pending.outer;
+  count(entry.key, pending.change);
+}
+
+void ReceivedHostTable::count(const Bridging::MacVlanPair& key, int change) {
+  for (Pending* each = pending_; each != nullptr; each = each->outer) {
+    if (each->key != key) continue;
+    each->change += change;
+    return;
+  }
+  Moru::assertThat(change >= 0 || markedForDelCount() != 0, "markedForDelCount()");
+  if (change != 0) markedForDelCountIs(markedForDelCount() + static_cast<std::uint32_t>(change));
 }
 
 }  // namespace Vxlan

@@ -49,10 +49,21 @@ class ReceivedHostTable final : public Moru::EntityOf<ReceivedHostTable> {
   bool unmark(const Bridging::MacVlanPair& key);
 
  private:
-  void lowerCount();
+  // An entry is written before it is counted anew, and who is told of it in between may mark,
+  // announce or remove it in turn: what that means for the count is added up until the first of
+  // these is done.
+  struct Pending {
+    Bridging::MacVlanPair key;
+    int change;
+    Pending* outer;
+  };
+
+  void write(const ReceivedEntry& entry, int change);
+  void count(const Bridging::MacVlanPair& key, int change);
 
   MarkedForDelCount::Is countIs_{markedForDelCount};
   const Moru::Name name_;
+  Pending* pending_ = nullptr;  // the innermost
 };
 
 }  // namespace Vxlan

@@ -1,4 +1,5 @@
 // The entities with rules of their own; what all entities share is tested with the framework.
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <vector>
@@ -133,6 +134,45 @@ static_assert(!takes<Vxlan::ReceivedHostTable::ReceivedEntries, Bridging::MacVla
 static_assert(takes<FloodList::VtepIpFloodList, Vorn::IpAddr, bool>);
 static_assert(!takes<FloodList::VtepIpFloodList, Vorn::IpAddr>);
 static_assert(!takes<Vxlan::VtiStatus::DatapathLearning>);
+
+// Who is told of an entry that has been written, and not counted yet, may do anything to it.
+TEST_F(ReceivedHostTable, CountsRightWhateverItsWatchersDoInBetween) {
+  struct Meddler final : Vxlan::ReceivedHostTable::NotifieeConst {
+    void onAttribute(Moru::AttributeId attribute, const void*) override {
+      if (attribute == Moru::idOf<&Vxlan::ReceivedHostTable::receivedEntry>)
+        if (const auto once = std::exchange(act, {})) once();
+    }
+    std::function<void()> act;
+  };
+  const auto key = received(1, 10).key;
+  const auto meddler = create<Meddler>();
+  meddler->notifierIs(table);
+  meddler->hasNotificationActiveIs(true);
+  for (const std::uint64_t number : {1, 2}) table->announce(received(number, 10));
+  const auto expectCount = [&](std::uint32_t count) {
+    EXPECT_EQ(table->markedForDelCount(), count);
+    EXPECT_EQ(table->isMarked(key), count != 0);
+  };
+  meddler->act = [&] { table->announce(received(1, 10)); };
+  table->mark(key);
+  expectCount(0);
+  meddler->act = [] { throw Moru::RangeException("refused"); };
+  EXPECT_THROW(table->mark(key), Moru::RangeException);
+  expectCount(1);
+  meddler->act = [&] { table->mark(key); };
+  table->announce(received(1, 10));
+  expectCount(1);
+  meddler->act = [&] { table->mark(received(2, 10).key); };
+  table->announce(received(1, 10));
+  EXPECT_EQ(table->markedForDelCount(), 1U);
+  meddler->act = [&] {
+    table->unmark(key);
+    table->receivedEntryDel(key);
+  };
+  table->mark(key);
+  EXPECT_EQ(table->markedForDelCount(), 1U);
+  EXPECT_EQ(table->receivedEntrys(), 1U);
+}
 
 TEST(FloodSets, AreMadeOnRequestAndGoWithTheirVlan) {
   const auto entry = create<L2Rib::SourceDirEntry>();
