@@ -12,8 +12,10 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 #include <vector>
 
@@ -185,6 +187,69 @@ TEST_P(Restarted, EndsTheSame) {
     const Json once = endWithRestarts(lines, [i](std::size_t line) { return line == i; });
     EXPECT_EQ(once, end) << "restarted behind " << lines[i] << ": " << Json::diff(end, once);
   }
+}
+
+// The methods that a message may belong to: who filters by one finds all that it tells, and private
+// helpers come and go without a change of recorded traces.
+const std::map<std::string_view, std::set<std::string_view>> methods{
+    {"VxlanControllerClientSm",
+     {"handleInitialized",
+      "handleControllerClientMode",
+      "handleDatapathLearningMode",
+      "updateControllerClientMode",
+      "handleVlanVniMapVti",
+      "updateAggregateImportVlans",
+      "handleVccImportVlans",
+      "handleZepStateBaseDir",
+      "handleConvergenceInProgress",
+      "handleControllerVniBaseDir",
+      "vxlanControllerScanVniStatus",
+      "cleanupZepPerVniFdbStatusSm",
+      "isVtepIpMine",
+      "deferDeleteReceivedTableEntry",
+      "deleteReceivedTableEntry",
+      "deleteRemoteMacFromController",
+      "processUnicastDeferredDeletes",
+      "processBumDeferredDeletes",
+      "deleteBumVtepListTable",
+      "handleMlagState",
+      "handleBumReplicationMode"}},
+    {"VxlanControllerClientSm::MoruVtiStatus", {"handleInitialized"}},
+    {"VtiVlanVniMapSm",
+     {"handleInitialized", "handleVlanVniMapUpdate", "zepProcessVniVlanMapUpdateComplete"}},
+    {"ZepStateSm", {"handleInitialized", "handleConvergenceInProgress", "cleanup"}},
+    {"ReceivedHostTableToL2RibHostInputSm", {"handleInitialized", "handleReceivedHostEntry"}},
+    {"ZepPerVniFdbStatusSm",
+     {"handleInitialized", "handleZepHostTable", "handleVarpVtepAddr",
+      "handleMacVtepMultiPathTable", "handleMacVtepFloodListTable", "checkBumStatus"}},
+    {"MacVtepFloodListTableSm", {"handleInitialized", "handleVtepIpFloodList", "cleanup"}},
+    {"ZepMlagBumStatusSm",
+     {"handleInitialized", "handleBumReplicationMode", "handleVlanFloodSet", "markAndSweep"}},
+    {"ZepMlagBumStatusSm::MoruVtiVlanVniMap", {"handleVlanVniMapUpdate"}},
+    {"ZepMlagBumStatusSm::MoruVlanFloodSet", {"handleVfsInit", "handleFloodSet"}},
+    {"ZepMlagBumStatusSm::MoruVlanFloodSet::MoruFloodSet",
+     {"handleFsInit", "handleDest", "handleFloodSetType"}},
+};
+
+// Of "void Vxlan::ZepStateSm::cleanup() convergence window true", whether the method is listed.
+bool isListed(std::string_view message) {
+  const std::string_view signature = message.substr(0, message.find('('));
+  const std::string_view name = signature.substr(signature.rfind(' ') + 1);
+  constexpr std::string_view space = "Vxlan::";
+  const std::size_t method = name.rfind("::");
+  if (!name.starts_with(space) || method < space.size()) return false;
+  const auto found = methods.find(name.substr(space.size(), method - space.size()));
+  const bool isLambda = message.find(")::") != std::string_view::npos;
+  return found != methods.end() && found->second.contains(name.substr(method + 2)) && !isLambda;
+}
+
+TEST_P(Golden, TracesUnderTheSignaturesOfHandlersAlone) {
+  std::map<std::string, int> strangers;
+  for (const std::string& line : linesOf(std::istringstream(play(journal_, views.back()).errors))) {
+    const std::string message = line.substr(line.find(" 8 ") + 3);  // behind the time and the level
+    if (!isListed(message)) ++strangers[message.substr(0, message.find(')') + 1)];
+  }
+  for (const auto& [signature, count] : strangers) ADD_FAILURE() << count << " of " << signature;
 }
 
 }  // namespace
