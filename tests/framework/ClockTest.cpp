@@ -106,7 +106,9 @@ TEST_F(ClockTest, NothingFiresIntoAReactorThatIsGoneDetachedOrOff) {
   auto zombie = alarm(2);
   auto moved = alarm(3);
   auto off = alarm(4);
-  for (const auto& each : {gone, zombie, moved, off}) each->timeMinIs(101);
+  auto unregistered = alarm(5);
+  for (const auto& each : {gone, zombie, moved, off, unregistered}) each->timeMinIs(101);
+  unregistered->isRegisteredNotifieeIs(false);
   gone = nullptr;
   zombie->moruDoZombieReactors(true);
   moved->notifierIs(facility->clock());

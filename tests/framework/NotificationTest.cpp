@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <rapidcheck/gtest.h>
+#include <set>
 #include <vector>
 
 #include "framework/Moru/Attribute.h"
@@ -66,15 +67,18 @@ class Told {
   std::size_t depth_ = 0;
 };
 
+// Those that are alive of a class, by the numbers of their creation.
+template <class T>
+std::set<int> alive;
+
 struct Cell final : Moru::EntityOf<Cell> {
-  explicit Cell(int serial) : serial(serial) { ++alive; }
-  ~Cell() override { --alive; }
+  explicit Cell(int serial) : serial(serial) { alive<Cell>.insert(serial); }
+  ~Cell() override { alive<Cell>.erase(serial); }
 
   using Value = Moru::Attribute<int, 1>;
   Value value{this};
   Value::Is valueIs{value};
   const int serial;
-  static inline int alive = 0;
 };
 
 class World : public Told<World> {
@@ -92,19 +96,19 @@ class World : public Told<World> {
 struct World::Watcher final : Moru::Machine {
   Watcher(World* world, std::size_t index, int serial)
       : world(world), index(index), serial(serial) {
-    ++alive;
+    alive<Watcher>.insert(serial);
   }
-  ~Watcher() override { --alive; }
+  ~Watcher() override { alive<Watcher>.erase(serial); }
 
   struct MoruCell : Moru::Reactor<Cell::NotifieeConst, Watcher> {
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId, const void*) override {
-      const Cell& watched = *notifier();
-      const int cellSerial = watched.serial;
+      const int watched = notifier()->serial;
       Watcher& mine = *machine();
-      mine.world->called(mine.serial, cellSerial, mine.index, mine.calls++);
+      const int serial = mine.serial;
+      mine.world->called(serial, watched, mine.index, mine.calls++);
       // Whatever that has dropped, what is in use is still there.
-      RC_ASSERT(watched.serial == cellSerial && alive > 0 && mine.world != nullptr);
+      RC_ASSERT(alive<Cell>.contains(watched) && alive<Watcher>.contains(serial));
     }
   };
   Moru::Input<MoruCell> cell{this};
@@ -115,7 +119,6 @@ struct World::Watcher final : Moru::Machine {
   const std::size_t index;
   const int serial;
   std::size_t calls = 0;
-  static inline int alive = 0;
 };
 
 void World::act(const Action& action) {
@@ -246,7 +249,35 @@ RC_GTEST_PROP(Notification, ReachesExactlyWhoIsThereInOrder,
     RC_ASSERT(world.log == model.log);
     RC_CLASSIFY(world.log.size() > 20, "more than 20 calls");
   }
-  RC_ASSERT(Cell::alive == 0);
+  RC_ASSERT(alive<Cell>.empty());
+}
+
+// A machine that gives its last pointer away while it reacts, and gets itself back.
+struct Turncoat final : Moru::Machine {
+  explicit Turncoat(Ptr<Turncoat>& kept) : kept(kept) { alive<Turncoat>.insert(0); }
+  ~Turncoat() override { alive<Turncoat>.clear(); }
+  struct MoruCell : Moru::Reactor<Cell::NotifieeConst, Turncoat> {
+    using Reactor::Reactor;
+    void onAttribute(Moru::AttributeId, const void*) override {
+      Turncoat* const mine = machine();
+      mine->kept = nullptr;
+      if (notifier()->value() == 1) mine->kept = Ptr<Turncoat>(mine);
+    }
+  };
+  Moru::Input<MoruCell> cell{this};
+  Moru::Input<MoruCell>::Is cellIs{cell};
+  Ptr<Turncoat>& kept;
+};
+
+TEST(Notification, DestroysWhatWasDroppedInItUnlessSomebodyHasKeptIt) {
+  const auto cell = create<Cell>(0);
+  Ptr<Turncoat> kept;
+  kept = create<Turncoat>(kept);
+  kept->cellIs(cell);
+  cell->valueIs(1);
+  EXPECT_TRUE(alive<Turncoat>.contains(0) && kept->references() == 1);
+  cell->valueIs(2);
+  EXPECT_TRUE(alive<Turncoat>.empty() && kept == nullptr);
 }
 
 struct Throwing final : Cell::NotifieeConst {

@@ -188,6 +188,10 @@ TEST(Dest, HashesByTheOneAtATimeScheme) {
   EXPECT_EQ(Dest(DestId(0), L2Rib::DestDataMpls{IntfId("E"), 1}).hash(), 0x7860e430U);
   EXPECT_EQ(Dest(DestId(2), L2Rib::DestDataTunnel{3}).hash(), 0x60861212U);
   EXPECT_EQ(printed(vxlan), "vxlan 10.0.0.2");
+  EXPECT_EQ(printed(Dest(DestId(0), IntfId("E"))), "intf E");
+  EXPECT_EQ(printed(Dest(DestId(0), L2Rib::DestDataMpls{IntfId("E"), 7})), "mpls E label 7");
+  EXPECT_EQ(printed(Dest(DestId(0), L2Rib::DestDataTunnel{3})), "tunnel 3");
+  EXPECT_EQ(printed(Dest()), "tag 4");
   EXPECT_NE(vxlan, Dest(DestId(0), L2Rib::DestDataVxlan{IpAddr(0x0a000003)}));
 }
 
