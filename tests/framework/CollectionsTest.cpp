@@ -276,6 +276,9 @@ TYPED_TEST(Collections, RefuseTheValueOfARemovedElement) {
   map.del(1);
   EXPECT_EQ(it.key(), 1);
   EXPECT_DEATH(it.value(), "the iterator stands on");
+  map.is(3, 30);  // which may take its place
+  EXPECT_DEATH(it.value(), "the iterator stands on");
+  map.del(3);
   ++it;
   EXPECT_EQ(plain(it.value()), 20);
   ++it;

@@ -14,9 +14,11 @@
 #include "model/Bridging/VlanIdOrNone.h"
 #include "model/L2Rib/CiDest.h"
 #include "model/L2Rib/Dest.h"
+#include "model/L2Rib/Host.h"
 #include "model/Vorn/EthAddr.h"
 #include "model/Vorn/IntfId.h"
 #include "model/Vorn/IpGenAddr.h"
+#include "model/Vxlan/ReceivedEntry.h"
 #include "model/Vxlan/VniExt.h"
 #include "model/Vxlan/VniSourcePair.h"
 #include "model/VxlanController/MacVtepMultiPathV2.h"
@@ -65,6 +67,7 @@ TEST(RangedNumbers, AcceptTheirRangeAndNothingBesideIt) {
 TEST(VniSourcePair, IsEmptyOnlyByDefaultAndChecksItsVniWhenAsked) {
   EXPECT_TRUE(!VniSourcePair());
   EXPECT_FALSE(!VniSourcePair(VniExt(0))) << "VNI 0 is a VNI";
+  EXPECT_NE(VniSourcePair(VniExt(1)).hash(), VniSourcePair(VniExt(2)).hash());
   const VniSourcePair raw(4294967295U);
   EXPECT_FALSE(!raw);
   EXPECT_THROW(raw.vni(), Moru::RangeException);
@@ -97,6 +100,7 @@ TEST(IpAddresses, ParseAndPrint) {
 
   const Ip6Addr six({0x20010db8, 0, 0, 1});
   EXPECT_EQ(Ip6Addr::parse("2001:db8::1"), six);
+  EXPECT_EQ(Ip6Addr({1, 2, 4, 8}).hash(), 15U);
   EXPECT_EQ(Ip6Addr::parse("2001:db8"), std::nullopt);
   EXPECT_EQ(IpGenAddr::parse("10.0.0.2"), IpGenAddr(IpAddr(0x0a000002)));
   EXPECT_EQ(printed(IpGenAddr(six)), "2001:db8::1");
@@ -129,6 +133,8 @@ TEST(MacVlanPair, OrdersByMacThenVlanFromItsDefault) {
   const MacVlanPair lowest;
   const MacVlanPair next{EthAddr(), VlanId(2)};
   const MacVlanPair last{EthAddr::fromValue(1), VlanId(1)};
+  EXPECT_NE(lowest, next);
+  EXPECT_LT((MacVlanPair{EthAddr(), VlanId(4094)}), last);
   EXPECT_TRUE(lowest < next && next < last);
   EXPECT_EQ(printed(last), "00:00:00:00:00:01 vlan 1");
 }
@@ -144,6 +150,36 @@ TEST(Records, AreAbsentByWhatMattersInThem) {
   paths.vtepIpList[IpAddr(1)] = false;
   EXPECT_FALSE(!paths) << "the flag does not matter";
   EXPECT_EQ(printed(paths), "00:00:00:00:00:07 vteps 0.0.0.1");
+}
+
+// Different numbers, so that none can stand for another.
+TEST(Records, PrintTheirFields) {
+  const MacVlanPair key{EthAddr::fromValue(1), VlanId(2)};
+  EXPECT_EQ(
+      printed(VxlanController::MacVtepV2{key.mac, IpAddr(3), 4, VxlanController::HostKind{5}}),
+      "00:00:00:00:00:01 vtep 0.0.0.3 moveCount 4 hostKind 5");
+  Vxlan::ReceivedEntry entry{key, IntfId("E"), 3, IpAddr(4), 5, 6, 7, true, 8};
+  EXPECT_EQ(printed(entry),
+            "00:00:00:00:00:01 vlan 2 vti E vtep 0.0.0.4 source 3 moveCount 6 hostKind 7 time 8 "
+            "marked for deletion");
+  entry.markedForDel = false;
+  EXPECT_THAT(printed(entry), testing::EndsWith("time 8"));
+  L2Rib::Host host;
+  host.key = key;
+  host.moveCount = 3;
+  host.kind = 4;
+  EXPECT_EQ(host.entryType, 16U);
+  host.time = 5;
+  host.source = 6;
+  host.dest = L2Rib::CiDest(L2Rib::DestType::vtep);
+  host.dest.intfIdIs(IntfId("E"));
+  host.dest.vtepAddrIs(1, IpAddr(7));
+  host.dest.vtepAddrIs(0, IpAddr(8));  // which leaves the list as long as it was
+  EXPECT_EQ(
+      printed(host),
+      "00:00:00:00:00:01 vlan 2 kind 4 entryType 16 source 6 moveCount 3 time 5 type 1 intf E "
+      "vteps 0.0.0.8 0.0.0.7");
+  EXPECT_EQ(host.dest.vtepAddr(2), IpGenAddr());
 }
 
 TEST(VtepIpList, IsAMapInTheOrderOfTheAddresses) {
@@ -192,6 +228,10 @@ TEST(Dest, HashesByTheOneAtATimeScheme) {
   EXPECT_EQ(printed(Dest(DestId(0), L2Rib::DestDataMpls{IntfId("E"), 7})), "mpls E label 7");
   EXPECT_EQ(printed(Dest(DestId(0), L2Rib::DestDataTunnel{3})), "tunnel 3");
   EXPECT_EQ(printed(Dest()), "tag 4");
+  for (int tag = 0; tag <= 4; ++tag)  // without a payload: as with the default one
+    EXPECT_EQ(Dest(DestId(1), static_cast<L2Rib::DestTag>(tag)).tag(), L2Rib::DestTag(tag));
+  EXPECT_EQ(Dest(DestId(1), L2Rib::DestTag::mpls), Dest(DestId(1), L2Rib::DestDataMpls()));
+  EXPECT_EQ(Dest(DestId(1), L2Rib::DestDataMpls{IntfId("E"), 7}).mpls().label, 7U);
   EXPECT_NE(vxlan, Dest(DestId(0), L2Rib::DestDataVxlan{IpAddr(0x0a000003)}));
 }
 
