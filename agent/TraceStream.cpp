@@ -1,16 +1,10 @@
 #include "agent/TraceStream.h"
 
-#include <chrono>
 #include <utility>
 
 #include "agent/Text.h"
 
 namespace Agent {
-
-std::string timeOfDay() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return utcText(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
-}
 
 TraceStream::TraceStream(std::ostream& out, unsigned mostLevel,
                          std::vector<Moru::TraceFacility*> facilities,

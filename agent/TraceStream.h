@@ -1,7 +1,7 @@
 // Prints the trace stream, for as long as it lives: a line per message, "time level message", the
 // message beginning with the signature of the function that it comes from.
 //
-//   Agent::TraceStream trace(std::cerr, 8, {&Vxlan::traceFacility}, Agent::timeOfDay);
+//   Agent::TraceStream trace(std::cerr, 8, {&Vxlan::traceFacility}, timeText);
 #pragma once
 
 #include <functional>
@@ -12,9 +12,6 @@
 #include "framework/Moru/Trace.h"
 
 namespace Agent {
-
-// The calendar's time, "2026-11-21 05:10:11.123456", in UTC.
-std::string timeOfDay();
 
 // There is one at a time: it has the process's trace sink to itself.
 class TraceStream {
