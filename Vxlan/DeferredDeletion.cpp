@@ -12,6 +12,8 @@ namespace Vxlan {
 
 // --- Received hosts ---
 
+// The host stays in the layer-2 RIB. One that is marked already is left alone, so that it counts
+// once, however often the controller takes it back.
 void VxlanControllerClientSm::deferDeleteReceivedTableEntry(Bridging::MacVlanPair key) {
   const auto table = Moru::held(hostTable_);
   const ReceivedEntry entry = table ? table->receivedEntry(key) : ReceivedEntry();
@@ -25,6 +27,7 @@ void VxlanControllerClientSm::deleteReceivedTableEntry(Bridging::MacVlanPair key
   MORU_TRACE(8, " deleting ", key);
   const auto table = Moru::held(hostTable_);
   if (!table) return;
+  // The count before the entry: a run that is told of the removal must see how much is left.
   if (table->unmark(key))
     MORU_TRACE(8, " new marked for deletion count ", table->markedForDelCount());
   table->receivedEntryDel(key);
@@ -34,6 +37,7 @@ void VxlanControllerClientSm::deleteRemoteMacFromController(Bridging::VlanId vla
   if (!initialized()) return;
   MORU_TRACE(8, "deleteRemoteMacFromController vlanId ", vlan, " deferDel ", deferDel);
   if (!hostTable_) return;
+  // At the cost of the VLAN's hosts, and not of the table.
   for (auto host = hostsOfVlan(hostTable_, l2RibZepInput_, vlan); host; ++host) {
     MORU_TRACE(8, host.key().mac, " Vlan: ", vlan, " deferDel ", deferDel);
     if (deferDel)
@@ -99,12 +103,14 @@ void VxlanControllerClientSm::processUnicastDeferredDeletes() {
       arm(unicastDeferredDeleteClock, time);
       return;
     }
+    // What the controller has announced again meanwhile has lost its mark, and is passed over.
     if (entry.value().markedForDel) {
       deleteReceivedTableEntry(entry.key());
       if (table->markedForDelCount() == 0) break;
     }
     ++entry;
   }
+  // Two texts, each in its own place, that tools on either side look for.
   MORU_TRACE_STREAM(8, " unicast mac deferred delete complete.");
   MORU_TRACE_RING(8, " unicast mac deferred del complete");
   endUnicastDeferredDeletes();
@@ -161,7 +167,7 @@ void VxlanControllerClientSm::processBumDeferredDeletes() {
     }
     const Bridging::VlanId vlan(number);
     const auto vlanFloodSet = sde->vlanFloodSet(vlan);
-    if (!vlanFloodSet) continue;
+    if (!vlanFloodSet) continue;  // a number without flood sets costs nothing, nor a reading
     const double time = now();
     if (time >= deadline) {
       bookmarkBumRun(vlan);
@@ -184,6 +190,7 @@ void VxlanControllerClientSm::processBumDeferredDeletes() {
           ++bumRun_.deleted;
           continue;
         }
+        // More than a list asks for is what this run is here for; less should not be.
         for (const auto& count : demand.destCounts(*floodSet)) {
           if (count.dests > count.vteps)
             MORU_TRACE(8, " flood dest count mismatch ", count.dests, " > ", count.vteps);
@@ -195,8 +202,9 @@ void VxlanControllerClientSm::processBumDeferredDeletes() {
           if (count.dests != count.vteps) MORU_TRACE(8, count.equalText());
       }
     }
-    // What was deleted may have come to somebody who has begun another convergence, which has ended
-    // the run, or another time.
+    // Who watches what was deleted may have had the controller begin to converge: that has ended
+    // the run, and its end will begin another. Or the flood sets have become somebody else's: then
+    // there is nothing left to do.
     if (bumRun_.vlansLeft == 0) return;
     if (!ownsFloodSets()) break;
   }

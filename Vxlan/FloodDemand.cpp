@@ -18,6 +18,7 @@ bool FloodDemand::has(const Vorn::EthAddr& mac, const L2Rib::Dest& dest) const {
 std::vector<FloodDemand::DestCount> FloodDemand::destCounts(const L2Rib::FloodSet& floodSet) const {
   std::vector<DestCount> counts;
   for (const auto& machine : machines_) {
+    // The multipath entry where there are both: the flood list waits behind it.
     if (const auto* const entry = machine->multiPath(floodSet.macAddr()))
       counts.push_back({floodSet.destSets(), entry->vtepIpLists(), true});
     else if (const auto* const list = machine->floodList(floodSet.macAddr()))
@@ -26,6 +27,7 @@ std::vector<FloodDemand::DestCount> FloodDemand::destCounts(const L2Rib::FloodSe
   return counts;
 }
 
+// As who reads traces knows them, down to the blanks.
 std::string_view FloodDemand::DestCount::atLeastText() const {
   return isMultiPath ? "fsIter->destSets() >= vniFdbStatus->macVtepMultiPathTable( macAddr )"
                        ".vtepIpLists()"

@@ -43,6 +43,9 @@ void MacVtepFloodListTableSm::MoruMacVtepFloodListTable::
   machine()->handleVtepIpFloodList(ip);
 }
 
+// Run again whenever the whole list is to be brought in line: when it is new, when the multipath
+// entry that stood in its place has gone, and when the hardware has come to replicate for the
+// controller.
 void MacVtepFloodListTableSm::handleInitialized() {
   MORU_TRACE(8, " init? ", initialized());
   if (!zepPerVniFdbStatusSm_->checkBumStatus()) return;
@@ -61,6 +64,7 @@ void MacVtepFloodListTableSm::handleInitialized() {
     const auto floodSet = floodSetOf(vlan);
     MORU_TRACE(8, "listType: sendToAll vtepAddr len ", list ? list->vtepIpFloodLists() : 0);
     if (!floodSet) continue;
+    // During convergence VTEPs only come: what the controller has not listed yet may follow.
     if (!zepPerVniFdbStatusSm_->vxlanControllerClientSm()->convergenceInProgress())
       sweepDests(floodSet, [this](const L2Rib::Dest& dest) {
         return isDestListed(dest, [this](const Vorn::IpAddr& ip) { return isMember(ip); });
@@ -101,6 +105,7 @@ void MacVtepFloodListTableSm::handleVtepIpFloodList(Vorn::IpAddr ip) {
   }
 }
 
+// VTEP by VTEP, and without a sweep: what the list has lost it says in changes of its own.
 void MacVtepFloodListTableSm::handleVtepIpFloodList() {
   MORU_TRACE(8, " init? ", initialized());
   if (!zepPerVniFdbStatusSm_->checkBumStatus()) return;

@@ -6,6 +6,8 @@ namespace Vxlan {
 
 namespace {
 
+// The host of an entry, marked or not: a host that waits for its deletion is forwarded to as
+// before.
 L2Rib::Host hostOf(const ReceivedEntry& entry) {
   L2Rib::Host host;
   host.key = entry.key;
@@ -71,6 +73,9 @@ void ReceivedHostTableToL2RibHostInputSm::handleReceivedHostEntry(Bridging::MacV
     l2RibZepInput_->hostIs(hostOf(*entry));
 }
 
+// What is stale goes before anything is written, so that the host input never holds a key that the
+// table has not. Every entry is written, identical ones too: whoever mirrors the host input in turn
+// may count on it.
 void ReceivedHostTableToL2RibHostInputSm::handleReceivedHostEntry() {
   MORU_TRACE(8);
   if (!initialized()) return;
@@ -83,6 +88,7 @@ void ReceivedHostTableToL2RibHostInputSm::handleReceivedHostEntry() {
     handleReceivedHostEntry(entry.key());
 }
 
+// The record that stands for no host is nobody's, and stays.
 void ReceivedHostTableToL2RibHostInputSm::deleteStaleHosts(const ReceivedHostTable& table) {
   for (auto host = l2RibZepInput_->host().begin(); host; ++host)
     if (!!host.value() && !table.receivedEntry().contains(host.key()))

@@ -36,6 +36,7 @@ void VtiVlanVniMapSm::MoruVlanVniMap::moru_handleVlanVniMap_vlanToVsp(Bridging::
 
 void VtiVlanVniMapSm::handleInitialized() {
   MORU_TRACE(8, " Init ? ", initialized());
+  // The root brings all maps in line at the end of its own initialization.
   if (!vxlanControllerClientSm_->initialized()) return;
   initializedIs(true);
   const auto map = Moru::held(vlanVniMap());
@@ -46,6 +47,7 @@ void VtiVlanVniMapSm::handleInitialized() {
 void VtiVlanVniMapSm::handleVlanVniMapUpdate(Bridging::VlanId vlan) {
   if (!initialized()) return;
   MORU_TRACE(8, "vlan: ", vlan);
+  // In either client mode, and never deferred: a VLAN without a VNI has no place for remote hosts.
   if (!vspOf(vlan)) {
     vxlanControllerClientSm_->deleteRemoteMacFromController(vlan, false);
     vxlanControllerClientSm_->deleteBumVtepListTable(vlan);
@@ -61,7 +63,7 @@ void VtiVlanVniMapSm::zepProcessVniVlanMapUpdateComplete(Bridging::VlanId vlan, 
     return;
   }
   if (const VniSourcePair vsp = vspOf(vlan); !!vsp) {
-    const VniExt vni = vsp.vni();
+    const VniExt vni = vsp.vni();  // which a raw table may hold out of range: then this throws
     MORU_TRACE(8, "Create zepPerVniFdbStatusSm for ", vni);
     vxlanControllerClientSm_->vxlanControllerScanVniStatus(vni);
     return;

@@ -19,19 +19,21 @@ constexpr const char* traceRingName = "DpxVxlanControllerSm.rlg";
 constexpr std::array<std::size_t, 10> traceRingSizes{33, 33, 33, 33, 33,
                                                      33, 33, 33, 33, 33};  // KiB
 
-// Null if there is no such entry, or no directory.
+// An input that is absent is an empty directory. Null if there is no such entry.
 Moru::Ptr<Moru::Entity const> entityOf(const Moru::Ptr<Moru::Dir const>& dir,
                                        const Moru::Name& name) {
   return dir ? dir->entityPtr(name) : nullptr;
 }
 
 // The VNI that a directory entry is named by: the number that the name begins with, 0 if none.
-// Throws RangeException for a number that is no VNI.
+// Throws RangeException for a number that is no VNI: to follow another VNI than the controller has
+// named would be worse than to follow none.
 VniExt vniOf(const Moru::Name& name) {
   constexpr int decimal = 10;
   return VniExt(std::strtol(name.stringValue().c_str(), nullptr, decimal));
 }
 
+// The way back: the entry that the controller publishes a VNI under.
 Moru::Name nameOf(const VniExt& vni) {
   std::ostringstream name;
   name << vni;
@@ -44,6 +46,8 @@ Moru::Name nameOf(const VniExt& vni) {
 
 VxlanControllerClientSm::VxlanControllerClientSm(const ClientInputs& inputs)
     : VxlanControllerClientSm() {
+  // Nothing reacts yet: handlers wait for initialized(). The order is that in which the reactors
+  // register, and so the order in which one entity that is several inputs tells them.
   vtiStatusDirIs(inputs.vtiStatusDir);
   controllerStatusBaseDirIs(inputs.controllerStatusBaseDir);
   zepStateClientViewIs(inputs.zepStateClientView);
@@ -55,9 +59,12 @@ VxlanControllerClientSm::VxlanControllerClientSm(const ClientInputs& inputs)
   zepSde_ = inputs.zepSde;
   l2RibZepInput_ = inputs.l2RibZepInput;
   zepConvergenceStatus_ = inputs.zepConvergenceStatus;
+  // Bound once: a switch has its BUM status before it has a client.
   localBumStatusIs(inputs.vxlanHwStatusDir ? inputs.vxlanHwStatusDir->bumStatus() : nullptr);
   unicastDeferredDeleteClockIs(Moru::ActivityFacility::current()->clock());
   bumDeferredDeleteClockIs(Moru::ActivityFacility::current()->clock());
+  // Each reactor that this makes folds the modes, which are therefore right before initialization
+  // makes the first machine.
   if (inputs.vtiStatusDir) vtiStatus.sync(inputs.vtiStatusDir->vtiStatus());
   handleInitialized();
 }
@@ -66,8 +73,8 @@ VxlanControllerClientSm::~VxlanControllerClientSm() {
   // From here on nothing that is written comes back to this machine or to one of its children.
   moruDoZombieReactors(true);
   try {
-    zepStateSmDel();
-  } catch (...) {  // of a watcher of the client view: there is nobody left to tell
+    zepStateSmDel();  // which ends the convergence window for the next client
+  } catch (...) {     // of a watcher of the client view: there is nobody left to tell
   }
   hostTableDel();
   receivedHostTableToL2RibHostInputSmDel();
@@ -87,6 +94,8 @@ void VxlanControllerClientSm::handleInitialized() {
   arm(unicastDeferredDeleteClock, Moru::Clock::never);
   arm(bumDeferredDeleteClock, Moru::Clock::never);
   hostTableIs("hostTable");
+  // Over a table that is still empty: it takes from the layer-2 RIB what an earlier client has left
+  // there. What the controller still has comes back within this initialization.
   receivedHostTableToL2RibHostInputSmIs(hostTable_, l2RibZepInput_);
   // The import VLANs come before the VNIs, whose scan looks at them.
   updateAggregateImportVlans();
@@ -95,6 +104,7 @@ void VxlanControllerClientSm::handleInitialized() {
   cacheControllerClientMode();
   cacheDatapathLearningMode();
   updateControllerClientMode();
+  // Last: the maps' machines scan for VNIs, and want modes and import VLANs as they are.
   handleVlanVniMapVti();
 }
 
@@ -102,7 +112,8 @@ void VxlanControllerClientSm::handleInitialized() {
 
 void VxlanControllerClientSm::MoruVtiStatusDir::notifierIs(Moru::Ptr<VtiStatusDir const> dir) {
   Reactor::notifierIs(std::move(dir));
-  // At construction the VTIs are read when all inputs are there.
+  // At construction the VTIs are read when all inputs are there. The VTIs of a directory that was
+  // exchanged stay until they are removed.
   if (isZombie() || !machine()->initialized()) return;
   for (const auto& [intf, status] : vtiStatusesOf(notifier())) machine()->vtiStatusIs(status);
 }
@@ -164,6 +175,8 @@ void VxlanControllerClientSm::MoruVtiStatus::doCleanup() {
   machine()->updateAggregateImportVlans();
 }
 
+// The two folds differ on purpose: one VTI that wants the controller's hosts is enough to fetch
+// them, and one that does not learn in the data path is enough to need them.
 void VxlanControllerClientSm::cacheControllerClientMode() {
   bool anyOn = false;
   for (const auto& [intf, status] : vtiStatusesOf(vtiStatusDir()))
@@ -195,6 +208,7 @@ void VxlanControllerClientSm::handleDatapathLearningMode() {
 void VxlanControllerClientSm::updateControllerClientMode() {
   MORU_TRACE(8, " init? ", initialized(), " datapathLearning is ", datapathLearningMode_,
              " vxlanControllerClientMode is ", vxlanControllerClientMode_);
+  // First of all whether the controller converges: it decides how what follows deletes.
   handleZepStateBaseDir();
   if (!vxlanControllerClientMode_) {
     cleanupZepPerVniFdbStatusSm();
@@ -228,6 +242,8 @@ void VxlanControllerClientSm::MoruVlanVniMaps::moru_handleVlanVniMaps_vlanVniMap
   machine()->handleVlanVniMapVti(intf);
 }
 
+// A machine that exists is not told to look again: it watches its map itself. Another map under the
+// same VTI is refused, for what the first has led to would be left behind.
 void VxlanControllerClientSm::handleVlanVniMapVti(Vorn::IntfId intf) {
   MORU_TRACE(8, " intf: ", intf);
   if (const auto map = vlanVniMaps() ? vlanVniMaps()->vlanVniMap(intf) : nullptr)
@@ -243,6 +259,8 @@ void VxlanControllerClientSm::handleVlanVniMapVti() {
 
 // --- Import VLANs ---
 
+// The mutators act on a change of membership alone: the union is computed anew, over all VLANs,
+// with every VTI that comes or goes.
 void VxlanControllerClientSm::vccImportVlansIs(Bridging::VlanId vlan) {
   if (vccImportVlans_.is(vlan, {})) handleVccImportVlans(vlan);
 }
@@ -343,6 +361,8 @@ void VxlanControllerClientSm::handleZepStateBaseDir(Moru::Name name) {
     return;
   }
   MORU_TRACE(8, " entry subdir added ", name);
+  // A second controller state is refused by the machine that follows the first: which of two would
+  // be true, nobody could say.
   if (const auto state = Moru::dynamicPtrCast<VxlanController::ZepStateV2 const>(entity))
     zepStateSmIs(state, zepStateClientView());
 }
@@ -400,6 +420,7 @@ void VxlanControllerClientSm::MoruControllerStatusBaseDir::
 
 void VxlanControllerClientSm::handleControllerVniBaseDir() {
   if (!initialized()) return;
+  // Entries may come and go, and the directory itself be exchanged, by what the machines write.
   const auto dir = Moru::held(controllerStatusBaseDir());
   MORU_TRACE(8, "handleControllerVniBaseDir", dir);
   if (!dir) return;
@@ -412,7 +433,7 @@ void VxlanControllerClientSm::handleControllerVniBaseDir(Moru::Name name) {
   if (!initialized()) return;
   const auto entity = entityOf(controllerStatusBaseDir(), name);
   VniExt vni;
-  bool removeMachine = false;
+  bool removeMachine = false;  // looked at after the last VTI, whatever comes first
   if (!entity || !vxlanControllerClientMode_) {
     MORU_TRACE(8, " entry subdir deleted for ", name);
     vni = vniOf(name);
@@ -426,6 +447,8 @@ void VxlanControllerClientSm::handleControllerVniBaseDir(Moru::Name name) {
     const auto status = Moru::dynamicPtrCast<VxlanController::VniFdbStatusV2 const>(entity);
     if (!status) return;
     vni = vniOf(name);
+    // A controller that publishes VNI 0, or a name that is no number, is broken in a way that must
+    // be seen.
     Moru::assertThat(vni.value() != 0, "!!vniId", [&] { return "entry " + name.stringValue(); });
     for (const auto& [intf, mapped] : vlansOfVni(vlanVniMaps(), vni)) {
       MORU_TRACE(8, "vniId: ", vni, " localmap: ", mapped);
@@ -447,6 +470,7 @@ void VxlanControllerClientSm::handleControllerVniBaseDir(Moru::Name name) {
     }
   }
   if (!removeMachine || !zepPerVniFdbStatusSm(vni)) return;
+  // The clean-up comes first: it is the machine's hosts and flood sets that it looks for.
   MORU_TRACE(8, " Deleting the corresponding SM");
   cleanupZepPerVniFdbStatusSm(vni, true);
   zepPerVniFdbStatusSmDel(vni);
@@ -455,6 +479,7 @@ void VxlanControllerClientSm::handleControllerVniBaseDir(Moru::Name name) {
 void VxlanControllerClientSm::vxlanControllerScanVniStatus(VniExt vni) {
   MORU_TRACE(8, " Scanning VniStatus for vni ", vni);
   if (const auto machine = zepPerVniFdbStatusSm(vni)) {
+    // The whole of it: the VLAN is new to its hosts, and to its lists.
     machine->handleInitialized();
     return;
   }
@@ -473,6 +498,7 @@ void VxlanControllerClientSm::cleanupZepPerVniFdbStatusSm(VniExt vni, bool defer
     if (deferIfConverging && vxlanControllerClientMode_ && convergenceInProgress()) deferred = true;
     deleteRemoteMacFromController(vlan, deferred);
     if (deferred) continue;  // to the deferred deletion after the convergence
+    // While MLAG is active the flood sets are the peer's copies, and only what it lacks may go.
     if (const auto machine = zepMlagBumStatusSm())
       machine->markAndSweep(vlan);
     else
@@ -538,6 +564,8 @@ bool VxlanControllerClientSm::isMlagBumWanted() const {
 void VxlanControllerClientSm::handleMlagState() {
   if (!initialized()) return;
   MORU_TRACE(8, "handleMlagState", mlagState());
+  // A switch without MLAG says so in its status. Without one, while the controller's hosts are
+  // wanted, nobody knows whose the flood sets are.
   Moru::assertThat(!vxlanControllerClientMode_ || mlagStatus() != nullptr, "mlagStatus()");
   if (isMlagBumWanted())
     zepMlagBumStatusSmIs(mlagVxlanStatus_, vxlanHwStatusDir(), vlanVniMaps(), zepSde_);
@@ -549,6 +577,7 @@ void VxlanControllerClientSm::handleBumReplicationMode() {
   MORU_TRACE(8, "handleBumReplicationMode");
   if (!initialized()) return;
   const BumReplicationMode mode = localBumReplicationMode();
+  // In another mode the hardware would send by what is in the flood sets, and nobody keeps them.
   if (mode != BumReplicationMode::controller) {
     MORU_TRACE(8, " Replication Mode is not zep ", " bum replication mode: ", mode);
     deleteBumVtepListTable();
@@ -578,6 +607,7 @@ void VxlanControllerClientSm::deleteBumVtepListTable() {
 // --- Received hosts ---
 
 const Moru::Ptr<ReceivedHostTable>& VxlanControllerClientSm::hostTableIs(const Moru::Name& name) {
+  // Of another name it is another table: the hosts of the one before are not taken over.
   if (!hostTable_ || hostTable_->name() != name) hostTable_ = Moru::create<ReceivedHostTable>(name);
   return hostTable_;
 }
@@ -588,10 +618,11 @@ bool VxlanControllerClientSm::isVtepIpMine(VniExt, Vorn::IpAddr vtepIp,
                                            Vorn::IntfId vtiIntfId) const {
   MORU_TRACE(8, "vtepIp: ", vtepIp);
   const auto status = vtiStatusDir() ? vtiStatusDir()->vtiStatus(vtiIntfId) : nullptr;
-  if (!status) return false;
+  if (!status) return false;  // a VTI that tells nothing of itself has only remote hosts
   MORU_TRACE(8, "local vtepIp: ", status->localVtepAddr(),
              " local varp vtepIp: ", status->vArpVtepAddr());
   if (vtepIp == status->localVtepAddr() || vtepIp == status->vArpVtepAddr()) return true;
+  // The pair is one VTEP to everybody else: what is behind the peer is reached without a tunnel.
   if (!mlagVxlanStatus_) return false;
   for (const auto& [type, address] : mlagVxlanStatus_->vtepTypeAddr())
     if (address == vtepIp) return true;

@@ -61,6 +61,8 @@ void ZepMlagBumStatusSm::MoruVlanFloodSet::handleFloodSet() {
   const auto peer = Moru::held(notifier());
   const auto sde = Moru::held(machine()->zepSde());
   MORU_TRACE(8, "handleFloodSet", peer->vlanId());
+  // What stands there already, of the controller's or of an earlier copy, is taken over and not
+  // replaced: what both have keeps forwarding.
   localVlanFloodSet_ = sde ? sde->vlanFloodSet(peer->vlanId()) : nullptr;
   if (const auto local = Moru::held(localVlanFloodSet_)) {
     MORU_TRACE(8, "vlanfloodSet of ", peer->vlanId(),
@@ -70,6 +72,7 @@ void ZepMlagBumStatusSm::MoruVlanFloodSet::handleFloodSet() {
   } else if (sde) {
     localVlanFloodSet_ = sde->vlanFloodSetIs(peer->vlanId());
   }
+  // All sets first, then what is in them.
   for (const auto& [mac, peerFloodSet] : peer->floodSet()) handleFloodSet(mac);
   for (const auto& [mac, reactor] : floodSet()) reactor->handleFsInit();
 }
@@ -144,6 +147,7 @@ void MoruFloodSet::handleDest(L2Rib::Dest dest) {
     return;
   }
   if (!localFloodSet_) return;
+  // A destination whose flag is false is none: the copy never has such.
   if (!peer->destSet(dest))
     localFloodSet_->destSetDel(dest);
   else if (!localFloodSet_->destSet(dest))  // else two that copy each other would never end

@@ -31,6 +31,8 @@ bool ZepMlagBumStatusSm::isMadeFrom(const Moru::Ptr<Mlag::VxlanStatus const>& ml
          zepSde_ == zepSde;
 }
 
+// Once more when the machine initializes itself, and then no more: where the status comes to point
+// to another peer, the root makes another machine.
 void ZepMlagBumStatusSm::bindPeer() {
   remoteBumStatusIs(mlagVxlanStatus() ? mlagVxlanStatus()->peerBumStatus() : nullptr);
   localBumStatusIs(vxlanHwStatusDir() ? vxlanHwStatusDir()->bumStatus() : nullptr);
@@ -43,6 +45,8 @@ void ZepMlagBumStatusSm::handleInitialized() {
   Moru::assertThat(vxlanHwStatusDir() != nullptr, "vxlanHwStatusDir()");
   bindPeer();
   initializedIs(true);
+  // Copied first and swept then, so that what both have is never away in between. A VLAN that two
+  // VTIs map is swept twice, and the second time nothing is found.
   handleBumReplicationMode();
   for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps()))
     for (auto vlan = map->vlanToVsp().begin(); vlan; ++vlan) markAndSweep(vlan.key());
@@ -128,6 +132,7 @@ void ZepMlagBumStatusSm::MoruVtiVlanVniMap::handleVlanVniMapUpdate(Bridging::Vla
     reactor->handleVfsInit();
 }
 
+// By any VTI: the flood sets of a VLAN are one, however many VTIs map it.
 bool ZepMlagBumStatusSm::isMapped(const Bridging::VlanId& vlan) const {
   for (const auto& [intf, map] : vlanVniMapsOf(vlanVniMaps()))
     if (!!map->vlanToVsp(vlan)) return true;
@@ -146,6 +151,7 @@ void ZepMlagBumStatusSm::MoruRemoteSde::onAttribute(Moru::AttributeId attribute,
 
 void ZepMlagBumStatusSm::MoruRemoteSde::moru_handleRemoteSde_vlanFloodSet(Bridging::VlanId vlan) {
   const auto remote = Moru::held(notifier());
+  // The switch's own go before their copier, which could not say any more what it has copied.
   machine()->handleVlanFloodSet(vlan);
   if (!isZombie()) machine()->vlanFloodSet.follow(remote->vlanFloodSet(), vlan);
 }
@@ -153,7 +159,7 @@ void ZepMlagBumStatusSm::MoruRemoteSde::moru_handleRemoteSde_vlanFloodSet(Bridgi
 void ZepMlagBumStatusSm::handleVlanFloodSet(Bridging::VlanId vlan) {
   MORU_TRACE(8, "handleVlanFloodSet", vlan);
   Moru::assertThat(remoteSde() != nullptr, "remoteSde()");
-  if (remoteSde()->vlanFloodSet(vlan)) return;
+  if (remoteSde()->vlanFloodSet(vlan)) return;  // copied by its reactor
   MORU_TRACE(8, "Deleting local vlanFloodSet");
   if (zepSde_) zepSde_->vlanFloodSetDel(vlan);
 }
@@ -161,7 +167,7 @@ void ZepMlagBumStatusSm::handleVlanFloodSet(Bridging::VlanId vlan) {
 void ZepMlagBumStatusSm::markAndSweep(Bridging::VlanId vlan) {
   MORU_TRACE(8, "markAndSweep", " vlan=", vlan);
   const auto local = zepSde_ ? zepSde_->vlanFloodSet(vlan) : nullptr;
-  if (!local) return;
+  if (!local) return;  // which may be asked before there is a peer
   Moru::assertThat(remoteSde() != nullptr, "remoteSde()");
   const auto remote = remoteSde()->vlanFloodSet(vlan);
   if (!remote) {

@@ -40,6 +40,7 @@ ZepPerVniFdbStatusSm::ZepPerVniFdbStatusSm(
     const Moru::Ptr<L2Rib::SourceDirEntry>& zepSde,
     VxlanControllerClientSm* vxlanControllerClientSm)
     : vni_(vni), zepSde_(zepSde), vxlanControllerClientSm_(vxlanControllerClientSm) {
+  // The root is on the way to take this machine in: what it reads of the root is there already.
   zepVniFdbStatusV2Is(zepVniFdbStatusV2);
   vtiStatusDirIs(vtiStatusDir);
   vxlanHwStatusDirIs(vxlanHwStatusDir);
@@ -126,6 +127,7 @@ void ZepPerVniFdbStatusSm::handleInitialized() {
   MORU_TRACE(8, " init? ", initialized());
   initializedIs(true);
   handleZepHostTable();
+  // Multipath entries first: they take precedence, and the flood lists look for them.
   handleMacVtepMultiPathTable();
   handleMacVtepFloodListTable();
 }
@@ -135,6 +137,7 @@ void ZepPerVniFdbStatusSm::handleInitialized() {
 void ZepPerVniFdbStatusSm::handleZepHostTable() {
   const bool datapathLearningMode = vxlanControllerClientSm_->datapathLearningMode();
   MORU_TRACE(8, " datapathLearningMode ", datapathLearningMode);
+  // What the data path learns itself is not to be held from the controller, too.
   if (!initialized() || datapathLearningMode) return;
   const auto status = Moru::held(zepVniFdbStatusV2());
   if (!status) return;
@@ -150,7 +153,7 @@ void ZepPerVniFdbStatusSm::handleZepHostTable(Vorn::EthAddr mac) {
   if (!table) return;
   const MacVtepV2 macVtep =
       zepVniFdbStatusV2() ? zepVniFdbStatusV2()->macVtepTable(mac) : MacVtepV2();
-  const bool withdrawn = macVtep == MacVtepV2();
+  const bool withdrawn = macVtep == MacVtepV2();  // the value that an absent MAC has
   for (const auto& [intf, vlan] : vlans()) {
     if (!vlan) {
       // In spite of its words the text does not end the walk: each VTI is served on its own.
@@ -158,6 +161,7 @@ void ZepPerVniFdbStatusSm::handleZepHostTable(Vorn::EthAddr mac) {
       continue;
     }
     const Bridging::MacVlanPair key{mac, Bridging::VlanId(vlan.value())};
+    // Read below, and once more by the mirror: fetched while the address is looked at.
     prefetchHost(*table, vxlanControllerClientSm_->l2RibZepInput().get(), key);
     MORU_TRACE(8, "vniId: ", vni_, "vlanId: ", vlan);
     if (!withdrawn && vxlanControllerClientSm_->isVtepIpMine(vni_, macVtep.vtepIp, intf)) {
@@ -183,6 +187,9 @@ void ZepPerVniFdbStatusSm::handleZepHostTable(Vorn::EthAddr mac) {
   }
 }
 
+// A host that the controller has taken back during a convergence may be on its way again: it is
+// marked only. That it is not marked yet is asserted, for the controller takes back what it has
+// announced, and an announcement takes the mark away.
 void ZepPerVniFdbStatusSm::withdrawHost(const ReceivedHostTable& table,
                                         const Bridging::MacVlanPair& key) {
   Moru::assertThat(!table.isMarked(key),
@@ -198,6 +205,8 @@ void ZepPerVniFdbStatusSm::withdrawHost(const ReceivedHostTable& table,
     vxlanControllerClientSm_->deleteReceivedTableEntry(key);
 }
 
+// Every host is looked at again: those behind the new address have become local, those behind the
+// old one remote.
 void ZepPerVniFdbStatusSm::handleVarpVtepAddr() {
   MORU_TRACE(8, "vni: ", vni_);
   if (initialized()) handleZepHostTable();
@@ -240,6 +249,7 @@ void ZepPerVniFdbStatusSm::handleMacVtepMultiPathTable(Vorn::EthAddr mac) {
       if (const auto machine = macVtepFloodListTableSm(mac)) machine->handleInitialized();
       continue;
     }
+    // The type first, so that whoever watches never sees VTEPs of one kind in a set of the other.
     const auto floodSet = floodSetIs(zepSde_, vlanId, mac, L2Rib::FloodSetType::sendToAny);
     MORU_TRACE(8, "(", mac, ") listType: sendToAny vtepAddr len ", vteps.size());
     if (!floodSet) continue;
@@ -265,6 +275,7 @@ void ZepPerVniFdbStatusSm::handleMacVtepFloodListTable() {
     handleMacVtepFloodListTable(mac.key());
 }
 
+// Another list entity under the same MAC is refused by the machine that follows the first.
 void ZepPerVniFdbStatusSm::handleMacVtepFloodListTable(Vorn::EthAddr mac) {
   MORU_TRACE(8, " mac ", mac);
   if (const auto list = Moru::Ptr<VxlanController::MacVtepFloodListV2 const>(floodList(mac))) {
@@ -279,6 +290,7 @@ VlansOfVni ZepPerVniFdbStatusSm::vlans() const {
   return vlansOfVni(vxlanControllerClientSm_->vlanVniMaps(), vni_);
 }
 
+// By pointer, and not by value as lookups give it: a list is looked at for every destination.
 const VxlanController::MacVtepMultiPathV2* ZepPerVniFdbStatusSm::multiPath(
     const Vorn::EthAddr& mac) const {
   if (!zepVniFdbStatusV2()) return nullptr;
@@ -301,6 +313,8 @@ bool ZepPerVniFdbStatusSm::isDestAskedFor(const Vorn::EthAddr& mac, const L2Rib:
   });
 }
 
+// Asked by every writer of flood sets before it writes. While the mode is another nothing is taken
+// back either: the root has removed all flood sets by then.
 bool ZepPerVniFdbStatusSm::checkBumStatus() const {
   MORU_TRACE(8);
   if (!initialized() || !zepVniFdbStatusV2() || !vxlanHwStatusDir()) return false;

@@ -60,9 +60,12 @@ void ZepStateSm::handleConvergenceInProgress() {
   const bool converging = zepState() && zepState()->convergenceInProgress();
   MORU_TRACE(8, " init ", initialized(), " convergence state ", converging,
              " echo convergence state");
+  // Written whether or not it differs: the echo itself is what the root waits for.
   if (zepStateClientView_) zepStateClientView_->convergenceInProgressIs(converging);
 }
 
+// Without a state of the controller nobody would end the window, and hosts that are withdrawn would
+// stay marked for ever. Its end begins the deferred deletions.
 void ZepStateSm::cleanup() {
   MORU_TRACE(8, " convergence window ",
              zepStateClientView_ && zepStateClientView_->convergenceInProgress());
