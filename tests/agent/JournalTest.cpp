@@ -34,13 +34,6 @@ std::string set(const std::string& path, const std::string& value) {
   return R"({"set":")" + path + R"(","value":)" + value + "}";
 }
 
-template <class Target>
-Agent::Set<Target> setOf(const std::string& path, const std::string& value) {
-  std::istringstream in(set(path, value));
-  return std::get<Agent::Set<Target>>(
-      std::get<Agent::Change>(Journal(in, "test.jsonl").next().value().action));
-}
-
 // A case a line, "set PATH VALUE" standing for the JSON of that.
 TEST(Journal, SaysWhatIsWrongWithALine) {
   std::istringstream cases(R"~({"dump": -> not JSON at column 9 (unexpected end of input; expected
@@ -150,31 +143,6 @@ TEST(Journal, CarriesTheTimeFromLineToLineAndNeverBack) {
   EXPECT_EQ(std::pair(last->number, last->at), std::pair(std::uint64_t{10}, 7.0));
   EXPECT_TRUE(std::holds_alternative<Agent::Stop>(last->action));
   EXPECT_FALSE(journal.next());
-}
-
-TEST(Journal, FillsInWhatALineLeavesOut) {
-  const auto host = setOf<Agent::ControllerHost>("controller/x y/host/02:00:00:00:00:01",
-                                                 R"({"vtep":"10.0.0.2"})");
-  EXPECT_EQ(host.target.name, Moru::Name("x y"));
-  EXPECT_EQ(host.target.mac.value(), 0x020000000001U);
-  EXPECT_EQ(host.value.moveCount, 0U);
-  EXPECT_EQ(host.value.hostKind, VxlanController::HostKind::standard);
-
-  const std::string ribHost = "l2rib/host/2:0:0:0:0:1/10";
-  const auto rib = setOf<Agent::RibHost>(ribHost, R"({"vtep":"10.0.0.2","source":7})");
-  EXPECT_EQ(rib.value.hostKind, 16U);
-  EXPECT_EQ(rib.value.source, 7U);
-  EXPECT_EQ(rib.value.vti, Vorn::IntfId());
-  EXPECT_EQ(setOf<Agent::RibHost>(ribHost, R"({"vtep":"10.0.0.2"})").value.source, 10U);
-
-  const auto vti = setOf<Agent::Vti>(
-      "vti/Vxlan1", R"({"vccImportVlans":[20,10.0,20],"vArpVtepAddr":"10.0.0.9"})");
-  EXPECT_THAT(*vti.value.vccImportVlans, ElementsAre(Bridging::VlanId(10), Bridging::VlanId(20)));
-  EXPECT_FALSE(vti.value.controllerClientMode);
-  EXPECT_FALSE(vti.value.localVtepAddr);
-  EXPECT_EQ(vti.value.vArpVtepAddr, Vorn::IpAddr::parse("10.0.0.9"));
-
-  EXPECT_TRUE(setOf<Agent::ControllerEntry>("controller/a b", "{}").value.instantiated);
 }
 
 TEST(Journal, NamesTheInputsThatAreAbsent) {

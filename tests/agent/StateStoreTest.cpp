@@ -6,6 +6,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -41,38 +42,27 @@ class Watcher final : public E::NotifieeConst {
 };
 
 template <auto... As>
-struct Attributes {};
+struct Attributes {
+  // Calls handler.operator()<A>() for each that the entity has.
+  template <class E, class Handler>
+  static void forEachOf(const E& entity, Handler handler) {
+    const auto call = [&]<auto A>() {
+      if constexpr (requires { entity.*A; }) handler.template operator()<A>();
+    };
+    (call.template operator()<As>(), ...);
+  }
+};
 
-auto attributesOf(const VtiStatusDir&) { return Attributes<&VtiStatusDir::vtiStatus>(); }
-auto attributesOf(const VtiStatus&) {
-  using E = VtiStatus;
-  return Attributes<&E::controllerClientMode, &E::datapathLearning, &E::localVtepAddr,
-                    &E::vArpVtepAddr, &E::vccImportVlans>();
-}
-auto attributesOf(const VlanVniMaps&) { return Attributes<&VlanVniMaps::vlanVniMap>(); }
-auto attributesOf(const VlanVniMap&) {
-  return Attributes<&VlanVniMap::vlanToVsp, &VlanVniMap::vniToVlan>();
-}
-auto attributesOf(const VniFdbStatusV2&) {
-  using E = VniFdbStatusV2;
-  return Attributes<&E::macVtepTable, &E::macVtepMultiPathTable, &E::macVtepFloodListTable>();
-}
-auto attributesOf(const MacVtepFloodListV2&) {
-  return Attributes<&MacVtepFloodListV2::vtepIpFloodList>();
-}
-auto attributesOf(const ZepStateV2&) { return Attributes<&ZepStateV2::convergenceInProgress>(); }
-auto attributesOf(const VxlanHwStatusDir&) { return Attributes<&VxlanHwStatusDir::bumStatus>(); }
-auto attributesOf(const BumStatus&) { return Attributes<&BumStatus::bumReplicationMode>(); }
-auto attributesOf(const Mlag::Status&) { return Attributes<&Mlag::Status::mlagState>(); }
-auto attributesOf(const Mlag::VxlanStatus&) {
-  return Attributes<&Mlag::VxlanStatus::peerBumStatus, &Mlag::VxlanStatus::vtepTypeAddr>();
-}
-auto attributesOf(const SourceDirEntry&) { return Attributes<&SourceDirEntry::vlanFloodSet>(); }
-auto attributesOf(const VlanFloodSet&) { return Attributes<&VlanFloodSet::floodSet>(); }
-auto attributesOf(const FloodSet&) {
-  return Attributes<&FloodSet::floodSetType, &FloodSet::destSet>();
-}
-auto attributesOf(const HostInput&) { return Attributes<&HostInput::host>(); }
+using AllAttributes = Attributes<
+    &VtiStatusDir::vtiStatus, &VtiStatus::controllerClientMode, &VtiStatus::datapathLearning,
+    &VtiStatus::localVtepAddr, &VtiStatus::vArpVtepAddr, &VtiStatus::vccImportVlans,
+    &VlanVniMaps::vlanVniMap, &VlanVniMap::vlanToVsp, &VlanVniMap::vniToVlan,
+    &VniFdbStatusV2::macVtepTable, &VniFdbStatusV2::macVtepMultiPathTable,
+    &VniFdbStatusV2::macVtepFloodListTable, &MacVtepFloodListV2::vtepIpFloodList,
+    &ZepStateV2::convergenceInProgress, &VxlanHwStatusDir::bumStatus,
+    &BumStatus::bumReplicationMode, &Mlag::Status::mlagState, &Mlag::VxlanStatus::peerBumStatus,
+    &Mlag::VxlanStatus::vtepTypeAddr, &SourceDirEntry::vlanFloodSet, &VlanFloodSet::floodSet,
+    &FloodSet::floodSetType, &FloodSet::destSet, &HostInput::host>;
 
 // "destSet" of &FloodSet::destSet.
 template <auto A>
@@ -128,10 +118,8 @@ class Recorder {
     using Plain = std::remove_const_t<E>;
     watchers_.push_back(Moru::create<Watcher<Plain const>>(
         entity, [this, path](const Plain& changed, AttributeId id, const void* key) {
-          const auto tell = [&]<auto... As>(Attributes<As...>) {
-            (told<As>(path, changed, id, key), ...);
-          };
-          tell(attributesOf(changed));
+          AllAttributes::forEachOf(
+              changed, [&]<auto A>() { told<A>(path, changed, id, key); });
         }));
   }
 
@@ -185,10 +173,8 @@ class Recorder {
   std::string shown(const std::string& path, const Ptr<E>& entity) {
     if (!entity) return "none";
     std::string all = watched_.contains(entity.get()) ? "{" : "new {";
-    const auto add = [&]<auto... As>(Attributes<As...>) {
-      ((all += ' ' + content<As>(path, *entity)), ...);
-    };
-    add(attributesOf(*entity));
+    AllAttributes::forEachOf(
+        *entity, [&]<auto A>() { all += ' ' + content<A>(path, *entity); });
     watch(path + ' ', entity);
     return all + " }";
   }
