@@ -26,20 +26,6 @@
 #include "framework/Moru/Trace.h"
 #include "framework/Ringlog/Reader.h"
 
-// Statements whose facility's name alone nearly fills the first step of the table of statements.
-namespace WordyTest {
-
-const std::string longName(60'000, 'f');
-Moru::TraceFacility traceFacility{longName.c_str()};
-
-void tooMuch() {
-  MORU_TRACE(8, " known");
-  for (int i = 0; i < 3; ++i) MORU_TRACE(8, " too much");
-  MORU_TRACE(8, " too much as well");
-}
-
-}  // namespace WordyTest
-
 namespace TraceTest {
 
 inline constinit Moru::TraceFacility traceFacility{"Test"};
@@ -330,55 +316,51 @@ TEST_F(TraceTest, AProcessThatIsKilledLeavesOnlyWholeRecords) {
 }
 
 TEST_F(TraceTest, AFailedAssertionIsToldWhateverItsContextDoes) {
-  for (const int context : {0, 1, 2}) {
-    const int status = inChild([&] {
+  const std::string text = "assertion failed: 1 + 1 == 3: it is 2";
+  const struct {
+    std::string (*context)();
+    std::string last;  // what the line and the records end with
+  } cases[] = {{nullptr, text},
+               {[] { return std::string("a.jsonl:17"); }, " (a.jsonl:17)"},
+               {[]() -> std::string { throw std::runtime_error("no context"); }, text},
+               {[] {
+                  Moru::assertThat(false, "one in the context");
+                  return std::string();
+                },
+                "one in the context"}};
+  for (const auto& [context, last] : cases) {
+    const int status = inChild([&, context = context] {
       std::freopen((directory + "/errors").c_str(), "w", stderr);
       open();
-      if (context != 0)
-        Moru::assertionContextIs([context]() -> std::string {
-          return context == 1 ? "a.jsonl:17" : throw std::runtime_error("no context");
-        });
+      Moru::assertionContextIs(context);
       Moru::assertThat(1 + 1 == 3, "1 + 1 == 3", [] { return std::string("it is 2"); });
     });
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
     std::ifstream errors(directory + "/errors");
     std::string told;
     EXPECT_TRUE(std::getline(errors, told)) << "there is one line";
-    const std::string text = "assertion failed: 1 + 1 == 3: it is 2";
-    EXPECT_TRUE(told.ends_with(context == 1 ? text + " (a.jsonl:17)" : text)) << told;
     EXPECT_TRUE(told.starts_with("tests/framework/TraceTest.cpp:")) << told;
+    EXPECT_THAT(told, HasSubstr(text));
+    EXPECT_TRUE(told.ends_with(last)) << told;
     const auto records = texts(Ringlog::read(path()));
     EXPECT_THAT(records.at(0), HasSubstr(text));
-    EXPECT_EQ(records.size(), context == 1 ? 2U : 1U);
-    EXPECT_EQ(records.back().ends_with(" (a.jsonl:17)"), context == 1) << records.back();
+    EXPECT_EQ(records.size(), last == text ? 1U : 2U);
+    EXPECT_TRUE(records.back().ends_with(last)) << records.back();
   }
-  const int status = inChild([&] {
-    open();
-    Moru::assertionContextIs([]() -> std::string {
-      Moru::assertThat(false, "one in the context");
-      return {};
-    });
-    std::freopen("/dev/null", "w", stderr);
-    Moru::assertThat(false, "the first");
-  });
-  EXPECT_EQ(WTERMSIG(status), SIGABRT);
-  EXPECT_THAT(texts(Ringlog::read(path())),
-              ElementsAre(HasSubstr("the first"), HasSubstr("one in the context")));
 }
 
 // What a process says whose ring cannot be written: once, and it goes on.
 class RingFailure : public TraceTest {
  protected:
+  RingFailure() { Ringlog::traceFacility.streamLevelsIs(1); }  // level 0
+
   bool saidOnce(const std::string& text) const {
     return stream.size() == 1 && stream[0].find(text) != std::string::npos &&
            Ringlog::error().find(text) != std::string::npos;
   }
-
-  static void sayAll() { Ringlog::traceFacility.streamLevelsIs(1); }  // level 0
 };
 
 TEST_F(RingFailure, OfADirectoryThatIsNotThere) {
-  sayAll();
   for (int i = 0; i < 2; ++i) {
     Ringlog::directoryIs(directory + "/missing");
     Ringlog::open("test.rlg", std::vector<std::size_t>(10, 33));
@@ -391,7 +373,6 @@ TEST_F(RingFailure, OfALimitOnTheSizeOfFiles) {
   // At opening, and when the table of statements wants to grow: the statements known by then go on.
   const auto limited = [&](rlim_t bytes, auto body) {
     return inChild([&] {
-      sayAll();
       const rlimit limit{bytes, bytes};
       setrlimit(RLIMIT_FSIZE, &limit);
       open();
@@ -401,8 +382,12 @@ TEST_F(RingFailure, OfALimitOnTheSizeOfFiles) {
   EXPECT_EQ(limited(100'000, [&] { return saidOnce("may write files of 100000"); }), 0);
   EXPECT_FALSE(std::filesystem::exists(path()));
   const auto fill = [&] {
-    WordyTest::tooMuch();
-    ::TraceTest::everyKind("small enough", true);
+    static const std::string name(60'000, 'f');  // nearly fills the first step of the table
+    static Moru::TraceFacility traceFacility{name.c_str()};
+    MORU_TRACE(8, " known");
+    for (int i = 0; i < 3; ++i) MORU_TRACE(8, " too much");
+    MORU_TRACE(8, " too much as well");
+    everyKind("small enough", true);
     return saidOnce("takes no further statements");
   };
   EXPECT_EQ(limited(420'000, fill), 0);
@@ -415,51 +400,41 @@ TEST_F(RingFailure, OfALimitOnTheSizeOfFiles) {
 TEST_F(RingFailure, OfAFullDisk) {
   if (mount("none", directory.c_str(), "tmpfs", 0, "size=200k") != 0)
     GTEST_SKIP() << "no right to mount a small file system here: " << std::strerror(errno);
-  sayAll();
   open();
   EXPECT_TRUE(saidOnce("No space left on device"));
   EXPECT_FALSE(std::filesystem::exists(path()));
   umount(directory.c_str());
 }
 
-TEST_F(RingFailure, OfAFileThatAnotherProcessWrites) {
-  sayAll();
+TEST_F(RingFailure, LeavesTheFormerFileAlone) {
   open();
   MORU_TRACE(1, " precious");
   const int other = ::open(path().c_str(), O_RDONLY);
   EXPECT_NE(flock(other, LOCK_EX | LOCK_NB), 0) << "which other processes see";
   Ringlog::close();
   EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
-  open();
-  EXPECT_TRUE(saidOnce("another process is writing it"));
-  EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr(" precious")));
+  const auto openInVain = [this](const std::string& why) {
+    stream.clear();
+    open();
+    EXPECT_TRUE(saidOnce(why)) << testing::PrintToString(stream);
+    EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr(" precious")));
+  };
+  openInVain("another process is writing it");
   ::close(other);
-}
-
-TEST_F(RingFailure, OfAFileThatCannotBeKept) {
-  sayAll();
-  open();
-  MORU_TRACE(1, " precious");
-  Ringlog::close();
   std::ofstream(path() + ".prev.2");
   std::filesystem::create_directory(path() + ".prev.3");
-  open();
-  EXPECT_TRUE(
-      saidOnce("cannot keep " + path() + ".prev.2 as " + path() + ".prev.3: Is a directory"));
-  EXPECT_THAT(texts(Ringlog::read(path())), ElementsAre(HasSubstr(" precious")));
+  openInVain("cannot keep " + path() + ".prev.2 as " + path() + ".prev.3: Is a directory");
 }
 
 // What others do to the file while it is written: the process goes on in a new one, and says so.
-class RingLoss : public RingFailure {
- protected:
-  // Has a record written behind `doIt`, and enough of them for the ring to look after its file.
-  void lose(const std::function<void()>& doIt, const std::string& why) {
+TEST_F(RingFailure, OfALostFileBeginsANewOne) {
+  const auto lose = [this](const std::string& why, const auto& doIt) {
     SCOPED_TRACE(why);
     stream.clear();
     open(1);
-    sayAll();
     MORU_TRACE(1, " before");
     doIt();
+    // Enough records for the ring to look after its file.
     for (int i = 0; i < 100'000 && stream.empty(); ++i) {
       MORU_TRACE(1, " lost", i);
       MORU_TRACE(2, std::string(200, 'x'));
@@ -472,68 +447,82 @@ class RingLoss : public RingFailure {
     if (newest.size() == 3) newest.erase(newest.begin() + 1);  // the statement that met the loss
     EXPECT_THAT(newest, ElementsAre(HasSubstr(why), HasSubstr(" after")));
     Ringlog::close();
-  }
-};
-
-TEST_F(RingLoss, BeginsANewFile) {
+  };
+  const auto moveAway = [this] { std::filesystem::rename(path(), path() + ".1"); };
   const auto size = [this] { return std::filesystem::file_size(path()); };
-  lose([&] { std::filesystem::resize_file(path(), 5000); }, "others have cut it");
+  lose("others have cut it", [&] { std::filesystem::resize_file(path(), 5000); });
   EXPECT_FALSE(std::filesystem::exists(path() + ".prev")) << "what is left of it is not kept";
-  lose([&] { std::filesystem::resize_file(path(), 0); }, "others have cut it");
-  lose([&] { std::filesystem::resize_file(path(), size() - 1); }, "others have cut it");
-  lose([&] { writeZeros(0, size()); }, "others have written over it");
-  lose([&] { std::filesystem::remove(path()); }, "No such file or directory");
-  lose([&] { std::filesystem::rename(path(), path() + ".1"); }, "No such file or directory");
+  lose("others have cut it", [&] { std::filesystem::resize_file(path(), 0); });
+  lose("others have cut it", [&] { std::filesystem::resize_file(path(), size() - 1); });
+  lose("others have written over it", [&] { writeZeros(0, size()); });
+  lose("No such file or directory", [&] { std::filesystem::remove(path()); });
+  lose("No such file or directory", moveAway);
   EXPECT_THAT(texts(Ringlog::read(path() + ".1")), testing::Contains(HasSubstr(" before")));
-  lose(
-      [&] {
-        std::filesystem::rename(path(), path() + ".1");
-        std::ofstream(path()) << "of somebody else";
-      },
-      "another file has its name");
+  lose("another file has its name", [&] {
+    moveAway();
+    std::ofstream(path()) << "of somebody else";
+  });
   EXPECT_EQ(std::filesystem::file_size(path() + ".prev"), 16U) << "is kept, as any other";
 }
 
-TEST_F(RingLoss, OfTheDirectoryEndsTheRing) {
-  sayAll();
+TEST_F(RingFailure, OfALostFileIsSeenAtOnceAndMendedOnceASecond) {
+  // One statement: to enter another into the file would make that long enough again.
+  const auto record = [] { MORU_TRACE(2, " recorded"); };
   open(1);
-  MORU_TRACE(1, " before");
+  for (int i = 0; i < 100'000; ++i) record();
+  Ringlog::ring()->anchor();  // puts the next look off, by about as long as that took
+  std::filesystem::resize_file(path(), 0);
+  const auto start = std::chrono::steady_clock::now();
+  record();
+  EXPECT_TRUE(saidOnce("others have cut it")) << "by the fault, whenever the next look were due";
+  std::filesystem::remove(path());
+  Ringlog::Detail::attend();
+  const bool isMended = std::filesystem::exists(path());
+  const auto passed = std::chrono::steady_clock::now() - start;
+  EXPECT_TRUE(!isMended || passed >= std::chrono::seconds(1));
+  Ringlog::close();
+  open(1);  // for which the second does not count
   std::filesystem::remove_all(directory);
-  for (int i = 0; i < 100'000 && stream.empty(); ++i) MORU_TRACE(1, " lost", i);
+  stream.clear();
+  Ringlog::Detail::attend();
   EXPECT_TRUE(saidOnce("is not written: No such file or directory"));
   EXPECT_EQ(Ringlog::ring(), nullptr);
 }
 
-// Touches a page of a file of its own that is cut off.
-void touchLostPage(const std::string& path) {
-  const int file = ::open(path.c_str(), O_RDWR | O_CREAT, 0644);
-  void* const map = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-  *static_cast<volatile char*>(map) = 1;
-}
-
-TEST_F(RingLoss, LeavesOtherFaultsToWhomTheyConcern) {
-  const auto ends = [&](void (*handler)(int), bool isOpen) {
+TEST_F(RingFailure, LeavesOtherFaultsToWhomTheyConcern) {
+  const auto ends = [this](void (*handler)(int), const auto& body) {
     return inChild([&] {
       std::signal(SIGBUS, handler);
       open(1);
-      if (!isOpen) Ringlog::close();
-      touchLostPage(directory + "/other");
+      body();
     });
   };
+  // Touches a page of a file of its own that is cut off.
+  const auto touch = [this] {
+    const int file = ::open((directory + "/other").c_str(), O_RDWR | O_CREAT, 0644);
+    void* const map = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    *static_cast<volatile char*>(map) = 1;
+  };
+  const auto closeAndTouch = [&] {
+    Ringlog::close();
+    touch();
+  };
   const auto mine = [](int) { _exit(7); };
-  EXPECT_EQ(WEXITSTATUS(ends(mine, true)), 7);
-  EXPECT_EQ(WEXITSTATUS(ends(mine, false)), 7);
-  EXPECT_EQ(WTERMSIG(ends(SIG_DFL, true)), SIGBUS);
-  EXPECT_EQ(WTERMSIG(ends(SIG_IGN, true)), SIGBUS) << "a fault cannot be ignored";
-  EXPECT_EQ(inChild([&] {
-              std::signal(SIGBUS, SIG_IGN);
-              open(1);
-              raise(SIGBUS);
-              Ringlog::close();
-              if (std::signal(SIGBUS, SIG_DFL) != SIG_IGN) _exit(1);
-            }),
-            0)
-      << "is ignored as before, and when the ring is closed the handler is the former one";
+  EXPECT_EQ(WEXITSTATUS(ends(mine, touch)), 7);
+  EXPECT_EQ(WEXITSTATUS(ends(mine, closeAndTouch)), 7);
+  EXPECT_EQ(WTERMSIG(ends(SIG_DFL, touch)), SIGBUS);
+  EXPECT_EQ(WTERMSIG(ends(SIG_IGN, touch)), SIGBUS) << "a fault cannot be ignored";
+  const auto raiseAndClose = [] {
+    raise(SIGBUS);
+    Ringlog::close();
+    if (std::signal(SIGBUS, SIG_DFL) != SIG_IGN) _exit(1);
+  };
+  EXPECT_EQ(ends(SIG_IGN, raiseAndClose), 0) << "ignored as before, and then the former handler";
+  const auto displace = [&] {
+    std::signal(SIGBUS, mine);
+    closeAndTouch();
+  };
+  EXPECT_EQ(WEXITSTATUS(ends(SIG_DFL, displace)), 7) << "who has come in front stays there";
 }
 
 class RingCorruption : public TraceTest {
@@ -572,30 +561,35 @@ TEST_F(RingCorruption, IsSaidInWords) {
   EXPECT_THAT(read(bytes).problems, IsEmpty());
   const std::size_t sites = region0 + 10 * 1024;
   const auto firstItem = std::string_view(bytes.data(), bytes.size()).find("bool)", sites) + 5;
-  const auto with = [&](std::size_t offset, auto number) {
-    auto changed = bytes;
-    put(changed, offset, number);
-    return read(changed).problems;
-  };
   const auto say = [](const std::string& text) { return testing::Contains(HasSubstr(text)); };
-  EXPECT_THAT(with(8, 0x04030201), say("another byte order"));
-  EXPECT_THAT(with(levels, 11), say("the number of levels is 11, expected at most 10"));
-  EXPECT_THAT(with(sitesOffset, bytes.size() + 1), say("the offset of the site table"));
-  EXPECT_THAT(with(sitesSize, bytes.size()), say("the size of the site table"));
-  EXPECT_THAT(with(sites, std::uint32_t{0xffffff}), say("goes beyond the end of the site table"));
   EXPECT_EQ(bytes.at(firstItem + 5), 1) << "the first item is a boolean";
-  EXPECT_THAT(with(firstItem + 5, '\x02'), say("does not describe a statement"));
-  EXPECT_THAT(with(firstItem + 4, '\x63'), say("does not describe a statement"));
-  EXPECT_THAT(with(sites + 4, '\x0a'), say("does not describe a statement"));
-  EXPECT_THAT(with(level0, bytes.size()), say("does not lie within the file"));
-  EXPECT_THAT(with(level0 + tail, std::uint64_t{1} << 60), say("are no bounds of records"));
-  EXPECT_THAT(with(level0 + head, std::uint64_t{1} << 60), say("are no bounds of records"));
-  EXPECT_THAT(with(level0 + tail, std::uint64_t{4}), say("are no bounds of records"));
-  EXPECT_THAT(with(region0 + 3 * 1024 + 4, std::uint16_t{999}),
-              say("which the site table does not"));
-  EXPECT_THAT(with(region0 + 3 * 1024 + 4, std::uint16_t{1}), say("which has other values"));
-  EXPECT_THAT(with(region0 + 3 * 1024 + 6, std::uint16_t{1}), say("says a size of 8, expected 16"));
-  EXPECT_THAT(with(region0 + 3 * 1024 + 6, std::uint16_t{200}), say("says a size of 1600"));
+  const std::size_t record = region0 + 3 * 1024, huge = std::size_t{1} << 60;
+  const struct {
+    std::size_t offset, size, number;
+    std::string text;
+  } cases[] = {
+      {8, 4, 0x04030201, "another byte order"},
+      {levels, 4, 11, "the number of levels is 11, expected at most 10"},
+      {sitesOffset, 8, bytes.size() + 1, "the offset of the site table"},
+      {sitesSize, 8, bytes.size(), "the size of the site table"},
+      {sites, 4, 0xffffff, "goes beyond the end of the site table"},
+      {firstItem + 5, 1, 2, "does not describe a statement"},
+      {firstItem + 4, 1, 0x63, "does not describe a statement"},
+      {sites + 4, 1, 10, "does not describe a statement"},
+      {level0, 8, bytes.size(), "does not lie within the file"},
+      {level0 + tail, 8, huge, "are no bounds of records"},
+      {level0 + head, 8, huge, "are no bounds of records"},
+      {level0 + tail, 8, 4, "are no bounds of records"},
+      {record + 4, 2, 999, "which the site table does not"},
+      {record + 4, 2, 1, "which has other values"},
+      {record + 6, 2, 1, "says a size of 8, expected 16"},
+      {record + 6, 2, 200, "says a size of 1600"},
+  };
+  for (const auto& [offset, size, number, text] : cases) {
+    auto changed = bytes;
+    std::memcpy(changed.data() + offset, &number, size);
+    EXPECT_THAT(read(changed).problems, say(text));
+  }
   std::filesystem::resize_file(path(), std::size_t{1} << 40);
   EXPECT_THAT(Ringlog::read(path()).problems, say("is 1099511627776, expected at most 67108864"));
 }
