@@ -37,6 +37,18 @@ struct Port final : Moru::EntityOf<Port> {
   Vlans::DelAll vlanDelAll{vlan};
 };
 
+struct Ports final : Moru::EntityOf<Ports> {
+  using All = Moru::EntityAttribute<Name, Port, 1>;
+  using Numbers = Moru::KeyedAttribute<Moru::HashMap2018, int, int, 2>;
+  All port{this, "Test::Ports::port"};
+  All::Is portIs{port};
+  All::Del portDel{port};
+  All::DelAll portDelAll{port};
+  Numbers number{this};
+  Numbers::Is numberIs{number};
+  Numbers::DelAll numberDelAll{number};
+};
+
 struct RootSm;
 
 // Counts the objects of a class that are there, also those whose construction fails later.
@@ -104,6 +116,8 @@ struct RootSm final : Moru::Machine, Counted<RootSm> {
     }
     void onAttribute(Moru::AttributeId, const void*) override { say("change "); }
     void doCleanup() { say("unwatch "); }
+    Moru::Children<Name, PortSm> part{this};
+    Moru::Children<Name, PortSm>::Is partIs{part};
     void say(const char* what) { machine()->log.push_back(what + fwkKey().stringValue()); }
   };
   Moru::Reactors<MoruPort> port{this, "Test::RootSm::port"};
@@ -216,7 +230,8 @@ TEST_F(MachineTest, AMachineMayBeDroppedByTheReactionThatRunsInIt) {
     kept = Ptr<PortSm>(&sm);  // taken when no other pointer was left
   };
   b->upIs(true);
-  EXPECT_EQ(kept->fwkKey(), Name("a"));
+  EXPECT_EQ(PortSm::alive, 1);
+  EXPECT_EQ(kept->references(), 1U);
   kept = nullptr;
   EXPECT_EQ(PortSm::alive, 0);
 
@@ -262,12 +277,6 @@ TEST_F(MachineTest, ReactorsStayOnTheEntityThatTheyWereMadeFor) {
 }
 
 TEST_F(MachineTest, ReactorsFollowACollection) {
-  struct Ports final : Moru::EntityOf<Ports> {
-    using All = Moru::EntityAttribute<Name, Port, 1>;
-    All port{this, "Test::Ports::port"};
-    All::Is portIs{port};
-    All::Del portDel{port};
-  };
   const auto ports = create<Ports>();
   for (const auto& each : {a, b}) ports->portIs(each);
   root->portIs(create<Port>("gone"));
@@ -291,6 +300,21 @@ TEST_F(MachineTest, AReactorIsInitializedBeforeItIsActive) {
   EXPECT_THAT(log(), ElementsAre("watch a"));
   a->upIs(false);
   EXPECT_THAT(log(), ElementsAre("change a"));
+}
+
+TEST_F(MachineTest, IsTurnedOffAndOnWithItsPartsAndTheirs) {
+  const auto reactor = root->portIs(b);
+  EXPECT_EQ(reactor->partIs("part", a, root.get())->owner(), reactor.get());
+  EXPECT_EQ(child(a)->owner(), root.get());
+  log();
+  for (const bool active : {false, true}) {
+    root->hasNotificationActiveIs(active);
+    for (const bool up : {true, false})
+      for (const auto& each : {a, b}) each->upIs(up);
+    EXPECT_EQ(log().size(), active ? 10U : 0U) << "of the child, the reactor and its part";
+  }
+  root = nullptr;
+  EXPECT_EQ(reactor->owner(), nullptr);
 }
 
 TEST_F(MachineTest, AfterAnExceptionInItsBindingAnInputReacts) {
@@ -326,16 +350,55 @@ TEST_F(MachineTest, CollectionsNotifyEveryKeyThatIsSetAndEveryOneThatWasThere) {
   a->vlanIs(5);
   a->vlanDelAll();
   EXPECT_THAT(vlans, ElementsAre(3, 1, 3, 1, 5, 3, 5));
+}
 
-  // The last pointer may go while all members do.
-  auto dropped = create<Port>("c");
-  for (const int vlan : {1, 2, 3}) dropped->vlanIs(vlan);
-  sm->portIs(dropped);
-  sm->onVlan = [&](int) {
-    sm->portIs(nullptr);
-    dropped = nullptr;
-  };
-  dropped->vlanDelAll();
+// Calls back for each key that has gone.
+struct PortsWatcher final : Ports::NotifieeConst {
+  PortsWatcher(const Ptr<Ports>& ports, std::function<void(int)> gone) : gone(std::move(gone)) {
+    notifierIs(ports);
+    hasNotificationActiveIs(true);
+  }
+  void onAttribute(Moru::AttributeId attribute, const void* key) override {
+    const Ptr<Ports const> ports = notifier();
+    if (attribute == Moru::idOf<&Ports::number>) {
+      const int number = *Moru::keyOf<&Ports::number>(key);
+      if (!ports->number().contains(number)) gone(number);
+    } else {
+      const Name& name = *Moru::keyOf<&Ports::port>(key);
+      if (!ports->port().contains(name)) gone(std::stoi(name.stringValue()));
+    }
+  }
+  const std::function<void(int)> gone;
+};
+
+TEST(Collections, RemovingAllRemovesWhatWasThereAndEndsWhateverIsPutBack) {
+  const std::pair<std::function<void(Ports&, int)>, void (*)(Ports&)> kinds[] = {
+      {[](Ports& ports, int key) { ports.numberIs(key, key); },
+       [](Ports& ports) { ports.numberDelAll(); }},
+      {[](Ports& ports, int key) { ports.portIs(create<Port>(std::to_string(key))); },
+       [](Ports& ports) { ports.portDelAll(); }}};
+  for (const auto& [put, delAll] : kinds) {
+    auto ports = create<Ports>();
+    for (const int key : {1, 2, 3}) put(*ports, key);
+    std::vector<int> gone;
+    bool dropping = false;
+    Ptr<PortsWatcher> watcher;
+    watcher = create<PortsWatcher>(ports, [&, put = put](int key) {
+      gone.push_back(key);
+      if (dropping) {
+        ports = nullptr;  // while its members go: a sanitizer sees if they go without it
+        watcher = nullptr;
+      } else if (gone.size() < 100) {
+        for (const int back : {key, key + 10}) put(*ports, back);
+      }
+    });
+    delAll(*ports);
+    EXPECT_THAT(gone, ElementsAre(1, 2, 3));
+    EXPECT_EQ(std::max(ports->number().size(), ports->port().size()), 6U);
+    dropping = true;
+    delAll(*ports);
+    EXPECT_THAT(gone, ElementsAre(1, 2, 3, 1)) << "and the first of six";
+  }
 }
 
 struct MoruDir final : Moru::Dir::NotifieeConst {

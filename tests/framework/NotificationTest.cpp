@@ -2,7 +2,6 @@
 // with a plain model that searches where the framework keeps cursors.
 #include <array>
 #include <functional>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <rapidcheck/gtest.h>
@@ -10,7 +9,6 @@
 #include <vector>
 
 #include "framework/Moru/Attribute.h"
-#include "framework/Moru/Collections/HashMap2018.h"
 #include "framework/Moru/Exception.h"
 #include "framework/Moru/Input.h"
 
@@ -24,12 +22,7 @@ constexpr std::size_t machines = 4;
 constexpr std::size_t mostCalls = 200;
 constexpr std::size_t deepest = 5;
 
-// clang-format off
-enum class Op {
-  write, attach, detach, activate, deactivate, unregister, reregister, dropMachine, newMachine,
-  dropCell, newCell
-};
-// clang-format on
+enum class Op { write, attach, detach, on, off, list, unlist, drop, make, dropCell, makeCell };
 constexpr int ops = 11;
 
 struct Action {
@@ -128,19 +121,18 @@ void World::act(const Action& action) {
   const Ptr<Watcher> machine = slot;
   if (op == Op::write && cell) cell->valueIs(++writes_);
   if (op == Op::dropCell) cell = nullptr;
-  if (op == Op::newCell) cell = create<Cell>(++cellsMade_);
-  if (op == Op::newMachine && !machine) {
+  if (op == Op::makeCell) cell = create<Cell>(++cellsMade_);
+  if (op == Op::make && !machine) {
     slot = create<Watcher>(this, action.machine, ++machinesMade_);
     if (cell) slot->cellIs(cell);
   }
   if (!machine) return;
   if (op == Op::attach && cell) machine->cellIs(cell);
   if (op == Op::detach) machine->cellDel();
-  if (op == Op::activate || op == Op::deactivate)
-    machine->hasNotificationActiveIs(op == Op::activate);
-  if ((op == Op::unregister || op == Op::reregister) && machine->cell())
-    machine->cell.reactor()->isRegisteredNotifieeIs(op == Op::reregister);
-  if (op == Op::dropMachine) {
+  if (op == Op::on || op == Op::off) machine->hasNotificationActiveIs(op == Op::on);
+  if ((op == Op::unlist || op == Op::list) && machine->cell())
+    machine->cell.reactor()->isRegisteredNotifieeIs(op == Op::list);
+  if (op == Op::drop) {
     slot = nullptr;
     machine->moruDoZombieReactors(true);
   }
@@ -157,9 +149,9 @@ class Model : public Told<Model> {
     int& slot = machine_[action.machine];
     if (op == Op::write && cell != 0) write(cell);
     if (op == Op::dropCell) cell_[action.cell] = 0;
-    if (op == Op::newCell) cell_[action.cell] = ++cellsMade_;
+    if (op == Op::makeCell) cell_[action.cell] = ++cellsMade_;
     if (slot == 0) {
-      if (op != Op::newMachine) return;
+      if (op != Op::make) return;
       slot = ++machinesMade_;
       watchers_[slot].index = action.machine;
       if (cell != 0) attach(watchers_[slot], cell);
@@ -167,13 +159,13 @@ class Model : public Told<Model> {
     }
     Watcher& machine = watchers_.at(slot);
     if (op == Op::attach && cell != 0 && machine.cell != cell) attach(machine, cell);
-    if (op == Op::activate && machine.cell != 0) machine.active = true;
-    if (op == Op::deactivate) machine.active = false;
-    if (op == Op::detach || op == Op::dropMachine) machine.cell = machine.registration = 0;
-    if (op == Op::unregister) machine.registration = 0;
-    if (op == Op::reregister && machine.cell != 0 && machine.registration == 0)
+    if (op == Op::on && machine.cell != 0) machine.active = true;
+    if (op == Op::off) machine.active = false;
+    if (op == Op::detach || op == Op::drop) machine.cell = machine.registration = 0;
+    if (op == Op::unlist) machine.registration = 0;
+    if (op == Op::list && machine.cell != 0 && machine.registration == 0)
       machine.registration = ++registrations_;
-    if (op == Op::dropMachine) slot = 0;
+    if (op == Op::drop) slot = 0;
   }
 
  private:
@@ -242,42 +234,14 @@ RC_GTEST_PROP(Notification, ReachesExactlyWhoIsThereInOrder,
       world.act(action);
       model.act(action);
     };
-    for (std::size_t i = 0; i < cells; ++i) both({Op::newCell, 0, i});
-    for (std::size_t i = 0; i < machines; ++i) both({Op::newMachine, i, i % cells});
+    for (std::size_t i = 0; i < cells; ++i) both({Op::makeCell, 0, i});
+    for (std::size_t i = 0; i < machines; ++i) both({Op::make, i, i % cells});
     for (const Action& action : walk) both(action);
     for (std::size_t i = 0; i < cells; ++i) both({Op::write, 0, i});
     RC_ASSERT(world.log == model.log);
     RC_CLASSIFY(world.log.size() > 20, "more than 20 calls");
   }
   RC_ASSERT(alive<Cell>.empty());
-}
-
-// A machine that gives its last pointer away while it reacts, and gets itself back.
-struct Turncoat final : Moru::Machine {
-  explicit Turncoat(Ptr<Turncoat>& kept) : kept(kept) { alive<Turncoat>.insert(0); }
-  ~Turncoat() override { alive<Turncoat>.clear(); }
-  struct MoruCell : Moru::Reactor<Cell::NotifieeConst, Turncoat> {
-    using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId, const void*) override {
-      Turncoat* const mine = machine();
-      mine->kept = nullptr;
-      if (notifier()->value() == 1) mine->kept = Ptr<Turncoat>(mine);
-    }
-  };
-  Moru::Input<MoruCell> cell{this};
-  Moru::Input<MoruCell>::Is cellIs{cell};
-  Ptr<Turncoat>& kept;
-};
-
-TEST(Notification, DestroysWhatWasDroppedInItUnlessSomebodyHasKeptIt) {
-  const auto cell = create<Cell>(0);
-  Ptr<Turncoat> kept;
-  kept = create<Turncoat>(kept);
-  kept->cellIs(cell);
-  cell->valueIs(1);
-  EXPECT_TRUE(alive<Turncoat>.contains(0) && kept->references() == 1);
-  cell->valueIs(2);
-  EXPECT_TRUE(alive<Turncoat>.empty() && kept == nullptr);
 }
 
 struct Throwing final : Cell::NotifieeConst {
@@ -304,68 +268,6 @@ TEST(Notification, AnExceptionLeavesTheMutatorAndTheListWhole) {
   for (const int value : {1, 2}) cell->valueIs(value);  // no change, and one
   EXPECT_EQ(reactors[0]->calls, 2);
   EXPECT_EQ(reactors[2]->calls, 1);
-}
-
-struct Part final : Moru::EntityOf<Part> {
-  explicit Part(int key) : key(key) {}
-  int fwkKey() const { return key; }
-  const int key;
-};
-
-struct Whole final : Moru::EntityOf<Whole> {
-  using Numbers = Moru::KeyedAttribute<Moru::HashMap2018, int, int, 1>;
-  Numbers number{this};
-  Numbers::Is numberIs{number};
-  Numbers::DelAll numberDelAll{number};
-  using Parts = Moru::EntityAttribute<int, Part, 2>;
-  Parts part{this, "Whole::part"};
-  Parts::Is partIs{part};
-  Parts::DelAll partDelAll{part};
-};
-
-// Calls back for each key that has gone.
-struct Watcher final : Whole::NotifieeConst {
-  Watcher(const Ptr<Whole>& whole, std::function<void(int)> gone) : gone(std::move(gone)) {
-    notifierIs(whole);
-    hasNotificationActiveIs(true);
-  }
-  void onAttribute(Moru::AttributeId attribute, const void* key) override {
-    const Ptr<Whole const> whole = notifier();
-    const int member = *static_cast<const int*>(key);
-    const bool isNumber = attribute == Moru::idOf<&Whole::number>;
-    if (isNumber ? whole->number().contains(member) : whole->part().contains(member)) return;
-    gone(member);
-  }
-  const std::function<void(int)> gone;
-};
-
-TEST(Notification, RemovingAllRemovesWhatWasThereAndEndsWhateverIsPutBack) {
-  const std::pair<std::function<void(Whole&, int)>, void (*)(Whole&)> kinds[] = {
-      {[](Whole& whole, int key) { whole.numberIs(key, key); },
-       [](Whole& whole) { whole.numberDelAll(); }},
-      {[](Whole& whole, int key) { whole.partIs(key); }, [](Whole& whole) { whole.partDelAll(); }}};
-  for (const auto& [put, delAll] : kinds) {
-    auto whole = create<Whole>();
-    for (const int key : {1, 2, 3}) put(*whole, key);
-    std::vector<int> gone;
-    bool dropping = false;
-    Ptr<Watcher> watcher;
-    watcher = create<Watcher>(whole, [&, put = put](int key) {
-      gone.push_back(key);
-      if (dropping) {
-        whole = nullptr;  // while its members go: a sanitizer sees if they go without it
-        watcher = nullptr;
-      } else if (gone.size() < 100) {
-        for (const int back : {key, key + 10}) put(*whole, back);
-      }
-    });
-    delAll(*whole);
-    EXPECT_THAT(gone, testing::ElementsAre(1, 2, 3));
-    EXPECT_EQ(std::max(whole->number().size(), whole->part().size()), 6U);
-    dropping = true;
-    delAll(*whole);
-    EXPECT_THAT(gone, testing::ElementsAre(1, 2, 3, 1)) << "and the first of six";
-  }
 }
 
 }  // namespace
