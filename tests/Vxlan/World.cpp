@@ -70,16 +70,24 @@ void World::mapAndImport(const char* intf, int vlan, std::uint32_t vni) {
   map(intf, vlan, vni);
 }
 
-void World::map(const char* intf, int vlan, std::uint32_t vni) const {
-  const auto present = vlanVniMaps->vlanVniMap(IntfId(intf));
-  const auto map = present ? present : create<Vxlan::VlanVniMap>(IntfId(intf));
-  const Vxlan::VniSourcePair before = map->vlanToVsp(VlanId(vlan));
+namespace {
+
+void mapIn(Vxlan::VlanVniMap& map, int vlan, std::uint32_t vni) {
+  const Vxlan::VniSourcePair before = map.vlanToVsp(VlanId(vlan));
   if (!!before && before.vni() != VniExt(vni) &&
-      map->vniToVlan(before.vni()) == Bridging::VlanIdOrNone(vlan))
-    map->vniToVlanDel(before.vni());
-  map->vniToVlanIs(VniExt(vni), Bridging::VlanIdOrNone(vlan));
-  map->vlanToVspIs(VlanId(vlan), Vxlan::VniSourcePair(vni));
-  if (!present) vlanVniMaps->vlanVniMapIs(map);
+      map.vniToVlan(before.vni()) == Bridging::VlanIdOrNone(vlan))
+    map.vniToVlanDel(before.vni());
+  map.vniToVlanIs(VniExt(vni), Bridging::VlanIdOrNone(vlan));
+  map.vlanToVspIs(VlanId(vlan), Vxlan::VniSourcePair(vni));
+}
+
+}  // namespace
+
+void World::map(const char* intf, int vlan, std::uint32_t vni) const {
+  if (const auto present = vlanVniMaps->vlanVniMap(IntfId(intf))) return mapIn(*present, vlan, vni);
+  const auto filled = create<Vxlan::VlanVniMap>(IntfId(intf));
+  mapIn(*filled, vlan, vni);
+  vlanVniMaps->vlanVniMapIs(filled);
 }
 
 void World::unmap(const char* intf, int vlan) const {

@@ -89,7 +89,9 @@ TEST(JournalFile, ReadsAPipeFromItsBeginningAndLeavesNothingBehind) {
   const std::string before = "{\"absent\":[]}\n{\"dump\":\"" + std::string(100'000, 'x') + "\"}\n";
   const std::string start = "{\"start\":true}\n";
   const std::string behind = "{\"dump\":\"" + std::string(200'000, 'y') + "\"}\n";
-  for (const std::string& text : {std::string(), before, before + start + behind}) {
+  std::string whole = before;
+  for (const std::string& each : {start, behind}) whole += each;
+  for (const std::string& text : {std::string(), before, whole}) {
     std::thread writer([&] { std::ofstream(pipe) << text; });
     Agent::JournalFile file(pipe);
     EXPECT_EQ(file.findStart(200'000), text.size() > before.size())

@@ -32,7 +32,8 @@ Snapshot hostsSnapshot(std::uint64_t from, std::uint64_t to, const char* vtep) {
   snapshot.hosts.emplace();
   for (; from < to; ++from) {
     L2Rib::Host host;
-    host.key = {Vorn::EthAddr::fromValue(0x020000000000 + from), VlanId(10 + from / 20)};
+    host.key = {Vorn::EthAddr::fromValue(0x020000000000 + from),
+                VlanId(static_cast<int>(10 + from / 20))};
     host.dest = L2Rib::CiDest(L2Rib::DestType::vtep);
     host.dest.vtepAddrIs(0, *Vorn::IpGenAddr::parse(vtep));
     snapshot.hosts->push_back(host);

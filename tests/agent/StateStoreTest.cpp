@@ -18,12 +18,23 @@
 
 namespace {
 
-using namespace L2Rib;
-using namespace Vxlan;
-using namespace VxlanController;
 using Agent::StateStore;
+using L2Rib::FloodSet;
+using L2Rib::HostInput;
+using L2Rib::SourceDirEntry;
+using L2Rib::VlanFloodSet;
 using Moru::AttributeId;
 using Moru::Ptr;
+using Vxlan::BumReplicationMode;
+using Vxlan::BumStatus;
+using Vxlan::VlanVniMap;
+using Vxlan::VlanVniMaps;
+using Vxlan::VtiStatus;
+using Vxlan::VtiStatusDir;
+using Vxlan::VxlanHwStatusDir;
+using VxlanController::MacVtepFloodListV2;
+using VxlanController::VniFdbStatusV2;
+using VxlanController::ZepStateV2;
 
 template <class E>
 class Watcher final : public E::NotifieeConst {

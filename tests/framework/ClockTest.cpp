@@ -147,6 +147,7 @@ TEST_F(ClockTest, RunsTheSameLoopInSteadyTime) {
 
 TEST_F(ClockTest, FiresByTheDueTimeAndThenByTheOrderOfArming) {
   std::vector<Ptr<Alarm>> alarms;
+  alarms.reserve(8);
   for (int number = 0; number < 8; ++number) alarms.push_back(alarm(number));
   for (const std::size_t number : {3, 0, 5, 1, 6, 7}) alarms[number]->timeMinIs(101);
   alarms[4]->timeMinIs(102);

@@ -421,7 +421,7 @@ TEST_F(RingFailure, LeavesTheFormerFileAlone) {
   };
   openInVain("another process is writing it");
   ::close(other);
-  std::ofstream(path() + ".prev.2");
+  const std::ofstream empty(path() + ".prev.2");
   std::filesystem::create_directory(path() + ".prev.3");
   openInVain("cannot keep " + path() + ".prev.2 as " + path() + ".prev.3: Is a directory");
 }
