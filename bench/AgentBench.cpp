@@ -6,9 +6,9 @@
 #include <string>
 
 #include "Vxlan/VxlanControllerClientSm.h"
-#include "agent/Generate.h"
-#include "agent/Journal.h"
-#include "agent/StateStore.h"
+#include "agent/journal/Generate.h"
+#include "agent/journal/Journal.h"
+#include "agent/store/StateStore.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <sstream>
 #include <string>
 
-#include "agent/Check.h"
+#include "agent/journal/Check.h"
 #include "framework/Moru/Assert.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -14,9 +14,9 @@
 #include <thread>
 #include <vector>
 
-#include "agent/Check.h"
-#include "agent/JournalFile.h"
-#include "agent/Progress.h"
+#include "agent/journal/Check.h"
+#include "agent/journal/JournalFile.h"
+#include "agent/replay/Progress.h"
 
 namespace {
 

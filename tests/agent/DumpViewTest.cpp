@@ -5,9 +5,9 @@
 #include <sstream>
 #include <string>
 
-#include "agent/DiffView.h"
-#include "agent/JsonView.h"
-#include "agent/TableView.h"
+#include "agent/view/DiffView.h"
+#include "agent/view/JsonView.h"
+#include "agent/view/TableView.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "agent/Check.h"
-#include "agent/Generate.h"
+#include "agent/journal/Check.h"
+#include "agent/journal/Generate.h"
 #include "tests/agent/Golden.h"
 
 namespace {

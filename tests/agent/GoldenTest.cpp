@@ -19,7 +19,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "agent/Replay.h"
+#include "agent/replay/Replay.h"
 #include "tests/agent/Golden.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <variant>
 #include <vector>
 
-#include "agent/Journal.h"
+#include "agent/journal/Journal.h"
 #include "framework/Moru/Exception.h"
 
 namespace {
@@ -23,7 +23,7 @@ std::string complaint(const std::string& text) {
   try {
     journal.next();
     return "";
-  } catch (const Agent::JournalError& error) {
+  } catch (const Agent::InputError& error) {
     return error.what();
   } catch (const Moru::RangeException& error) {
     return std::string("RangeException: ") + error.what();
@@ -134,7 +134,7 @@ TEST(Journal, CarriesTheTimeFromLineToLineAndNeverBack) {
     lines.emplace_back(line->number, line->at);
   }
   EXPECT_THAT(lines, ElementsAre(std::pair(3, 0.0), std::pair(4, 2.5), std::pair(6, 2.5)));
-  EXPECT_THROW(journal.next(), Agent::JournalError);
+  EXPECT_THROW(journal.next(), Agent::InputError);
   EXPECT_EQ(journal.place(), "test.jsonl:7");
   EXPECT_THROW(journal.next(), Moru::RangeException);
   EXPECT_EQ(journal.at(), 7) << "a line that the data model refuses has its time all the same";
@@ -172,7 +172,7 @@ TEST(Journal, ReadsLinesOfAnyLengthUpToTheLongest) {
     std::istringstream in(text);
     Journal journal(in, "test.jsonl");
     if (length > longest)
-      EXPECT_THROW(journal.next(), Agent::JournalError);
+      EXPECT_THROW(journal.next(), Agent::InputError);
     else
       EXPECT_EQ(std::get<Agent::Dump>(journal.next()->action).label.size(), length - 11);
     EXPECT_EQ(std::get<Agent::Dump>(journal.next()->action).label, "next") << length;

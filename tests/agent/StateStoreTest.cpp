@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "agent/Journal.h"
-#include "agent/StateStore.h"
+#include "agent/journal/Journal.h"
+#include "agent/store/StateStore.h"
 #include "framework/Moru/Exception.h"
 #include "model/VxlanController/ZepStateV2.h"
 #include "tests/agent/Golden.h"
@@ -112,7 +112,7 @@ class Recorder {
     std::istringstream in(line);
     try {
       store_.apply(std::get<Agent::Change>(Agent::Journal(in, "line").next()->action));
-    } catch (const Agent::JournalError& error) {
+    } catch (const Agent::InputError& error) {
       see(std::string("malformed: ") + error.what());
     } catch (const Moru::Exception& error) {
       see(std::string(error.type()) + ": " + error.what());

@@ -13,9 +13,9 @@
 #include <unistd.h>
 #include <vector>
 
-#include "agent/Text.h"
-#include "agent/TraceCommand.h"
-#include "agent/TraceStream.h"
+#include "agent/base/Text.h"
+#include "agent/trace/TraceCommand.h"
+#include "agent/trace/TraceStream.h"
 #include "framework/Moru/Trace.h"
 
 namespace TraceViewTest {

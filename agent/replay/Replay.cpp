@@ -1,0 +1,229 @@
+#include "agent/replay/Replay.h"
+
+#include <string>
+#include <utility>
+
+#include "Vxlan/Trace.h"
+#include "agent/base/StopSignal.h"
+#include "agent/base/Text.h"
+#include "agent/replay/RecordingTime.h"
+#include "agent/trace/TraceStream.h"
+#include "agent/view/ClientSnapshot.h"
+
+namespace Agent {
+
+// Counts the hosts that leave the layer-2 RIB.
+class Replay::HostWatcher final : public L2Rib::HostInput::NotifieeConst {
+ public:
+  void onAttribute(Moru::AttributeId attribute, const void* key) override {
+    if (attribute != Moru::idOf<&L2Rib::HostInput::host>) return;
+    if (!notifier()->host().contains(*Moru::keyOf<&L2Rib::HostInput::host>(key))) ++deleted_;
+  }
+
+  // Since the last call.
+  std::size_t takeDeleted() { return std::exchange(deleted_, 0); }
+
+ private:
+  std::size_t deleted_ = 0;
+};
+
+Replay::Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, std::ostream& out,
+               std::ostream& errors)
+    : name_(file.name()),
+      options_(options),
+      output_(out, options.output, file.name()),
+      errors_(errors),
+      progress_(errors, options.progress),
+      journal_(file.stream(), file.name()),
+      lifecycle_(hasStart) {
+  if (options_.realtime) {
+    facility_ = Moru::create<Moru::ActivityFacility>(Moru::create<RecordingTime>());
+  } else {
+    virtualTime_ = Moru::create<Moru::VirtualTime>(0, options_.timePerRead);
+    facility_ = Moru::create<Moru::ActivityFacility>(virtualTime_);
+  }
+  Moru::ActivityFacility::currentIs(facility_);
+  Moru::assertionContextIs([this] { return place(); });
+  if (!options_.timeline) return;
+  hostWatcher_ = Moru::create<HostWatcher>();
+  hostWatcher_->notifierIs(store_.l2RibZepInput);
+  hostWatcher_->hasNotificationActiveIs(true);
+}
+
+Replay::~Replay() {
+  client_ = nullptr;  // while an assertion that fails in there can still tell the place
+  Moru::assertionContextIs(nullptr);
+}
+
+double Replay::time() const { return virtualTime_ ? virtualTime_->time() : facility_->now(); }
+
+std::string Replay::place() const { return name_ + ':' + std::to_string(line_); }
+
+bool Replay::isAbsent(Input input) const { return lifecycle_.absent().test(bitOf(input)); }
+
+bool Replay::isOver() const { return ended_ || StopSignal::number() != 0; }
+
+ExitStatus Replay::run() {
+  try {
+    if (lifecycle_.running()) startClient();
+  } catch (const Moru::Exception& exception) {
+    takeException(exception);
+  }
+  while (!isOver() && playLine()) {
+  }
+  if (!isOver()) fireClocks(Moru::Clock::never);
+  progress_.clear();
+  if (const int signal = StopSignal::number(); signal != 0 && !ended_) {
+    printDump("interrupted");
+    status_ = static_cast<ExitStatus>(ExitStatus::signalled + signal);
+  } else if (!ended_) {
+    printDump("end");
+  }
+  output_.flush();
+  return status_;
+}
+
+// False when the journal has ended, or nothing may follow.
+bool Replay::playLine() {
+  try {
+    const auto line = journal_.next();
+    if (!line || isOver()) return false;
+    if (line->at > at_ && !fireClocks(line->at)) return false;
+    play(*line);
+    progress_.update(line->number, line->at);
+    return true;
+  } catch (const InputError& error) {
+    if (isOver()) return false;  // the signal has cut the line short
+    progress_.clear();
+    errors_ << journal_.place() << ": " << printable(error.what()) << '\n';
+    status_ = ExitStatus::failed;
+    ended_ = true;
+    return false;
+  } catch (const Moru::Exception& exception) {
+    return refuse(exception);
+  }
+}
+
+// A line that the data model refuses has its time all the same: what is due by then comes first.
+bool Replay::refuse(const Moru::Exception& exception) {
+  if (journal_.at() > at_ && !fireClocks(journal_.at())) return false;
+  at_ = journal_.at();
+  line_ = journal_.number();
+  return takeException(exception);
+}
+
+void Replay::play(const Line& line) {
+  lifecycle_.follow(line.action);
+  at_ = line.at;
+  line_ = line.number;
+  firedInARow_ = 0;
+  std::visit([this](const auto& action) { carryOut(action); }, line.action);
+}
+
+// Fires what is due at or before `until`, and moves the time there. False if that was the end.
+bool Replay::fireClocks(double until) {
+  constexpr std::uint64_t mostInARow = 100'000;
+  printTurn();
+  while (!isOver()) {
+    try {
+      if (!facility_->fireNext(until)) break;
+      printTurn();
+    } catch (const Moru::Exception& exception) {
+      takeException(exception);
+    }
+    if (++firedInARow_ < mostInARow) continue;
+    progress_.clear();
+    errors_ << place() << ": the replay does not come to rest: " << mostInARow
+            << " firings of clocks in a row, expected an end of them\n";
+    status_ = ExitStatus::restless;
+    ended_ = true;
+  }
+  if (isOver() || until == Moru::Clock::never) return !isOver();
+  if (virtualTime_)
+    virtualTime_->waitUntil(until);
+  else
+    facility_->runUntil(until);
+  return !isOver();
+}
+
+void Replay::startClient() {
+  try {
+    client_ = Vxlan::vxlanControllerClientSmFactory(store_.inputs(lifecycle_.absent()));
+  } catch (const Moru::Exception&) {
+    lifecycle_.clientFailed();
+    throw;
+  }
+  if (options_.maxProcessTime) client_->maxProcessTimeIs(*options_.maxProcessTime);
+}
+
+void Replay::printDump(const std::string& label) {
+  progress_.clear();
+  const Vxlan::ClientInputs given = store_.inputs(lifecycle_.absent());
+  const Outputs outputs{given.l2RibZepInput, given.zepSde, given.zepStateClientView,
+                        given.zepConvergenceStatus};
+  std::optional<ClientSnapshot> client;
+  if (client_) client = clientSnapshot(*client_);
+  Snapshot snapshot = takeSnapshot(label, at_, outputs, std::move(client));
+  snapshot.vlanToVni = vlanToVni(*store_.vlanVniMaps);
+  output_.dump(std::move(snapshot));
+}
+
+void Replay::printTurn() {
+  if (!options_.timeline) return;
+  Turn turn{time(), store_.l2RibZepInput->host().size(),
+            client_ ? client_->hostTable()->markedForDelCount() : 0, hostWatcher_->takeDeleted()};
+  if (!isAbsent(Input::zepConvergenceStatus)) {
+    const auto& status = store_.zepConvergenceStatus;
+    turn.unicastDeferredDeletion = status->unicastDeferredDeletionInProgress();
+    turn.bumDeferredDeletion = status->bumDeferredDeletionInProgress();
+  }
+  output_.turn(turn);
+}
+
+// True if the replay goes on.
+bool Replay::takeException(const Moru::Exception& exception) {
+  progress_.clear();
+  status_ = ExitStatus::refused;
+  if (options_.keepGoing) {
+    output_.exception(exception.type(), line_, exception.what());
+    return true;
+  }
+  errors_ << place() << ": " << exception.type() << ": " << printable(exception.what()) << '\n';
+  ended_ = true;
+  return false;
+}
+
+namespace {
+
+ExitStatus replayOne(const std::string& path, const ReplayOptions& options,
+                     const std::optional<unsigned>& traceLevel, std::ostream& out,
+                     std::ostream& errors) {
+  JournalFile file(path);
+  const bool hasStart = file.findStart();
+  StopSignal::install();  // until here there was nothing to end in good order
+  Replay replay(file, hasStart, options, out, errors);
+  std::optional<TraceStream> trace;
+  if (traceLevel)
+    trace.emplace(errors, *traceLevel,
+                  std::vector<Moru::TraceFacility*>{&Moru::traceFacility, &Ringlog::traceFacility,
+                                                    &Vxlan::traceFacility},
+                  [&replay] { return secondsText(replay.time()); });
+  return replay.run();
+}
+
+}  // namespace
+
+int replayCommand(const std::vector<std::string>& journals, ReplayOptions options,
+                  const std::optional<unsigned>& traceLevel, std::ostream& out,
+                  std::ostream& errors) {
+  options.output.named = journals.size() > 1;
+  int status = ExitStatus::done;
+  for (const std::string& path : journals) {
+    const ExitStatus each = replayOne(path, options, traceLevel, out, errors);
+    if (status == ExitStatus::done) status = each;
+    if (StopSignal::number() != 0) break;
+  }
+  return status;
+}
+
+}  // namespace Agent

@@ -1,0 +1,102 @@
+// Plays a journal to the client: on a store of its own, on a virtual clock or the real one.
+//
+// Lines of the same time are one turn of the event loop. They are applied in order, the reactions
+// to each running to their end before the next. Before a line of a later time, the clocks that are
+// due by then fire, the earliest first, and no clock fires in between. In the end the clocks run
+// until none is armed.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "Vxlan/VxlanControllerClientSm.h"
+#include "agent/base/ExitStatus.h"
+#include "agent/journal/Journal.h"
+#include "agent/journal/JournalFile.h"
+#include "agent/journal/Lifecycle.h"
+#include "agent/replay/Progress.h"
+#include "agent/store/StateStore.h"
+#include "agent/view/Output.h"
+#include "framework/Moru/ActivityFacility.h"
+#include "framework/Moru/Exception.h"
+
+namespace Agent {
+
+struct ReplayOptions {
+  OutputOptions output{};
+  std::optional<double> maxProcessTime{};  // of the client, in seconds
+  double timePerRead = 0;                  // by which a reading moves the virtual time, in seconds
+  bool realtime = false;
+  bool keepGoing = false;  // after an exception
+  bool timeline = false;   // a line for each turn of the event loop
+  bool progress = false;   // on the error stream, which is a terminal
+};
+
+class Replay {
+ public:
+  // Errors go to `errors`, all else to `out`. Both and the file must outlive this object;
+  // `hasStart` is what the file's findStart() said. It takes the process's activity facility and
+  // its assertion context for itself.
+  Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, std::ostream& out,
+         std::ostream& errors);
+  ~Replay();
+  Replay(const Replay&) = delete;
+  Replay& operator=(const Replay&) = delete;
+
+  // Plays it all. Throws what the streams throw that cannot be read or written.
+  ExitStatus run();
+
+  // The time of the recording, without counting as a reading.
+  double time() const;
+
+ private:
+  class HostWatcher;
+
+  bool playLine();
+  void play(const Line& line);
+  bool refuse(const Moru::Exception& exception);
+  void carryOut(const Change& change) { store_.apply(change); }
+  void carryOut(const Dump& dump) { printDump(dump.label); }
+  void carryOut(const Start&) { startClient(); }
+  void carryOut(const Stop&) { client_ = nullptr; }
+  void carryOut(const Absent&) {}
+  void startClient();
+  bool fireClocks(double until);
+  void printDump(const std::string& label);
+  void printTurn();
+  bool takeException(const Moru::Exception& exception);
+  bool isAbsent(Input input) const;
+  bool isOver() const;
+  std::string place() const;
+
+  const std::string name_;
+  const ReplayOptions options_;
+  Output output_;
+  std::ostream& errors_;
+  Progress progress_;
+
+  Moru::Ptr<Moru::VirtualTime> virtualTime_;  // null on the real clock
+  Moru::Ptr<Moru::ActivityFacility> facility_;
+  Journal journal_;
+  Lifecycle lifecycle_;
+  StateStore store_;
+  Moru::Ptr<HostWatcher> hostWatcher_;
+  Moru::Ptr<Vxlan::VxlanControllerClientSm> client_;
+
+  double at_ = 0;           // of the line applied last
+  std::uint64_t line_ = 0;  // its number
+  std::uint64_t firedInARow_ = 0;
+  ExitStatus status_ = ExitStatus::done;
+  bool ended_ = false;  // by an error
+};
+
+// Plays each journal on its own, one after the other; the first failure decides the exit status.
+// Where there are several, the output names them.
+int replayCommand(const std::vector<std::string>& journals, ReplayOptions options,
+                  const std::optional<unsigned>& traceLevel, std::ostream& out,
+                  std::ostream& errors);
+
+}  // namespace Agent

@@ -1,0 +1,179 @@
+#include "agent/view/JsonView.h"
+
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "agent/view/FloodSetText.h"
+
+namespace Agent {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string textOf(const Json& json) {
+  constexpr bool asciiAlone = true;
+  return json.dump(-1, ' ', asciiAlone, Json::error_handler_t::replace);
+}
+
+Json jsonOf(const Bridging::VlanId& vlan) { return vlan.value(); }
+Json jsonOf(const Vxlan::VniExt& vni) { return vni.value(); }
+
+Json jsonOf(const Vxlan::ReceivedEntry& entry) {
+  return {{"mac", entry.key.mac.stringValue()},
+          {"vlan", entry.key.vlan.value()},
+          {"vti", entry.vtiIntfId.stringValue()},
+          {"source", entry.source},
+          {"vtep", entry.vtepAddr.stringValue()},
+          {"moveCount", entry.moveCount},
+          {"time", entry.time},
+          {"hostKind", entry.hostKind},
+          {"markedForDel", entry.markedForDel}};
+}
+
+Json jsonOf(const L2Rib::Host& host) {
+  return {{"mac", host.key.mac.stringValue()},
+          {"vlan", host.key.vlan.value()},
+          {"vti", host.dest.intfId().stringValue()},
+          {"source", host.source},
+          {"vtep", host.dest.vtepAddr(0).stringValue()},
+          {"moveCount", host.moveCount},
+          {"time", host.time},
+          {"kind", host.kind},
+          {"entryType", host.entryType}};
+}
+
+Json jsonOf(const VlanFloodSetSnapshot& each) {
+  Json json = Json::object({{"vlan", each.vlan.value()}});
+  if (!each.floodSet) return json;
+  json["mac"] = each.floodSet->mac.stringValue();
+  json["type"] = static_cast<std::uint32_t>(each.floodSet->type);
+  Json& dests = json["dests"] = Json::array();
+  for (const L2Rib::Dest& dest : each.floodSet->dests) dests.push_back(destText(dest));
+  return json;
+}
+
+template <class Record>
+Json jsonOf(const Changed<Record>& change) {
+  return {{"before", jsonOf(change.before)}, {"after", jsonOf(change.after)}};
+}
+
+Json jsonOf(const std::optional<bool>& flag) { return flag ? Json(*flag) : Json(nullptr); }
+
+Json jsonOf(const DumpId& dump) { return {{"dump", dump.label}, {"at", dump.at}}; }
+
+// The line's brace, and which journal it is of, if that is to be told.
+void begin(std::ostream& out, const std::string& journal) {
+  out << '{';
+  if (!journal.empty()) out << "\"journal\": " << textOf(journal) << ", ";
+}
+
+// `"name": [...]`, a record at a time.
+template <class Record>
+void printList(std::ostream& out, const char* name, const std::vector<Record>& records) {
+  out << '"' << name << "\": [";
+  const char* separator = "";
+  for (const Record& record : records) {
+    out << separator << textOf(jsonOf(record));
+    separator = ", ";
+  }
+  out << ']';
+}
+
+template <class Record>
+void printList(std::ostream& out, const char* name,
+               const std::optional<std::vector<Record>>& records) {
+  if (records)
+    printList(out, name, *records);
+  else
+    out << '"' << name << "\": null";
+}
+
+template <class Record>
+void printChanges(std::ostream& out, const char* name, const ListChanges<Record>& changes) {
+  out << ", \"" << name << "\": {";
+  printList(out, "added", changes.added);
+  out << ", ";
+  printList(out, "gone", changes.gone);
+  out << ", ";
+  printList(out, "changed", changes.changed);
+  out << '}';
+}
+
+void printClient(std::ostream& out, const ClientSnapshot& client) {
+  out << "{\"vxlanControllerClientMode\": " << textOf(client.vxlanControllerClientMode)
+      << ", \"datapathLearningMode\": " << textOf(client.datapathLearningMode) << ", ";
+  printList(out, "vccImportVlans", client.vccImportVlans);
+  out << ", ";
+  printList(out, "vnis", client.vnis);
+  out << ", \"mlagBum\": " << textOf(client.mlagBum)
+      << ", \"hostTable\": {\"markedForDelCount\": " << textOf(client.hostTable.markedForDelCount)
+      << ", ";
+  printList(out, "entries", client.hostTable.entries);
+  out << "}}";
+}
+
+Json viewOf(const Snapshot& snapshot) {
+  if (!snapshot.convergenceInProgress) return nullptr;
+  return Json::object({{"convergenceInProgress", *snapshot.convergenceInProgress}});
+}
+
+Json statusOf(const Snapshot& snapshot) {
+  const auto& status = snapshot.convergenceStatus;
+  if (!status) return nullptr;
+  return {{"unicastDeferredDeletionInProgress", status->unicastDeferredDeletionInProgress},
+          {"bumDeferredDeletionInProgress", status->bumDeferredDeletionInProgress}};
+}
+
+}  // namespace
+
+void printJson(std::ostream& out, const Snapshot& snapshot, const std::string& journal) {
+  begin(out, journal);
+  out << "\"dump\": " << textOf(snapshot.label) << ", \"at\": " << textOf(snapshot.at)
+      << ", \"client\": ";
+  if (snapshot.client)
+    printClient(out, *snapshot.client);
+  else
+    out << "null";
+  out << ", \"l2rib\": {";
+  printList(out, "hosts", snapshot.hosts);
+  out << ", ";
+  printList(out, "floodSets", snapshot.floodSets);
+  out << "}, \"clientView\": " << textOf(viewOf(snapshot))
+      << ", \"convergenceStatus\": " << textOf(statusOf(snapshot)) << "}\n";
+}
+
+void printJson(std::ostream& out, const Diff& diff, const std::string& journal) {
+  Json flags = Json::object();
+  for (const FlagChange& flag : diff.flags)
+    flags[std::string(flag.name)] = {{"before", jsonOf(flag.before)},
+                                     {"after", jsonOf(flag.after)}};
+  begin(out, journal);
+  out << "\"diff\": " << textOf(diff.now.label) << ", \"at\": " << textOf(diff.now.at)
+      << ", \"since\": " << textOf(diff.since ? jsonOf(*diff.since) : Json(nullptr))
+      << ", \"flags\": " << textOf(flags);
+  printChanges(out, "vccImportVlans", diff.vccImportVlans);
+  printChanges(out, "vnis", diff.vnis);
+  printChanges(out, "entries", diff.received);
+  printChanges(out, "hosts", diff.hosts);
+  printChanges(out, "floodSets", diff.floodSets);
+  out << "}\n";
+}
+
+void printJson(std::ostream& out, const Turn& turn, const std::string& journal) {
+  begin(out, journal);
+  out << "\"turn\": " << textOf(turn.at) << ", \"hosts\": " << turn.hosts
+      << ", \"marked\": " << turn.marked << ", \"deleted\": " << turn.deleted
+      << ", \"unicastDeferredDeletionInProgress\": " << textOf(jsonOf(turn.unicastDeferredDeletion))
+      << ", \"bumDeferredDeletionInProgress\": " << textOf(jsonOf(turn.bumDeferredDeletion))
+      << "}\n";
+}
+
+void printJsonException(std::ostream& out, const std::string& type, std::size_t line,
+                        const std::string& text, const std::string& journal) {
+  begin(out, journal);
+  out << "\"exception\": " << textOf(type) << ", \"line\": " << line
+      << ", \"text\": " << textOf(text) << "}\n";
+}
+
+}  // namespace Agent

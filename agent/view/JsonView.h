@@ -1,0 +1,67 @@
+// Dumps as JSON, one object a line, for programs to read.
+//
+// A snapshot:
+//
+//   {"dump": LABEL, "at": 12.0,
+//    "client": {"vxlanControllerClientMode": true, "datapathLearningMode": false,
+//               "vccImportVlans": [10], "vnis": [10010], "mlagBum": false,
+//               "hostTable": {"markedForDelCount": 0, "entries": [ENTRY, ...]}},
+//    "l2rib": {"hosts": [HOST, ...], "floodSets": [FLOODSET, ...]},
+//    "clientView": {"convergenceInProgress": true},
+//    "convergenceStatus": {"unicastDeferredDeletionInProgress": false,
+//                          "bumDeferredDeletionInProgress": false}}
+//
+// What is absent is null: `client`, `hosts`, `floodSets`, `clientView`, `convergenceStatus`.
+//
+//   ENTRY     {"mac": "02:00:00:00:00:01", "vlan": 10, "vti": "Vxlan1", "source": 10,
+//              "vtep": "10.0.0.2", "moveCount": 0, "time": 3.0, "hostKind": 16,
+//              "markedForDel": true}
+//   HOST      the same up to "time", then "kind": 16, "entryType": 16. "vtep" is the first of the
+//             host's VTEPs, 0.0.0.0 if it has none
+//   FLOODSET  {"vlan": 10, "mac": "ff:ff:ff:ff:ff:ff", "type": 1, "dests": ["10.0.0.2"]}, or
+//             {"vlan": 10} for a VLAN without any. "dests" has the destinations that are present:
+//             one whose flag is false is not. A destination that is no VTEP stands behind the
+//             VTEPs, as a text that says what it is ("tunnel 7")
+//
+// A difference:
+//
+//   {"diff": LABEL, "at": 12.0, "since": {"dump": LABEL, "at": 3.0},
+//    "flags": {"mlagBum": {"before": false, "after": true}, ...},
+//    "vccImportVlans": CHANGES, "vnis": CHANGES, "entries": CHANGES, "hosts": CHANGES,
+//    "floodSets": CHANGES}
+//
+// `since` is null for the first dump. `flags` has those that differ, by their names in a dump, and
+// "clientRunning"; a flag of what was absent is null. CHANGES is {"added": [...], "gone": [...],
+// "changed": [{"before": {...}, "after": {...}}]} of numbers, ENTRY, HOST or FLOODSET.
+//
+// A turn of the timeline, a flag of what is absent being null:
+//
+//   {"turn": 12.0, "hosts": 3, "marked": 1, "deleted": 0,
+//    "unicastDeferredDeletionInProgress": true, "bumDeferredDeletionInProgress": false}
+//
+// Each begins with {"journal": "FILE", ...} where the name of a journal is given: of several, the
+// one that it is of.
+#pragma once
+
+#include <cstddef>
+#include <ostream>
+#include <string>
+
+#include "agent/view/Diff.h"
+#include "agent/view/Snapshot.h"
+#include "agent/view/TimelineView.h"
+
+namespace Agent {
+
+// Each ends its line. Records are written one by one: a million of them takes no room. All is in
+// ASCII, so that no text from a recording controls a terminal; text that is not UTF-8 has its wrong
+// bytes replaced by U+FFFD.
+void printJson(std::ostream& out, const Snapshot& snapshot, const std::string& journal = {});
+void printJson(std::ostream& out, const Diff& diff, const std::string& journal = {});
+void printJson(std::ostream& out, const Turn& turn, const std::string& journal = {});
+
+// {"exception": TYPE, "line": LINE, "text": "..."}, with the line of the journal that led to it.
+void printJsonException(std::ostream& out, const std::string& type, std::size_t line,
+                        const std::string& text, const std::string& journal = {});
+
+}  // namespace Agent

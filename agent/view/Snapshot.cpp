@@ -1,0 +1,88 @@
+#include "agent/view/Snapshot.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "framework/Moru/Exception.h"
+
+namespace Agent {
+
+namespace {
+
+std::vector<L2Rib::Host> hostsOf(const L2Rib::HostInput& input) {
+  std::vector<L2Rib::Host> hosts;
+  hosts.reserve(input.host().size());
+  for (const auto& [key, host] : input.host()) hosts.push_back(host);
+  std::sort(hosts.begin(), hosts.end(),
+            [](const L2Rib::Host& left, const L2Rib::Host& right) { return left.key < right.key; });
+  return hosts;
+}
+
+bool comesBefore(const L2Rib::Dest& left, const L2Rib::Dest& right) {
+  const bool leftIsVxlan = left.tag() == L2Rib::DestTag::vxlan;
+  const bool rightIsVxlan = right.tag() == L2Rib::DestTag::vxlan;
+  if (leftIsVxlan != rightIsVxlan) return leftIsVxlan;
+  if (leftIsVxlan) return left.vxlan().vtepAddr < right.vxlan().vtepAddr;
+  return left.stringValue() < right.stringValue();
+}
+
+FloodSetSnapshot floodSetOf(const L2Rib::FloodSet& floodSet) {
+  FloodSetSnapshot snapshot{floodSet.macAddr(), floodSet.floodSetType()};
+  snapshot.dests.reserve(floodSet.destSets());
+  for (const auto& [dest, present] : floodSet.destSet())
+    if (present) snapshot.dests.push_back(dest);
+  std::sort(snapshot.dests.begin(), snapshot.dests.end(), comesBefore);
+  return snapshot;
+}
+
+std::vector<VlanFloodSetSnapshot> floodSetsOf(const L2Rib::SourceDirEntry& entry) {
+  std::vector<VlanFloodSetSnapshot> floodSets;
+  for (const auto& [vlan, vlanFloodSet] : entry.vlanFloodSet()) {
+    if (vlanFloodSet->floodSet().empty()) floodSets.push_back({vlan});
+    for (const auto& [mac, floodSet] : vlanFloodSet->floodSet())
+      floodSets.push_back({vlan, floodSetOf(*floodSet)});
+  }
+  std::sort(floodSets.begin(), floodSets.end(),
+            [](const VlanFloodSetSnapshot& left, const VlanFloodSetSnapshot& right) {
+              return left.key() < right.key();
+            });
+  return floodSets;
+}
+
+}  // namespace
+
+Snapshot takeSnapshot(std::string label, double at, const Outputs& outputs,
+                      std::optional<ClientSnapshot> client) {
+  Snapshot snapshot{std::move(label), at, std::move(client)};
+  if (outputs.hosts) snapshot.hosts = hostsOf(*outputs.hosts);
+  if (outputs.floodSets) snapshot.floodSets = floodSetsOf(*outputs.floodSets);
+  if (outputs.clientView)
+    snapshot.convergenceInProgress = outputs.clientView->convergenceInProgress();
+  if (const auto& status = outputs.convergenceStatus)
+    snapshot.convergenceStatus = ConvergenceSnapshot{status->unicastDeferredDeletionInProgress(),
+                                                     status->bumDeferredDeletionInProgress()};
+  return snapshot;
+}
+
+HostTableSnapshot hostTableSnapshot(const Vxlan::ReceivedHostTable& table) {
+  HostTableSnapshot snapshot{table.markedForDelCount()};
+  snapshot.entries.reserve(table.receivedEntrys());
+  for (const auto& [key, entry] : table.receivedEntry()) snapshot.entries.push_back(entry);
+  return snapshot;
+}
+
+VlanToVni vlanToVni(const Vxlan::VlanVniMaps& maps) {
+  VlanToVni vnis;
+  for (const auto& [intf, map] : maps.vlanVniMap()) {
+    for (const auto& [vlan, vsp] : map->vlanToVsp()) {
+      try {
+        if (!!vsp) vnis.emplace(vlan, vsp.vni());
+      } catch (const Moru::RangeException&) {
+        // A raw table may hold a VNI that is none: such a VLAN is shown without.
+      }
+    }
+  }
+  return vnis;
+}
+
+}  // namespace Agent
