@@ -3,16 +3,20 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <functional>
+#include <optional>
 #include <string>
+#include <tuple>
+#include <type_traits>
+#include <variant>
+
+#include "agent/journal/Codec.h"
 
 namespace Agent {
 
 namespace {
 
 constexpr std::string_view valueName = "value";
-constexpr std::string_view addressesText = "an array of IPv4 addresses";
-constexpr std::string_view flagsText =
-    "an array of IPv4 addresses, or an object with true or false for each";
 
 // The parts of a path or of a pattern, between the slashes.
 class Parts {
@@ -29,22 +33,22 @@ class Parts {
     tooMany_ = true;
   }
 
+  static constexpr bool isVariable(std::string_view part) {
+    return part.front() >= 'A' && part.front() <= 'Z';
+  }
+
   // Whether this path is of the pattern, whose parts in upper case stand for any text.
   bool matches(const Parts& pattern) const {
     if (tooMany_ || count_ != pattern.count_) return false;
     for (std::size_t i = 0; i < count_; ++i) {
       const std::string_view expected = pattern.parts_[i];
-      const bool isVariable = expected.front() >= 'A' && expected.front() <= 'Z';
-      if (isVariable ? parts_[i].empty() : parts_[i] != expected) return false;
+      if (isVariable(expected) ? parts_[i].empty() : parts_[i] != expected) return false;
     }
     return true;
   }
 
-  std::string_view text(std::size_t i) const { return parts_[i]; }
-  Moru::Name name(std::size_t i) const { return parts_[i]; }
-  Vorn::IntfId intf(std::size_t i) const { return Vorn::IntfId(parts_[i]); }
-  Vorn::EthAddr mac(std::size_t i) const { return macOf(parts_[i], "MAC"); }
-  Bridging::VlanId vlan(std::size_t i) const { return vlanOf(parts_[i], "VLAN"); }
+  constexpr std::string_view operator[](std::size_t i) const { return parts_[i]; }
+  constexpr std::size_t count() const { return count_; }
 
  private:
   std::array<std::string_view, maxParts> parts_;
@@ -52,210 +56,279 @@ class Parts {
   bool tooMany_ = false;
 };
 
-template <class Enum>
-Enum toEnum(Json value, std::string_view what) {
-  return Enum{toNumber(value, what)};
+// A field of a value that is an object; `access` is the member that holds it.
+template <class Access>
+struct Member {
+  std::string_view name;
+  Access access;
+  bool isNeeded;
+};
+
+template <class Access>
+constexpr Member<Access> needed(std::string_view name, Access access) {
+  return {name, access, true};
 }
 
-Vorn::IntfId toIntf(Json value, std::string_view what) { return Vorn::IntfId(toText(value, what)); }
-
-std::vector<Bridging::VlanId> toVlans(Json value, std::string_view what) {
-  return toSet(value, what, "an array of VLANs", toVlan);
+// Left out where it is as in a new value.
+template <class Access>
+constexpr Member<Access> optional(std::string_view name, Access access) {
+  return {name, access, false};
 }
 
-std::vector<Vorn::IpAddr> toIps(Json value, std::string_view what) {
-  return toSet(value, what, addressesText, toIp);
+template <class Value, class Access>
+using MemberType = std::remove_cvref_t<std::invoke_result_t<Access, Value&>>;
+
+template <class Value, class Access>
+void readMember(Value& value, const Member<Access>& member, const Field& field) {
+  using Type = MemberType<Value, Access>;
+  if (member.isNeeded && !field.value)
+    throw InputError(std::string(field.name) + " is missing: expected it in value");
+  if (field.value)
+    std::invoke(member.access, value) = Codec<Type>::ofJson(*field.value, field.name);
 }
 
-VtepFlags toFlags(Json value, std::string_view what) {
-  if (value.is_object()) return toTable(value, what, flagsText, ipOf, toBool);
-  VtepFlags vteps;
-  for (const Vorn::IpAddr& vtep : toSet(value, what, flagsText, toIp))
-    vteps.emplace_back(vtep, true);
-  return vteps;
+template <class Value, class Access>
+void writeMember(std::string& out, const Value& value, const Member<Access>& member) {
+  const Value asNew{};
+  const auto& given = std::invoke(member.access, value);
+  if (!member.isNeeded && given == std::invoke(member.access, asNew)) return;
+  if (out.back() != '{') out += ',';
+  writeQuoted(out, member.name);
+  out += ':';
+  writeJson(out, given);
 }
 
-Vxlan::BumReplicationMode toBumStatus(Json value) {
-  const auto [mode] = fieldsOf(value, valueName, "bumReplicationMode");
-  return need(mode, toEnum<Vxlan::BumReplicationMode>);
+// The language of a value that is an object with these members.
+template <class Value, class... Accesses>
+struct ObjectOf {
+  std::tuple<Member<Accesses>...> members;
+
+  Value read(Json json) const {
+    return std::apply(
+        [json](const auto&... member) {
+          [[maybe_unused]] const std::array<Field, sizeof...(member)> fields =
+              fieldsOf(json, valueName, member.name...);
+          Value value{};
+          [[maybe_unused]] std::size_t i = 0;
+          (readMember(value, member, fields[i++]), ...);
+          return value;
+        },
+        members);
+  }
+
+  void write(std::string& out, const Value& value) const {
+    out += '{';
+    std::apply([&](const auto&... member) { (writeMember(out, value, member), ...); }, members);
+    out += '}';
+  }
+};
+
+template <class Value, class... Accesses>
+constexpr ObjectOf<Value, Accesses...> objectOf(Member<Accesses>... members) {
+  return {std::tuple(members...)};
 }
 
-FloodSetValue toFloodSet(Json value) {
-  const auto [type, dests] = fieldsOf(value, valueName, "type", "dests");
-  return {need(type, toEnum<L2Rib::FloodSetType>), need(dests, toFlags)};
-}
+// The language of a value that is one value of the data model.
+template <class Value>
+struct WholeOf {
+  static Value read(Json json) { return Codec<Value>::ofJson(json, valueName); }
+  static void write(std::string& out, const Value& value) { writeJson(out, value); }
+};
 
-// What a path that names a Target looks like, and how its parts and its value are read.
+// What a path that names a Target looks like, the members that its variable parts are, in their
+// order, and the language of its value.
 template <class Target>
 struct Syntax;
 
 template <>
 struct Syntax<ControllerHost> {
+  using Value = ControllerHost::Value;
   static constexpr std::string_view pattern = "controller/NAME/host/MAC";
-  static ControllerHost target(const Parts& path) { return {path.name(1), path.mac(3)}; }
-  static ControllerHost::Value value(Json value) {
-    const auto [vtep, moveCount, hostKind] =
-        fieldsOf(value, valueName, "vtep", "moveCount", "hostKind");
-    ControllerHost::Value host{need(vtep, toIp), given(moveCount, toNumber).value_or(0)};
-    if (const auto kind = given(hostKind, toByte)) host.hostKind = VxlanController::HostKind{*kind};
-    return host;
-  }
+  static constexpr std::tuple parts{&ControllerHost::name, &ControllerHost::mac};
+  static constexpr auto value =
+      objectOf<Value>(needed("vtep", &Value::vtep), optional("moveCount", &Value::moveCount),
+                      optional("hostKind", &Value::hostKind));
 };
 
 template <>
 struct Syntax<ControllerFlood> {
-  static constexpr std::string_view pattern = "controller/NAME/flood/MAC";
-  static ControllerFlood target(const Parts& path) { return {path.name(1), path.mac(3)}; }
-  static ControllerFlood::Value value(Json value) {
-    constexpr std::string_view replace = "replace";
-    if (value.is_object() && value.at_key(replace).error() == simdjson::SUCCESS) {
-      const auto [list] = fieldsOf(value, valueName, replace);
-      return {need(list, toFlags), true};
+  // {"replace": LIST}, or the list alone.
+  struct ListOrReplacement {
+    using Value = ControllerFlood::Value;
+    static constexpr auto replacement = objectOf<Value>(needed("replace", &Value::vteps));
+
+    static Value read(Json json) {
+      if (!json.is_object() || json.at_key("replace").error() != simdjson::SUCCESS)
+        return {Codec<VtepFlags>::ofJson(json, valueName)};
+      Value value = replacement.read(json);
+      value.replace = true;
+      return value;
     }
-    return {toFlags(value, valueName), false};
-  }
+    static void write(std::string& out, const Value& value) {
+      if (value.replace) return replacement.write(out, value);
+      writeJson(out, value.vteps);
+    }
+  };
+  static constexpr std::string_view pattern = "controller/NAME/flood/MAC";
+  static constexpr std::tuple parts{&ControllerFlood::name, &ControllerFlood::mac};
+  static constexpr ListOrReplacement value{};
 };
 
 template <>
 struct Syntax<ControllerMultiPath> {
   static constexpr std::string_view pattern = "controller/NAME/multipath/MAC";
-  static ControllerMultiPath target(const Parts& path) { return {path.name(1), path.mac(3)}; }
-  static ControllerMultiPath::Value value(Json value) { return toIps(value, valueName); }
+  static constexpr std::tuple parts{&ControllerMultiPath::name, &ControllerMultiPath::mac};
+  static constexpr WholeOf<ControllerMultiPath::Value> value{};
 };
 
 template <>
 struct Syntax<ControllerEntry> {
+  using Value = ControllerEntry::Value;
   static constexpr std::string_view pattern = "controller/NAME";
-  static ControllerEntry target(const Parts& path) { return {path.name(1)}; }
-  static ControllerEntry::Value value(Json value) {
-    const auto [instantiated, type] = fieldsOf(value, valueName, "instantiated", "type");
-    const auto typeName = given(type, toText);
-    if (typeName && *typeName != "other") refuse(type.name, *type.value, "\"other\"");
-    return {given(instantiated, toBool).value_or(true), typeName.has_value()};
-  }
+  static constexpr std::tuple parts{&ControllerEntry::name};
+  static constexpr auto value = objectOf<Value>(optional("instantiated", &Value::instantiated),
+                                                optional("type", &Value::type));
 };
 
 template <>
 struct Syntax<ControllerState> {
+  using Value = ControllerState::Value;
   static constexpr std::string_view pattern = "controllerState/NAME";
-  static ControllerState target(const Parts& path) { return {path.name(1)}; }
-  static ControllerState::Value value(Json value) {
-    const auto [converging, instantiated] =
-        fieldsOf(value, valueName, "convergenceInProgress", "instantiated");
-    return {need(converging, toBool), given(instantiated, toBool).value_or(true)};
-  }
+  static constexpr std::tuple parts{&ControllerState::name};
+  static constexpr auto value =
+      objectOf<Value>(needed("convergenceInProgress", &Value::convergenceInProgress),
+                      optional("instantiated", &Value::instantiated));
 };
 
 template <>
 struct Syntax<VlanVni> {
   static constexpr std::string_view pattern = "vlanVniMap/INTF/VLAN";
-  static VlanVni target(const Parts& path) { return {path.intf(1), path.vlan(2)}; }
-  static VlanVni::Value value(Json value) { return toVni(value, valueName); }
+  static constexpr std::tuple parts{&VlanVni::intf, &VlanVni::vlan};
+  static constexpr WholeOf<VlanVni::Value> value{};
 };
 
 template <>
 struct Syntax<VlanVniTables> {
+  using Value = VlanVniTables::Value;
   static constexpr std::string_view pattern = "vlanVniMap/INTF";
-  static VlanVniTables target(const Parts& path) { return {path.intf(1)}; }
-  static VlanVniTables::Value value(Json value) {
-    const auto [vlanToVsp, vniToVlan] = fieldsOf(value, valueName, "vlanToVsp", "vniToVlan");
-    return {given(vlanToVsp, toVnis), given(vniToVlan, toVlansOfVnis)};
-  }
-  static Table<Bridging::VlanId, Vxlan::VniExt> toVnis(Json value, std::string_view what) {
-    return toTable(value, what, "an object from VLAN to VNI", vlanOf, toVni);
-  }
-  static Table<Vxlan::VniExt, Bridging::VlanIdOrNone> toVlansOfVnis(Json value,
-                                                                    std::string_view what) {
-    return toTable(value, what, "an object from VNI to VLAN", vniOf, toVlanOrNone);
-  }
+  static constexpr std::tuple parts{&VlanVniTables::intf};
+  static constexpr auto value = objectOf<Value>(optional("vlanToVsp", &Value::vlanToVsp),
+                                                optional("vniToVlan", &Value::vniToVlan));
 };
 
 template <>
 struct Syntax<Vti> {
+  using Value = Vti::Value;
   static constexpr std::string_view pattern = "vti/INTF";
-  static Vti target(const Parts& path) { return {path.intf(1)}; }
-  static Vti::Value value(Json value) {
-    const auto [clientMode, learning, local, vArp, vlans] =
-        fieldsOf(value, valueName, "controllerClientMode", "datapathLearning", "localVtepAddr",
-                 "vArpVtepAddr", "vccImportVlans");
-    return {given(clientMode, toBool), given(learning, toBool), given(local, toIp),
-            given(vArp, toIp), given(vlans, toVlans)};
-  }
+  static constexpr std::tuple parts{&Vti::intf};
+  static constexpr auto value =
+      objectOf<Value>(optional("controllerClientMode", &Value::controllerClientMode),
+                      optional("datapathLearning", &Value::datapathLearning),
+                      optional("localVtepAddr", &Value::localVtepAddr),
+                      optional("vArpVtepAddr", &Value::vArpVtepAddr),
+                      optional("vccImportVlans", &Value::vccImportVlans));
 };
+
+constexpr auto bumStatus =
+    objectOf<Vxlan::BumReplicationMode>(needed("bumReplicationMode", std::identity()));
+
+constexpr auto floodSet = objectOf<FloodSetValue>(needed("type", &FloodSetValue::type),
+                                                  needed("dests", &FloodSetValue::dests));
 
 template <>
 struct Syntax<HwBum> {
   static constexpr std::string_view pattern = "hw/bum";
-  static HwBum target(const Parts&) { return {}; }
-  static HwBum::Value value(Json value) { return toBumStatus(value); }
+  static constexpr std::tuple<> parts{};
+  static constexpr auto value = bumStatus;
 };
 
 template <>
 struct Syntax<MlagPairState> {
   static constexpr std::string_view pattern = "mlag/state";
-  static MlagPairState target(const Parts&) { return {}; }
-  static MlagPairState::Value value(Json value) {
-    return toEnum<Mlag::MlagState>(value, valueName);
-  }
+  static constexpr std::tuple<> parts{};
+  static constexpr WholeOf<MlagPairState::Value> value{};
 };
 
 template <>
 struct Syntax<PeerBum> {
   static constexpr std::string_view pattern = "mlag/peer/bum";
-  static PeerBum target(const Parts&) { return {}; }
-  static PeerBum::Value value(Json value) { return toBumStatus(value); }
+  static constexpr std::tuple<> parts{};
+  static constexpr auto value = bumStatus;
 };
 
 template <>
 struct Syntax<PeerFlood> {
   static constexpr std::string_view pattern = "mlag/peer/flood/VLAN/MAC";
-  static PeerFlood target(const Parts& path) { return {path.vlan(3), path.mac(4)}; }
-  static PeerFlood::Value value(Json value) { return toFloodSet(value); }
+  static constexpr std::tuple parts{&PeerFlood::vlan, &PeerFlood::mac};
+  static constexpr auto value = floodSet;
 };
 
 template <>
 struct Syntax<PeerVlanFlood> {
   static constexpr std::string_view pattern = "mlag/peer/flood/VLAN";
-  static PeerVlanFlood target(const Parts& path) { return {path.vlan(3)}; }
-  static PeerVlanFlood::Value value(Json value) {
-    readFields(value, valueName, {});
-    return {};
-  }
+  static constexpr std::tuple parts{&PeerVlanFlood::vlan};
+  static constexpr auto value = objectOf<PeerVlanFlood::Value>();
 };
 
 template <>
 struct Syntax<MlagVtepTypeAddr> {
   static constexpr std::string_view pattern = "mlag/vtepTypeAddr/NUMBER";
-  static MlagVtepTypeAddr target(const Parts& path) {
-    return {Vxlan::VtepType{numberOf(path.text(2), "NUMBER")}};
-  }
-  static MlagVtepTypeAddr::Value value(Json value) { return toIp(value, valueName); }
+  static constexpr std::tuple parts{&MlagVtepTypeAddr::type};
+  static constexpr WholeOf<MlagVtepTypeAddr::Value> value{};
 };
 
 template <>
 struct Syntax<RibHost> {
+  using Value = RibHost::Value;
   static constexpr std::string_view pattern = "l2rib/host/MAC/VLAN";
-  static RibHost target(const Parts& path) { return {path.mac(2), path.vlan(3)}; }
-  static RibHost::Value value(Json value) {
-    const auto [vtep, vti, moveCount, time, hostKind, source] =
-        fieldsOf(value, valueName, "vtep", "vti", "moveCount", "time", "hostKind", "source");
-    RibHost::Value host;
-    host.vtep = need(vtep, toIp);
-    host.vti = given(vti, toIntf).value_or(host.vti);
-    host.moveCount = given(moveCount, toNumber).value_or(host.moveCount);
-    host.time = given(time, toReal).value_or(host.time);
-    host.hostKind = given(hostKind, toNumber).value_or(host.hostKind);
-    host.source = given(source, toNumber).value_or(host.source);
-    return host;
-  }
+  static constexpr std::tuple parts{&RibHost::mac, &RibHost::vlan};
+  static constexpr auto value =
+      objectOf<Value>(needed("vtep", &Value::vtep), optional("vti", &Value::vti),
+                      optional("moveCount", &Value::moveCount), optional("time", &Value::time),
+                      optional("hostKind", &Value::hostKind), optional("source", &Value::source));
 };
 
 template <>
 struct Syntax<RibFlood> {
   static constexpr std::string_view pattern = "l2rib/flood/VLAN/MAC";
-  static RibFlood target(const Parts& path) { return {path.vlan(2), path.mac(3)}; }
-  static RibFlood::Value value(Json value) { return toFloodSet(value); }
+  static constexpr std::tuple parts{&RibFlood::vlan, &RibFlood::mac};
+  static constexpr auto value = floodSet;
 };
+
+// Calls `visit` with each variable part of the pattern, by its place, and the member that it is.
+template <class Target, class Visit>
+void forEachPart(const Parts& pattern, Visit visit) {
+  std::size_t place = 0;
+  const auto next = [&](auto member) {
+    while (!Parts::isVariable(pattern[place])) ++place;
+    visit(place++, member);
+  };
+  std::apply([&](auto... member) { (next(member), ...); }, Syntax<Target>::parts);
+}
+
+template <class Target>
+Target targetOf(const Parts& path) {
+  constexpr Parts pattern(Syntax<Target>::pattern);
+  Target target{};
+  forEachPart<Target>(pattern, [&](std::size_t place, auto member) {
+    using Part = MemberType<Target, decltype(member)>;
+    target.*member = Codec<Part>::ofText(path[place], pattern[place]);
+  });
+  return target;
+}
+
+template <class Target>
+void writePath(std::string& out, const Target& target) {
+  constexpr Parts pattern(Syntax<Target>::pattern);
+  std::array<std::string, Parts::maxParts> texts;
+  forEachPart<Target>(pattern, [&](std::size_t place, auto member) {
+    texts[place] = Codec<MemberType<Target, decltype(member)>>::text(target.*member);
+  });
+  for (std::size_t place = 0; place < pattern.count(); ++place) {
+    if (place > 0) out += '/';
+    out += Parts::isVariable(pattern[place]) ? std::string_view(texts[place]) : pattern[place];
+  }
+}
 
 struct Rule {
   std::string_view text;
@@ -269,9 +342,9 @@ constexpr Rule ruleOf() {
   using Language = Syntax<Target>;
   return {Language::pattern, Parts(Language::pattern),
           [](const Parts& path, Json value) -> Change {
-            return Set<Target>{Language::target(path), Language::value(value)};
+            return Set<Target>{targetOf<Target>(path), Language::value.read(value)};
           },
-          [](const Parts& path) -> Change { return Del<Target>{Language::target(path)}; }};
+          [](const Parts& path) -> Change { return Del<Target>{targetOf<Target>(path)}; }};
 }
 
 template <class... Targets>
@@ -299,6 +372,23 @@ Change setOf(std::string_view path, Json value) {
 Change delOf(std::string_view path) {
   const Parts parts(path);
   return ruleFor(parts, path).del(parts);
+}
+
+std::string pathOf(const Change& change) {
+  std::string path;
+  std::visit([&path](const auto& each) { writePath(path, each.target); }, change);
+  return path;
+}
+
+bool writeValue(std::string& out, const Change& change) {
+  const auto write = [&out]<class Each>(const Each& each) {
+    if constexpr (requires { each.value; }) {
+      Syntax<std::remove_cvref_t<decltype(each.target)>>::value.write(out, each.value);
+      return true;
+    }
+    return false;
+  };
+  return std::visit(write, change);
 }
 
 }  // namespace Agent

@@ -60,9 +60,13 @@ struct VlanVniTables {
 };
 
 struct ControllerEntry {
+  enum class Type : std::uint8_t {
+    vni,    // a VNI's tables
+    other,  // an entity that the client does not know
+  };
   struct Value {
     bool instantiated = true;
-    bool otherType = false;  // no VNI's tables, but an entity that the client does not know
+    Type type = Type::vni;
   };
   Moru::Name name;
 };

@@ -193,7 +193,7 @@ void StateStore::set(const ControllerEntry& target, const ControllerEntry::Value
   if (controllerStatusBaseDir->entityPtr(target.name))
     return controllerStatusBaseDir->entryStateIs(target.name, value.instantiated);
   Ptr<Moru::Entity> entity;
-  if (value.otherType)
+  if (value.type == ControllerEntry::Type::other)
     entity = create<OtherEntity>();
   else
     entity = create<VniFdbStatusV2>();

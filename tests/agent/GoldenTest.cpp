@@ -19,6 +19,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "agent/journal/Journal.h"
+#include "agent/journal/JournalWriter.h"
 #include "agent/replay/Replay.h"
 #include "tests/agent/Golden.h"
 
@@ -153,6 +155,12 @@ Json endOf(const fs::path& journal) {
   return end;
 }
 
+// A file's name for as long as this is there.
+struct Scratch {
+  ~Scratch() { fs::remove(path); }
+  const fs::path path = fs::temp_directory_path() / ("golden-test-" + std::to_string(getpid()));
+};
+
 // The end of the journal with a restart of the client, if one runs, behind each line of `where`.
 template <class Where>
 Json endWithRestarts(const Lines& lines, Where where) {
@@ -160,17 +168,15 @@ Json endWithRestarts(const Lines& lines, Where where) {
     return line.starts_with('{') && line.find(action) != std::string::npos;
   };
   bool running = false;
-  const fs::path scratch = fs::temp_directory_path() / ("golden-test-" + std::to_string(getpid()));
-  std::ofstream out(scratch);
+  const Scratch scratch;
+  std::ofstream out(scratch.path);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     out << lines[i] << '\n';
     running = is(lines[i], "\"start\"") || (running && !is(lines[i], "\"stop\""));
     if (running && where(i)) out << "{\"stop\": true}\n{\"start\": true}\n";
   }
   out.close();
-  Json end = endOf(scratch);
-  fs::remove(scratch);
-  return end;
+  return endOf(scratch.path);
 }
 
 TEST_P(Golden, EndsTheSameWhereverTheClientIsRestarted) {
@@ -185,6 +191,30 @@ TEST_P(Golden, EndsTheSameWhereverTheClientIsRestarted) {
     const Json once = endWithRestarts(lines, [i](std::size_t line) { return line == i; });
     EXPECT_EQ(once, end) << "restarted behind " << lines[i] << ": " << Json::diff(end, once);
   }
+}
+
+// A journal as the writer has it, and that read and written once more.
+TEST_P(Golden, IsWhatItWasWhenItIsWrittenAnew) {
+  const bool refuses = GetParam() == "refusals";  // has lines that cannot be read
+  const auto rewritten = [&](std::istream&& in) {
+    Agent::Journal journal(in, journal_);
+    std::string text;
+    for (;;) {
+      try {
+        const auto line = journal.next();
+        if (!line) return text;
+        text += Agent::lineText(line->at, line->action);
+      } catch (const Moru::RangeException&) {
+        EXPECT_TRUE(refuses) << journal.place();
+      }
+    }
+  };
+  const std::string once = rewritten(std::ifstream(journal_));
+  EXPECT_EQ(rewritten(std::istringstream(once)), once);
+  if (refuses) return;
+  const Scratch scratch;
+  std::ofstream(scratch.path) << once;
+  EXPECT_EQ(endOf(scratch.path), endOf(journal_));
 }
 
 }  // namespace

@@ -1,0 +1,27 @@
+#include "agent/journal/Codec.h"
+
+#include <array>
+#include <charconv>
+#include <nlohmann/json.hpp>
+
+namespace Agent {
+
+void writeQuoted(std::string& out, std::string_view text) {
+  const auto isPlain = [](char each) {
+    return each >= ' ' && each <= '~' && each != '"' && each != '\\';
+  };
+  if (std::ranges::all_of(text, isPlain)) {
+    out.append("\"").append(text).append("\"");
+    return;
+  }
+  constexpr bool asciiAlone = true;
+  out += nlohmann::json(text).dump(-1, ' ', asciiAlone, nlohmann::json::error_handler_t::replace);
+}
+
+void writeReal(std::string& out, double number) {
+  std::array<char, 32> text;
+  const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), number);
+  out.append(text.data(), end);
+}
+
+}  // namespace Agent
