@@ -8,7 +8,6 @@
 #include "agent/base/Text.h"
 #include "agent/replay/RecordingTime.h"
 #include "agent/trace/TraceStream.h"
-#include "agent/view/ClientSnapshot.h"
 
 namespace Agent {
 
@@ -35,7 +34,8 @@ Replay::Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, s
       errors_(errors),
       progress_(errors, options.progress),
       journal_(file.stream(), file.name()),
-      lifecycle_(hasStart) {
+      lifecycle_(hasStart),
+      embedded_(options.maxProcessTime) {
   if (options_.realtime) {
     facility_ = Moru::create<Moru::ActivityFacility>(Moru::create<RecordingTime>());
   } else {
@@ -46,20 +46,18 @@ Replay::Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, s
   Moru::assertionContextIs([this] { return place(); });
   if (!options_.timeline) return;
   hostWatcher_ = Moru::create<HostWatcher>();
-  hostWatcher_->notifierIs(store_.l2RibZepInput);
+  hostWatcher_->notifierIs(embedded_.store().l2RibZepInput);
   hostWatcher_->hasNotificationActiveIs(true);
 }
 
 Replay::~Replay() {
-  client_ = nullptr;  // while an assertion that fails in there can still tell the place
+  embedded_.stop();  // while an assertion that fails in there can still tell the place
   Moru::assertionContextIs(nullptr);
 }
 
 double Replay::time() const { return virtualTime_ ? virtualTime_->time() : facility_->now(); }
 
 std::string Replay::place() const { return name_ + ':' + std::to_string(line_); }
-
-bool Replay::isAbsent(Input input) const { return lifecycle_.absent().test(bitOf(input)); }
 
 bool Replay::isOver() const { return ended_ || StopSignal::number() != 0; }
 
@@ -148,32 +146,26 @@ bool Replay::fireClocks(double until) {
 
 void Replay::startClient() {
   try {
-    client_ = Vxlan::vxlanControllerClientSmFactory(store_.inputs(lifecycle_.absent()));
+    embedded_.start();
   } catch (const Moru::Exception&) {
     lifecycle_.clientFailed();
     throw;
   }
-  if (options_.maxProcessTime) client_->maxProcessTimeIs(*options_.maxProcessTime);
 }
 
 void Replay::printDump(const std::string& label) {
   progress_.clear();
-  const Vxlan::ClientInputs given = store_.inputs(lifecycle_.absent());
-  const Outputs outputs{given.l2RibZepInput, given.zepSde, given.zepStateClientView,
-                        given.zepConvergenceStatus};
-  std::optional<ClientSnapshot> client;
-  if (client_) client = clientSnapshot(*client_);
-  Snapshot snapshot = takeSnapshot(label, at_, outputs, std::move(client));
-  snapshot.vlanToVni = vlanToVni(*store_.vlanVniMaps);
-  output_.dump(std::move(snapshot));
+  output_.dump(takeSnapshot(label, at_, embedded_));
 }
 
 void Replay::printTurn() {
   if (!options_.timeline) return;
-  Turn turn{time(), store_.l2RibZepInput->host().size(),
-            client_ ? client_->hostTable()->markedForDelCount() : 0, hostWatcher_->takeDeleted()};
-  if (!isAbsent(Input::zepConvergenceStatus)) {
-    const auto& status = store_.zepConvergenceStatus;
+  const StateStore& store = embedded_.store();
+  const auto& client = embedded_.client();
+  Turn turn{time(), store.l2RibZepInput->host().size(),
+            client ? client->hostTable()->markedForDelCount() : 0, hostWatcher_->takeDeleted()};
+  if (!embedded_.isAbsent(Input::zepConvergenceStatus)) {
+    const auto& status = store.zepConvergenceStatus;
     turn.unicastDeferredDeletion = status->unicastDeferredDeletionInProgress();
     turn.bumDeferredDeletion = status->bumDeferredDeletionInProgress();
   }

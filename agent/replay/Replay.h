@@ -12,13 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "Vxlan/VxlanControllerClientSm.h"
 #include "agent/base/ExitStatus.h"
 #include "agent/journal/Journal.h"
 #include "agent/journal/JournalFile.h"
 #include "agent/journal/Lifecycle.h"
 #include "agent/replay/Progress.h"
-#include "agent/store/StateStore.h"
+#include "agent/store/EmbeddedClient.h"
 #include "agent/view/Output.h"
 #include "framework/Moru/ActivityFacility.h"
 #include "framework/Moru/Exception.h"
@@ -58,17 +57,16 @@ class Replay {
   bool playLine();
   void play(const Line& line);
   bool refuse(const Moru::Exception& exception);
-  void carryOut(const Change& change) { store_.apply(change); }
+  void carryOut(const Change& change) { embedded_.store().apply(change); }
   void carryOut(const Dump& dump) { printDump(dump.label); }
   void carryOut(const Start&) { startClient(); }
-  void carryOut(const Stop&) { client_ = nullptr; }
-  void carryOut(const Absent&) {}
+  void carryOut(const Stop&) { embedded_.stop(); }
+  void carryOut(const Absent&) { embedded_.absentIs(lifecycle_.absent()); }
   void startClient();
   bool fireClocks(double until);
   void printDump(const std::string& label);
   void printTurn();
   bool takeException(const Moru::Exception& exception);
-  bool isAbsent(Input input) const;
   bool isOver() const;
   std::string place() const;
 
@@ -82,9 +80,8 @@ class Replay {
   Moru::Ptr<Moru::ActivityFacility> facility_;
   Journal journal_;
   Lifecycle lifecycle_;
-  StateStore store_;
+  EmbeddedClient embedded_;
   Moru::Ptr<HostWatcher> hostWatcher_;
-  Moru::Ptr<Vxlan::VxlanControllerClientSm> client_;
 
   double at_ = 0;           // of the line applied last
   std::uint64_t line_ = 0;  // its number

@@ -49,6 +49,28 @@ std::vector<VlanFloodSetSnapshot> floodSetsOf(const L2Rib::SourceDirEntry& entry
   return floodSets;
 }
 
+HostTableSnapshot hostTableOf(const Vxlan::ReceivedHostTable& table) {
+  HostTableSnapshot snapshot{table.markedForDelCount()};
+  snapshot.entries.reserve(table.receivedEntrys());
+  for (const auto& [key, entry] : table.receivedEntry()) snapshot.entries.push_back(entry);
+  return snapshot;
+}
+
+ClientSnapshot clientOf(const Vxlan::VxlanControllerClientSm& client) {
+  ClientSnapshot snapshot;
+  snapshot.vxlanControllerClientMode = client.vxlanControllerClientMode();
+  snapshot.datapathLearningMode = client.datapathLearningMode();
+  for (auto vlan = client.vccImportVlans().begin(); vlan; ++vlan)
+    snapshot.vccImportVlans.push_back(vlan.key());
+  std::sort(snapshot.vccImportVlans.begin(), snapshot.vccImportVlans.end());
+  for (auto vni = client.zepPerVniFdbStatusSm().begin(); vni; ++vni)
+    snapshot.vnis.push_back(vni.key());
+  std::sort(snapshot.vnis.begin(), snapshot.vnis.end());
+  snapshot.mlagBum = client.zepMlagBumStatusSm() != nullptr;
+  snapshot.hostTable = hostTableOf(*client.hostTable());
+  return snapshot;
+}
+
 }  // namespace
 
 Snapshot takeSnapshot(std::string label, double at, const Outputs& outputs,
@@ -64,10 +86,14 @@ Snapshot takeSnapshot(std::string label, double at, const Outputs& outputs,
   return snapshot;
 }
 
-HostTableSnapshot hostTableSnapshot(const Vxlan::ReceivedHostTable& table) {
-  HostTableSnapshot snapshot{table.markedForDelCount()};
-  snapshot.entries.reserve(table.receivedEntrys());
-  for (const auto& [key, entry] : table.receivedEntry()) snapshot.entries.push_back(entry);
+Snapshot takeSnapshot(std::string label, double at, const EmbeddedClient& embedded) {
+  const Vxlan::ClientInputs inputs = embedded.inputs();
+  const Outputs outputs{inputs.l2RibZepInput, inputs.zepSde, inputs.zepStateClientView,
+                        inputs.zepConvergenceStatus};
+  std::optional<ClientSnapshot> client;
+  if (embedded.client()) client = clientOf(*embedded.client());
+  Snapshot snapshot = takeSnapshot(std::move(label), at, outputs, std::move(client));
+  snapshot.vlanToVni = vlanToVni(*embedded.store().vlanVniMaps);
   return snapshot;
 }
 

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/store/EmbeddedClient.h"
 #include "framework/Moru/Ptr.h"
 #include "model/Bridging/VlanId.h"
 #include "model/L2Rib/Dest.h"
@@ -96,7 +97,8 @@ struct Outputs {
 Snapshot takeSnapshot(std::string label, double at, const Outputs& outputs,
                       std::optional<ClientSnapshot> client);
 
-HostTableSnapshot hostTableSnapshot(const Vxlan::ReceivedHostTable& table);
+// Of a store and the client over it, with the VNIs of its VLANs.
+Snapshot takeSnapshot(std::string label, double at, const EmbeddedClient& embedded);
 
 // The VNI of each VLAN that has one. Of several VTIs that map a VLAN, the first counts.
 VlanToVni vlanToVni(const Vxlan::VlanVniMaps& maps);
