@@ -31,6 +31,8 @@ using Bridging::VlanId;
 using Bridging::VlanIdOrNone;
 using L2Rib::Dest;
 using L2Rib::DestId;
+using L2Rib::DestTag;
+using testing::ElementsAre;
 using Vorn::EthAddr;
 using Vorn::IntfId;
 using Vorn::Ip6Addr;
@@ -68,20 +70,44 @@ TEST(VniSourcePair, IsEmptyOnlyByDefaultAndChecksItsVniWhenAsked) {
   EXPECT_TRUE(!VniSourcePair());
   EXPECT_FALSE(!VniSourcePair(VniExt(0))) << "VNI 0 is a VNI";
   EXPECT_NE(VniSourcePair(VniExt(1)).hash(), VniSourcePair(VniExt(2)).hash());
+  EXPECT_EQ(printed(VniSourcePair(VniExt(7))), "7");
   const VniSourcePair raw(4294967295U);
   EXPECT_FALSE(!raw);
   EXPECT_THROW(raw.vni(), Moru::RangeException);
 }
 
-TEST(EthAddr, ParsesPrintsAndOrders) {
-  EXPECT_EQ(EthAddr::parse("02:00:5e:10:00:fF"), EthAddr::fromValue(0x02005e1000ff));
-  EXPECT_EQ(EthAddr::parse("2:0:0:0:0:1"), EthAddr::fromValue(0x020000000001));
-  EXPECT_EQ(printed(EthAddr::fromValue(0x02005e1000ff)), "02:00:5e:10:00:ff");
-  for (const char* wrong :
-       {"", "02:00:00:00:00", "02:00:00:00:00:01:", "02:00:00:00:00:01:02", "02:00:00:00:00:001",
-        "02:00::00:00:01", "02:00:00:00:00:0g", "-2:00:00:00:00:01", " 2:00:00:00:00:01"})
-    EXPECT_EQ(EthAddr::parse(wrong), std::nullopt) << wrong;
+template <class T>
+void expectParsed(std::initializer_list<std::pair<std::string_view, T>> right,
+                  std::initializer_list<std::string_view> wrong) {
+  for (const auto& [text, value] : right) EXPECT_EQ(T::parse(text), value) << text;
+  for (const auto text : wrong) EXPECT_EQ(T::parse(text), std::nullopt) << text;
+}
+
+constexpr auto mac = EthAddr::fromValue(0x02005e1000ff);
+constexpr IpAddr four(0x0a000002);
+constexpr Ip6Addr six({0x20010db8, 0, 0, 1});
+
+TEST(Addresses, AreParsedAsAWhole) {
+  using namespace std::string_view_literals;
+  expectParsed<EthAddr>(
+      {{"02:00:5e:10:00:fF", mac}, {"2:0:0:0:0:1", EthAddr::fromValue(0x020000000001)}},
+      {"", "02:00:00:00:00", "02:00:00:00:00:01:", "02:00:00:00:00:01:02", "02:00:00:00:00:001",
+       "02:00::00:00:01", "02:00:00:00:00:0g", "-2:00:00:00:00:01", " 2:00:00:00:00:01"});
+  expectParsed<IpAddr>({{"10.0.0.2", four}},
+                       {"", "10.0.0", "10.0.0.256", "10.0.0.2 ", "::1", "1.0.0.2\0"sv});
+  expectParsed<Ip6Addr>({{"2001:db8::1", six}}, {"2001:db8"});
+  expectParsed<IpGenAddr>({{"10.0.0.2", four}, {"2001:db8::1", six}}, {"nowhere"});
+}
+
+TEST(Addresses, ArePrintedTracedAndOrderedAsTheirBytes) {
+  EXPECT_EQ(printed(mac), "02:00:5e:10:00:ff");
+  EXPECT_THAT(traceValue(mac).bytes, ElementsAre(0x02, 0x00, 0x5e, 0x10, 0x00, 0xff));
   EXPECT_LT(EthAddr::fromValue(0x00ff00000000), EthAddr::fromValue(0x010000000000));
+  EXPECT_EQ(printed(IpAddr(0xfffefdfc)), "255.254.253.252");
+  EXPECT_LT(IpAddr(0x09ffffff), IpAddr(0x0a000000));
+  EXPECT_EQ(printed(IpGenAddr(six)), "2001:db8::1");
+  EXPECT_THAT(traceValue(IpGenAddr(six)).bytes,
+              ElementsAre(0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1));
 }
 
 RC_GTEST_PROP(EthAddr, PrintingAndParsingAreInverse, (std::uint64_t value)) {
@@ -90,26 +116,15 @@ RC_GTEST_PROP(EthAddr, PrintingAndParsingAreInverse, (std::uint64_t value)) {
   RC_ASSERT(EthAddr::parse(address.stringValue()) == address);
 }
 
-TEST(IpAddresses, ParseAndPrint) {
-  EXPECT_EQ(IpAddr::parse("10.0.0.2"), IpAddr(0x0a000002));
-  EXPECT_EQ(printed(IpAddr(0xfffefdfc)), "255.254.253.252");
-  using namespace std::string_view_literals;
-  for (const auto wrong : {""sv, "10.0.0"sv, "10.0.0.256"sv, "10.0.0.2 "sv, "::1"sv, "1.0.0.2\0"sv})
-    EXPECT_EQ(IpAddr::parse(wrong), std::nullopt) << wrong;
-  EXPECT_LT(IpAddr(0x09ffffff), IpAddr(0x0a000000));
-
-  const Ip6Addr six({0x20010db8, 0, 0, 1});
-  EXPECT_EQ(Ip6Addr::parse("2001:db8::1"), six);
+TEST(IpGenAddr, IsOneKindOrTheOther) {
+  const IpGenAddr one(IpAddr(1));
+  const IpGenAddr sameWords(Ip6Addr({1, 0, 0, 0}));
+  EXPECT_NE(one, sameWords);
+  EXPECT_EQ(sameWords.ip4(), IpAddr());
+  EXPECT_EQ(one.ip6(), Ip6Addr());
+  EXPECT_EQ(one.hash(), IpAddr(1).hash());
+  EXPECT_NE(one.hash(), sameWords.hash());
   EXPECT_EQ(Ip6Addr({1, 2, 4, 8}).hash(), 15U);
-  EXPECT_EQ(Ip6Addr::parse("2001:db8"), std::nullopt);
-  EXPECT_EQ(IpGenAddr::parse("10.0.0.2"), IpGenAddr(IpAddr(0x0a000002)));
-  EXPECT_EQ(printed(IpGenAddr(six)), "2001:db8::1");
-  EXPECT_EQ(IpGenAddr::parse("nowhere"), std::nullopt);
-  EXPECT_NE(IpGenAddr(IpAddr(1)), IpGenAddr(Ip6Addr({1, 0, 0, 0}))) << "same words, other kind";
-  EXPECT_EQ(IpGenAddr(six).ip4(), IpAddr());
-  EXPECT_EQ(IpGenAddr(IpAddr(1)).ip6(), Ip6Addr());
-  EXPECT_EQ(IpGenAddr(IpAddr(1)).hash(), IpAddr(1).hash());
-  EXPECT_NE(IpGenAddr(IpAddr(1)).hash(), IpGenAddr(Ip6Addr({1, 0, 0, 0})).hash());
 }
 
 TEST(IntfId, IsTheNameAtThePriceOfANumber) {
@@ -136,7 +151,7 @@ TEST(MacVlanPair, OrdersByMacThenVlanFromItsDefault) {
   EXPECT_NE(lowest, next);
   EXPECT_LT((MacVlanPair{EthAddr(), VlanId(4094)}), last);
   EXPECT_TRUE(lowest < next && next < last);
-  EXPECT_EQ(printed(last), "00:00:00:00:00:01 vlan 1");
+  EXPECT_EQ(traceValue(next).vlan, 2);
 }
 
 TEST(Records, AreAbsentByWhatMattersInThem) {
@@ -162,6 +177,9 @@ TEST(Records, PrintTheirFields) {
   EXPECT_EQ(printed(entry),
             "00:00:00:00:00:01 vlan 2 vti E vtep 0.0.0.4 source 3 moveCount 6 hostKind 7 time 8 "
             "marked for deletion");
+  Vxlan::ReceivedEntry withDefaultKey;
+  withDefaultKey.source = 1;
+  EXPECT_FALSE(!withDefaultKey);
   entry.markedForDel = false;
   EXPECT_THAT(printed(entry), testing::EndsWith("time 8"));
   L2Rib::Host host;
@@ -193,8 +211,8 @@ TEST(VtepIpList, IsAMapInTheOrderOfTheAddresses) {
   EXPECT_EQ(list.find(IpAddr(3)), list.end());
   EXPECT_FALSE(list[IpAddr(0)] || list.contains(IpAddr(4)));
   EXPECT_THAT(std::as_const(list),
-              testing::ElementsAre(std::pair(IpAddr(0), false), std::pair(IpAddr(1), false),
-                                   std::pair(IpAddr(2), true)));
+              ElementsAre(std::pair(IpAddr(0), false), std::pair(IpAddr(1), false),
+                          std::pair(IpAddr(2), true)));
 }
 
 TEST(CiDest, HoldsTwoVtepsAndRefusesAThird) {
@@ -209,36 +227,45 @@ TEST(CiDest, HoldsTwoVtepsAndRefusesAThird) {
   EXPECT_EQ(dest, before);
 }
 
-// Worked out by hand, byte by byte: (h + b) * 1025, then xor with itself shifted right by 6.
-TEST(Dest, HashesByTheOneAtATimeScheme) {
-  EXPECT_EQ(Dest(DestId(0), L2Rib::DestTag::other).hash(), 0U) << "four zero bytes leave 0";
-  // 1: 401 -> 411; 0: 104811 -> 100931; 0: 4034cd31 -> 41341e05; 0: 11ac3205 -> 11ea82cd;
-  // xor 23d50: 11e8bf9d; times 32769.
-  EXPECT_EQ(Dest(DestId(1), L2Rib::DestTag::other).hash(), 0x71b73f9dU);
-  // 10.0.0.2 is 0a000002, lowest byte first. 2: 822; 0: 201262; 0: 82683c0b; a: 23d5f255.
-  const Dest vxlan(DestId(0), L2Rib::DestDataVxlan{IpAddr(0x0a000002)});
-  EXPECT_EQ(vxlan.hash(), 0xe84708ebU);
-  // The name "E", byte 45: 11445 -> 11014; xor 22: 11036; times 32769. Then its bytes 36 10 1c 88.
-  EXPECT_EQ(IntfId("E").hash(), 0x881c1036U);
-  EXPECT_EQ(Dest(DestId(0), IntfId("E")).hash(), 0xcb9849c0U);
-  EXPECT_EQ(Dest(DestId(0), L2Rib::DestDataMpls{IntfId("E"), 1}).hash(), 0x7860e430U);
-  EXPECT_EQ(Dest(DestId(2), L2Rib::DestDataTunnel{3}).hash(), 0x60861212U);
-  EXPECT_EQ(printed(vxlan), "vxlan 10.0.0.2");
-  EXPECT_EQ(printed(Dest(DestId(0), IntfId("E"))), "intf E");
-  EXPECT_EQ(printed(Dest(DestId(0), L2Rib::DestDataMpls{IntfId("E"), 7})), "mpls E label 7");
-  EXPECT_EQ(printed(Dest(DestId(0), L2Rib::DestDataTunnel{3})), "tunnel 3");
-  EXPECT_EQ(printed(Dest()), "tag 4");
-  for (int tag = 0; tag <= 4; ++tag)  // without a payload: as with the default one
-    EXPECT_EQ(Dest(DestId(1), static_cast<L2Rib::DestTag>(tag)).tag(), L2Rib::DestTag(tag));
-  EXPECT_EQ(Dest(DestId(1), L2Rib::DestTag::mpls), Dest(DestId(1), L2Rib::DestDataMpls()));
-  EXPECT_EQ(Dest(DestId(1), L2Rib::DestDataMpls{IntfId("E"), 7}).mpls().label, 7U);
+// The hashes are worked out by hand, byte by byte: (h + b) * 1025, then xor with itself shifted
+// right by 6. So for the identifier 1: 401 -> 411; 0: 104811 -> 100931; 0: 4034cd31 -> 41341e05; 0:
+// 11ac3205 -> 11ea82cd; at the end xor 23d50: 11e8bf9d; times 32769. The name "E", byte 45: 11445
+// -> 11014; xor 22: 11036; times 32769. Of words the lowest byte comes first.
+TEST(Dest, IsHashedPrintedAndMadeByItsTag) {
+  const IntfId intf("E");
+  EXPECT_EQ(intf.hash(), 0x881c1036U);
+  const Dest vxlan(DestId(0), L2Rib::DestDataVxlan{four});
+  const Dest mpls(DestId(0), L2Rib::DestDataMpls{intf, 1});
+  const Dest tunnel(DestId(2), L2Rib::DestDataTunnel{3});
+  const struct {
+    Dest dest;
+    std::uint32_t hash;
+    std::string text;
+  } cases[] = {{Dest(), 0, "tag 4"},
+               {Dest(DestId(1), DestTag::other), 0x71b73f9d, "tag 4"},
+               {vxlan, 0xe84708eb, "vxlan 10.0.0.2"},
+               {Dest(DestId(0), intf), 0xcb9849c0, "intf E"},
+               {mpls, 0x7860e430, "mpls E label 1"},
+               {tunnel, 0x60861212, "tunnel 3"}};
+  for (const auto& [dest, hash, text] : cases) {
+    EXPECT_EQ(dest.hash(), hash) << text;
+    EXPECT_EQ(printed(dest), text);
+    const Dest bare(DestId(7), dest.tag());  // without a payload
+    EXPECT_TRUE(bare.id() == DestId(7) && bare.tag() == dest.tag()) << text;
+  }
+  EXPECT_EQ(Dest(DestId(0), DestTag::other).hash(), 0U) << "four zero bytes leave 0";
+  EXPECT_EQ(Dest(DestId(1), DestTag::mpls), Dest(DestId(1), L2Rib::DestDataMpls()));
+  EXPECT_TRUE(vxlan.vxlan().vtepAddr == four && mpls.mpls().label == 1 &&
+              tunnel.tunnel().tunnel == 3);
   EXPECT_NE(vxlan, Dest(DestId(0), L2Rib::DestDataVxlan{IpAddr(0x0a000003)}));
 }
 
 TEST(DestDeathTest, StopsAtATagOutOfRangeAndAtAPayloadThatIsNotThere) {
-  EXPECT_DEATH(Dest(DestId(0), static_cast<L2Rib::DestTag>(5)).hash(),
-               "U32 L2Rib::Dest::hash\\(\\) const: tag 5");
-  EXPECT_DEATH(Dest(DestId(0), IntfId("E")).vxlan(), "tag\\(\\) == DestTag::vxlan");
+  EXPECT_DEATH(Dest(DestId(0), DestTag(5)).hash(), "U32 L2Rib::Dest::hash\\(\\) const: tag 5");
+  EXPECT_DEATH(Dest().intf(), "tag\\(\\) == DestTag::intf");
+  EXPECT_DEATH(Dest().vxlan(), "tag\\(\\) == DestTag::vxlan");
+  EXPECT_DEATH(Dest().mpls(), "tag\\(\\) == DestTag::mpls");
+  EXPECT_DEATH(Dest().tunnel(), "tag\\(\\) == DestTag::tunnel");
 }
 
 }  // namespace
