@@ -261,6 +261,7 @@ TEST(Notification, AnExceptionLeavesTheMutatorAndTheListWhole) {
     reactor->notifierIs(cell);
     reactor->hasNotificationActiveIs(true);
   }
+  reactors[0]->notifierIs(cell);  // again, and still the first
   reactors[1]->throws = true;
   EXPECT_THROW(cell->valueIs(1), Moru::RangeException);
   EXPECT_EQ(reactors[2]->calls, 0);
