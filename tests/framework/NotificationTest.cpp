@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "framework/Moru/Attribute.h"
-#include "framework/Moru/Exception.h"
 #include "framework/Moru/Input.h"
 
 namespace {
@@ -242,33 +241,6 @@ RC_GTEST_PROP(Notification, ReachesExactlyWhoIsThereInOrder,
     RC_CLASSIFY(world.log.size() > 20, "more than 20 calls");
   }
   RC_ASSERT(alive<Cell>.empty());
-}
-
-struct Throwing final : Cell::NotifieeConst {
-  void onAttribute(Moru::AttributeId, const void*) override {
-    ++calls;
-    if (throws) throw Moru::RangeException("refused");
-  }
-  int calls = 0;
-  bool throws = false;
-};
-
-TEST(Notification, AnExceptionLeavesTheMutatorAndTheListWhole) {
-  auto cell = create<Cell>(0);
-  std::array<Ptr<Throwing>, 3> reactors;
-  for (auto& reactor : reactors) {
-    reactor = create<Throwing>();
-    reactor->notifierIs(cell);
-    reactor->hasNotificationActiveIs(true);
-  }
-  reactors[0]->notifierIs(cell);  // again, and still the first
-  reactors[1]->throws = true;
-  EXPECT_THROW(cell->valueIs(1), Moru::RangeException);
-  EXPECT_EQ(reactors[2]->calls, 0);
-  reactors[1]->throws = false;
-  for (const int value : {1, 2}) cell->valueIs(value);  // no change, and one
-  EXPECT_EQ(reactors[0]->calls, 2);
-  EXPECT_EQ(reactors[2]->calls, 1);
 }
 
 }  // namespace

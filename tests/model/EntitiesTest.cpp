@@ -43,18 +43,6 @@ struct ReceivedHostTable : testing::Test {
 };
 using ReceivedHostTableDeathTest = ReceivedHostTable;
 
-TEST_F(ReceivedHostTable, IsGroupedByVlan) {
-  for (const std::uint64_t mac : {3, 1, 2})
-    for (const int vlan : {1, 10, 4094}) table->receivedEntryIs(received(mac, vlan));
-  for (const int vlan : {1, 10, 4094}) {
-    std::vector<Bridging::MacVlanPair> keys;
-    for (auto host = table->receivedEntry().keysOfGroup(VlanId(vlan)); host; ++host)
-      keys.push_back(host.key());
-    EXPECT_THAT(keys,
-                ElementsAre(received(1, vlan).key, received(2, vlan).key, received(3, vlan).key));
-  }
-}
-
 TEST_F(ReceivedHostTable, NotifiesRewrittenEntriesAndRemovedOnesThatWereThere) {
   const auto watcher = create<Watcher<Vxlan::ReceivedHostTable>>(table);
   for (int i = 0; i < 2; ++i) table->receivedEntryIs(received(1, 10));

@@ -1,7 +1,6 @@
 // The value types: ranges, parsing and printing, order, hashes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -110,12 +109,6 @@ TEST(Addresses, ArePrintedTracedAndOrderedAsTheirBytes) {
               ElementsAre(0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1));
 }
 
-RC_GTEST_PROP(EthAddr, PrintingAndParsingAreInverse, (std::uint64_t value)) {
-  const auto address = EthAddr::fromValue(value);
-  RC_ASSERT(address.value() == (value & 0xffffffffffff));
-  RC_ASSERT(EthAddr::parse(address.stringValue()) == address);
-}
-
 TEST(IpGenAddr, IsOneKindOrTheOther) {
   const IpGenAddr one(IpAddr(1));
   const IpGenAddr sameWords(Ip6Addr({1, 0, 0, 0}));
@@ -202,14 +195,14 @@ TEST(Records, PrintTheirFields) {
 
 TEST(VtepIpList, IsAMapInTheOrderOfTheAddresses) {
   VxlanController::VtepIpList list;
-  for (const std::uint32_t vtep : {3, 1, 2}) EXPECT_TRUE(list.insert({IpAddr(vtep), true}).second);
+  for (const std::uint32_t vtep : {5, 1, 2}) EXPECT_TRUE(list.insert({IpAddr(vtep), true}).second);
   const auto [present, isNew] = list.insert({IpAddr(2), false});
   EXPECT_TRUE(!isNew && present == list.find(IpAddr(2)) && present->second) << "the flag stays";
   list[IpAddr(1)] = false;
-  EXPECT_EQ(list.erase(IpAddr(3)), 1U);
-  EXPECT_EQ(list.erase(IpAddr(3)), 0U);
-  EXPECT_EQ(list.find(IpAddr(3)), list.end());
-  EXPECT_FALSE(list[IpAddr(0)] || list.contains(IpAddr(4)));
+  EXPECT_EQ(list.find(IpAddr(4)), list.end());
+  EXPECT_EQ(list.erase(IpAddr(4)), 0U);
+  EXPECT_EQ(list.erase(IpAddr(5)), 1U);
+  EXPECT_FALSE(list[IpAddr(0)] || list.contains(IpAddr(5)));
   EXPECT_THAT(std::as_const(list),
               ElementsAre(std::pair(IpAddr(0), false), std::pair(IpAddr(1), false),
                           std::pair(IpAddr(2), true)));
