@@ -253,13 +253,12 @@ TEST_F(TraceTest, AFailedAssertionIsToldWhateverItsContextDoes) {
     std::ifstream errors(directory + "/errors");
     std::string told;
     EXPECT_TRUE(std::getline(errors, told)) << "there is one line";
-    EXPECT_TRUE(told.starts_with("tests/framework/RingTest.cpp:")) << told;
-    EXPECT_THAT(told, HasSubstr(text));
-    EXPECT_TRUE(told.ends_with(last)) << told;
+    EXPECT_THAT(told, testing::AllOf(testing::StartsWith("tests/framework/RingTest.cpp:"),
+                                     HasSubstr(text), testing::EndsWith(last)));
     const auto records = texts(Ringlog::read(path()));
-    EXPECT_THAT(records.at(0), HasSubstr(text));
     EXPECT_EQ(records.size(), last == text ? 1U : 2U);
-    EXPECT_TRUE(records.back().ends_with(last)) << records.back();
+    EXPECT_THAT(records.at(0), HasSubstr(text));
+    EXPECT_THAT(records.back(), testing::EndsWith(last));
   }
 }
 
