@@ -1,7 +1,6 @@
 // Delivery of notifications while everything around it changes: what the framework does is compared
 // with a plain model that searches where the framework keeps cursors.
 #include <array>
-#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <rapidcheck/gtest.h>
