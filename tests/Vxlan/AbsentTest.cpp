@@ -90,8 +90,9 @@ TEST(Client, DoesWithoutAnyInputFromTheStart) {
     world.*input = kept;
     world.restart();
     world.rest();
-    EXPECT_EQ(world.received(), expectedHosts(world));
-    EXPECT_EQ(world.floodSets(), expectedFloodSets(world));
+    const Expected expected = expectedOf(world);
+    EXPECT_EQ(world.received(), expected.hosts);
+    EXPECT_EQ(world.floodSets(), expected.floodSets);
   };
   liveWithout(&World::vtiStatusDir), liveWithout(&World::controllerStatusBaseDir);
   liveWithout(&World::zepStateClientView), liveWithout(&World::vxlanHwStatusDir);
@@ -114,7 +115,7 @@ TEST(Client, DoesWithoutAnyInputThatIsTakenFromItLater) {
     callEveryHandler(world.client);
     world.restart();
     world.rest();
-    EXPECT_EQ(world.received(), expectedHosts(world));
+    EXPECT_EQ(world.received(), expectedOf(world).hosts);
   };
   const auto vniSm = [](Client& c) { return c.zepPerVniFdbStatusSm(vni); };
   const auto mlagSm = [](Client& c) { return c.zepMlagBumStatusSm(); };

@@ -56,7 +56,7 @@ struct DeferredRun : Settled {
     for (const auto& [key, host] : world.l2RibZepInput->host()) items.push_back(itemOf(key));
     return items;
   }
-  auto watchItem(int item, const std::function<void()>& act) const {
+  auto watchItem(int item, const OnChange& act) const {
     using Watch = Ptr<Moru::PtrInterface>;
     if (!isBum) return Watch(watch(world.l2RibZepInput, act));
     return Watch(watch(world.zepSde->vlanFloodSet(VlanId(vlanOf(item)))->floodSet(mac(1)), act));
@@ -178,7 +178,8 @@ TEST_P(BothRuns, DeleteNoMoreThanOnePastTheDeadline) {
   std::vector<Ptr<Moru::PtrInterface>> watchers;
   for (const int item : {2, 3, 4})
     if (isBum || item == 2)
-      watchers.push_back(watchItem(item, [&] { world.time->waitUntil(world.time->time() + 1); }));
+      watchers.push_back(
+          watchItem(item, [&](auto...) { world.time->waitUntil(world.time->time() + 1); }));
   for (const std::size_t left : {9U, 8U, 7U}) {
     batch(5);
     EXPECT_EQ(standing().size(), left);
@@ -188,7 +189,7 @@ TEST_P(BothRuns, DeleteNoMoreThanOnePastTheDeadline) {
 TEST_P(BothRuns, CopeWithWatchersThatChangeTheTableUnderThem) {
   convergeWithout({2, 3, 4, 9});
   bool done = false;
-  const auto watcher = watchItem(2, [&] {
+  const auto watcher = watchItem(2, [&](auto...) {
     if (std::exchange(done, true)) return;
     remove(3);  // the next one
     announce(4);
@@ -224,7 +225,7 @@ TEST_F(BumRun, StopsWhenWhatItDeletesBeginsAnotherTime) {
   const auto runWith = [this](const std::function<void()>& deed) {
     convergeWithout({1, 2, 3, 4, 5});
     bool done = false;
-    const auto watcher = watchItem(1, [&] {
+    const auto watcher = watchItem(1, [&](auto...) {
       if (!std::exchange(done, true)) deed();
     });
     batch(9);

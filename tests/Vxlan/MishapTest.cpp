@@ -89,7 +89,7 @@ class Tripwire {
   template <class E>
   void hook(const Ptr<E>& entity) {
     if (!watched_.insert(entity.get()).second) return;
-    watchers_.push_back(watch(entity, [this] {
+    watchers_.push_back(watch(entity, [this](auto...) {
       hook();
       if (left_ != 0 && --left_ == 0) mishap_(world_);
     }));
@@ -142,9 +142,9 @@ TEST_P(Mishap, InTheMiddleOfAnyReactionBreaksNothing) {
       world.startAndRest();
       world.bumModes(Mode::unknown, Mode::unknown);
       furnish(world, event.mlag);
-      EXPECT_EQ(world.received(), expectedHosts(world));
-      EXPECT_EQ(world.floodSets(),
-                event.mlag ? floodSetsOf(*world.peerSde) : expectedFloodSets(world));
+      const Expected expected = expectedOf(world);
+      EXPECT_EQ(world.received(), expected.hosts);
+      EXPECT_EQ(world.floodSets(), event.mlag ? floodSetsOf(*world.peerSde) : expected.floodSets);
     }
   }
 }
@@ -157,7 +157,7 @@ TEST(Client, HearsNothingMoreInTheMiddleOfItsEnd) {
   const FloodSets floodSets = world.floodSets();
   int calls = 0;
   // The end of the client ends the convergence window, and that is seen.
-  const auto watcher = watch(world.zepStateClientView, [&] {
+  const auto watcher = watch(world.zepStateClientView, [&](auto...) {
     ++calls;
     world.host(100, 5, 2);
     world.vti("Vxlan1")->vccImportVlansDel(VlanId(10));

@@ -231,7 +231,8 @@ TEST(Mlag, ClientsThatCopyEachOtherComeToRest) {
   do {
     World first;
     World second;
-    const auto expectAlike = [&] {
+    const auto alikeAfter = [&](auto deed) {
+      deed();
       first.rest();
       EXPECT_EQ(first.floodSets(), second.floodSets());
     };
@@ -246,32 +247,27 @@ TEST(Mlag, ClientsThatCopyEachOtherComeToRest) {
     second.mlagVxlanStatus->peerSourceDirEntryIs(first.zepSde);
     first.mlagVxlanStatus->peerBumStatusIs(second.bumStatus);
     second.mlagVxlanStatus->peerBumStatusIs(first.bumStatus);
-    for (const int deed : order) {
-      if (deed == 0) first.start();
-      if (deed == 1) second.start();
-      if (deed == 2) first.bumStatus->bumReplicationModeIs(Mode::controller);
-      if (deed == 3) second.bumStatus->bumReplicationModeIs(Mode::controller);
-    }
-    expectAlike();
-    first.floodList(100, 1, {3, 5});
-    expectAlike();
+    const auto begin = [&] {
+      for (const int deed : order) {
+        World& world = deed % 2 == 0 ? first : second;
+        if (deed < 2) world.start();
+        if (deed >= 2) world.bumStatus->bumReplicationModeIs(Mode::controller);
+      }
+    };
+    alikeAfter(begin);
+    alikeAfter([&] { first.floodList(100, 1, {3, 5}); });
     EXPECT_TRUE(second.floodSets().contains({10, 1}));
-    second.multiPath(200, 7, {6});
-    expectAlike();
+    alikeAfter([&] { second.multiPath(200, 7, {6}); });
     EXPECT_TRUE(first.floodSets().contains({20, 7}));
-    second.withdrawMultiPath(200, 7);
-    expectAlike();
+    alikeAfter([&] { second.withdrawMultiPath(200, 7); });
     EXPECT_FALSE(first.floodSets().contains({20, 7}));
     World& stopped = order[0] % 2 == 0 ? first : second;
     stopped.client = nullptr;
-    first.floodList(100, 1, {9});
-    second.floodList(100, 1, {9});
-    stopped.start();
-    expectAlike();
+    for (World* const world : {&first, &second}) world->floodList(100, 1, {9});
+    alikeAfter([&] { stopped.start(); });
     stopped.bumStatus->bumReplicationModeIs(Mode::unknown);
     EXPECT_TRUE(first.floodSets().empty());
-    stopped.bumStatus->bumReplicationModeIs(Mode::controller);
-    expectAlike();
+    alikeAfter([&] { stopped.bumStatus->bumReplicationModeIs(Mode::controller); });
     first.client = second.client = nullptr;
     EXPECT_EQ(first.zepSde->notifiees() + second.zepSde->notifiees(), 0U);
   } while (std::next_permutation(order.begin(), order.end()));

@@ -56,11 +56,11 @@ class Walker : Chance {
         ASSERT_NO_FATAL_FAILURE(auditWhatStays(hosts, floodSets));
       }
       if (dependsOnHistory_) continue;
-      const Hosts expected = expectedHosts(world_);
-      ASSERT_EQ(world_.vnis(), expectedVnis(world_));
-      ASSERT_EQ(world_.received(), expected);
-      ASSERT_NO_FATAL_FAILURE(auditFloodSets());
-      if (!expected.empty() && !expectedFloodSets(world_).empty()) ++lively_;
+      const Expected expected = expectedOf(world_);
+      ASSERT_EQ(world_.vnis(), expected.vnis);
+      ASSERT_EQ(world_.received(), expected.hosts);
+      ASSERT_NO_FATAL_FAILURE(auditFloodSets(expected.floodSets));
+      if (!expected.hosts.empty() && !expected.floodSets.empty()) ++lively_;
     }
     settle();
     world_.converging(false);
@@ -184,10 +184,9 @@ class Walker : Chance {
 
   // What the tables ask for is there always, and is all there is unless something is postponed. An
   // emptied VLAN may stand.
-  void auditFloodSets() const {
+  void auditFloodSets(const FloodSets& expected) const {
     FloodSets sets = world_.floodSets();
     std::erase_if(sets, [](const auto& each) { return each.first.second == 0; });
-    const FloodSets expected = expectedFloodSets(world_);
     for (const auto& [key, text] : expected)
       ASSERT_TRUE(holds(sets[key], text)) << key.first << ": " << sets[key] << " lacks of " << text;
     if (world_.client->vxlanControllerClientMode() && !world_.client->convergenceInProgress() &&

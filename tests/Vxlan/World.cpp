@@ -168,11 +168,18 @@ Hosts World::received(bool marked) const {
 
 namespace {
 
-std::uint64_t numberOf(const EthAddr& address) { return address.value() - mac(0).value(); }
-std::uint32_t numberOf(const IpAddr& address) { return address.value() - vtep(0).value(); }
+std::string textOf(const L2Rib::Dest& each) {
+  const bool isVtep = each.tag() == L2Rib::DestTag::vxlan && !each.vxlan().vtepAddr.isIp6();
+  const std::uint32_t number = isVtep ? numberOf(each.vxlan().vtepAddr.ip4()) : 0;
+  return each == dest(number) ? std::to_string(number)
+                              : each.stringValue() + '#' + std::to_string(traceValue(each.id()));
+}
 
-std::string floodSetText(L2Rib::FloodSetType type, const Vteps& vteps,
-                         const std::set<std::string>& others = {}) {
+template <class Dests>
+std::string floodSetText(L2Rib::FloodSetType type, const Dests& destinations) {
+  std::set<std::string> texts;
+  for (const auto& [each, flag] : destinations)
+    if (flag) texts.insert(textOf(each));
   std::ostringstream text;
   if (type == L2Rib::FloodSetType::sendToAll)
     text << "all";
@@ -180,24 +187,8 @@ std::string floodSetText(L2Rib::FloodSetType type, const Vteps& vteps,
     text << "any";
   else
     text << type << ':';
-  for (const std::uint32_t number : vteps) text << ' ' << number;
-  for (const std::string& other : others) text << ' ' << other;
+  for (const std::string& each : texts) text << ' ' << each;
   return text.str();
-}
-
-std::string floodSetText(const L2Rib::FloodSet& floodSet) {
-  Vteps vteps;
-  std::set<std::string> others;
-  for (const auto& [each, flag] : floodSet.destSet()) {
-    if (!flag) continue;
-    const bool isVtep = each.tag() == L2Rib::DestTag::vxlan && !each.vxlan().vtepAddr.isIp6();
-    const std::uint32_t number = isVtep ? numberOf(each.vxlan().vtepAddr.ip4()) : 0;
-    if (each == dest(number))
-      vteps.insert(number);
-    else
-      others.insert(each.stringValue() + '#' + std::to_string(traceValue(each.id())));
-  }
-  return floodSetText(floodSet.floodSetType(), vteps, others);
 }
 
 // What stands in the RIB for an entry.
@@ -215,7 +206,8 @@ FloodSets floodSetsOf(const L2Rib::SourceDirEntry& sde) {
   for (const auto& [vlan, vlanFloodSet] : sde.vlanFloodSet()) {
     if (vlanFloodSet->floodSet().empty()) sets[{vlan.value(), 0}] = "empty";
     for (const auto& [address, floodSet] : vlanFloodSet->floodSet())
-      sets[{vlan.value(), numberOf(address)}] = floodSetText(*floodSet);
+      sets[{vlan.value(), numberOf(address)}] =
+          floodSetText(floodSet->floodSetType(), floodSet->destSet());
   }
   return sets;
 }
@@ -291,82 +283,65 @@ void furnish(World& world, bool mlag) {
 
 namespace {
 
-// Whether a client that starts now would follow the VNI.
-bool isFollowed(const World& world, VniExt vni) {
-  bool mapped = false;
+// Where the VTIs map a VNI to; nowhere unless all of that is imported.
+std::vector<std::pair<IntfId, VlanId>> placesOf(const World& world, VniExt vni) {
+  std::vector<std::pair<IntfId, VlanId>> places;
   for (const auto& [intf, map] : world.vlanVniMaps->vlanVniMap()) {
-    const Bridging::VlanIdOrNone vlan = map->vniToVlan(vni);
-    if (!vlan) continue;
-    mapped = true;
+    if (!map->vniToVlan(vni)) continue;
+    const VlanId vlan(map->vniToVlan(vni).value());
     bool imported = false;
     for (const auto& [name, vti] : world.vtiStatusDir->vtiStatus())
-      imported = imported || vti->vccImportVlans(VlanId(vlan.value()));
-    if (!imported) return false;
+      imported = imported || vti->vccImportVlans(vlan);
+    if (!imported) return {};
+    places.emplace_back(intf, vlan);
   }
-  return mapped;
+  return places;
 }
 
-// Calls `visit(status, intf, vlan)` for every VNI that is followed and every VTI that maps it.
-template <class Visit>
-void forEachFollowed(const World& world, Visit&& visit) {
-  for (const std::uint32_t vni : expectedVnis(world)) {
-    const auto status = Moru::staticPtrCast<VxlanController::VniFdbStatusV2>(
-        world.controllerStatusBaseDir->entityPtr(std::to_string(vni)));
-    for (const auto& [intf, map] : world.vlanVniMaps->vlanVniMap())
-      if (const Bridging::VlanIdOrNone vlan = map->vniToVlan(VniExt(vni)); !!vlan)
-        visit(*status, intf, VlanId(vlan.value()));
-  }
+// What the controller publishes for one VNI, in one place.
+void expectVni(const World& world, const VxlanController::VniFdbStatusV2& status,
+               const IntfId& intf, const VlanId& vlan, Expected& expected) {
+  const auto put = [&](const EthAddr& address, L2Rib::FloodSetType type, const auto& list) {
+    std::vector<std::pair<L2Rib::Dest, bool>> dests;
+    for (const auto& [ip, flag] : list) dests.emplace_back(dest(numberOf(ip)), true);
+    expected.floodSets[{vlan.value(), numberOf(address)}] = floodSetText(type, dests);
+  };
+  const auto vti = world.vtiStatusDir->vtiStatus(intf);
+  for (const auto& [address, host] : status.macVtepTable())
+    if (!vti || (host.vtepIp != vti->localVtepAddr() && host.vtepIp != vti->vArpVtepAddr()))
+      expected.hosts.insert(remote(static_cast<unsigned>(numberOf(address)), vlan.value(),
+                                   intf.stringValue().c_str(), numberOf(host.vtepIp),
+                                   host.moveCount, traceValue(host.hostKind)));
+  for (const auto& [address, list] : status.macVtepFloodListTable())
+    put(address, L2Rib::FloodSetType::sendToAll, list->vtepIpFloodList());
+  for (const auto& [address, entry] : status.macVtepMultiPathTable())
+    if (entry.vtepIpLists() != 0) put(address, L2Rib::FloodSetType::sendToAny, entry.vtepIpList);
 }
 
 }  // namespace
 
-std::vector<std::uint32_t> expectedVnis(const World& world) {
-  std::vector<std::uint32_t> vnis;
+Expected expectedOf(const World& world) {
+  Expected expected;
   bool controllerMode = false;
-  for (const auto& [intf, vti] : world.vtiStatusDir->vtiStatus())
+  bool learning = true;
+  for (const auto& [intf, vti] : world.vtiStatusDir->vtiStatus()) {
     controllerMode = controllerMode || vti->controllerClientMode();
-  if (!controllerMode) return vnis;
+    learning = learning && vti->datapathLearning();
+  }
+  if (!controllerMode) return expected;
   for (const auto& [name, entry] : world.controllerStatusBaseDir->entityPtr()) {
     const VniExt vni(std::stoll(name.stringValue()));
-    if (entry.entryState && isFollowed(world, vni)) vnis.push_back(vni.value());
+    const auto places = placesOf(world, vni);
+    if (!entry.entryState || places.empty()) continue;
+    expected.vnis.push_back(vni.value());
+    const auto status = Moru::staticPtrCast<VxlanController::VniFdbStatusV2 const>(entry.entityPtr);
+    for (const auto& [intf, vlan] : places) expectVni(world, *status, intf, vlan, expected);
   }
-  std::sort(vnis.begin(), vnis.end());
-  return vnis;
-}
-
-Hosts expectedHosts(const World& world) {
-  Hosts hosts;
-  bool learning = true;
-  for (const auto& [intf, vti] : world.vtiStatusDir->vtiStatus())
-    learning = learning && vti->datapathLearning();
-  if (learning) return hosts;
-  forEachFollowed(world, [&](const auto& status, const IntfId& intf, const VlanId& vlan) {
-    const auto vti = world.vtiStatusDir->vtiStatus(intf);
-    for (const auto& [address, host] : status.macVtepTable())
-      if (!vti || (host.vtepIp != vti->localVtepAddr() && host.vtepIp != vti->vArpVtepAddr()))
-        hosts[{address, vlan}] =
-            remote(numberOf(address), vlan.value(), intf.stringValue().c_str(),
-                   numberOf(host.vtepIp), host.moveCount, traceValue(host.hostKind))
-                .second;
-  });
-  return hosts;
-}
-
-FloodSets expectedFloodSets(const World& world) {
-  FloodSets sets;
-  if (world.bumStatus->bumReplicationMode() != Vxlan::BumReplicationMode::controller) return sets;
-  forEachFollowed(world, [&](const auto& status, const IntfId&, const VlanId& vlan) {
-    const auto put = [&](const EthAddr& address, L2Rib::FloodSetType type, const auto& list) {
-      Vteps vteps;
-      for (const auto& [ip, flag] : list) vteps.insert(numberOf(ip));
-      sets[{vlan.value(), numberOf(address)}] = floodSetText(type, vteps);
-    };
-    for (const auto& [address, list] : status.macVtepFloodListTable())
-      put(address, L2Rib::FloodSetType::sendToAll, list->vtepIpFloodList());
-    for (const auto& [address, entry] : status.macVtepMultiPathTable())
-      if (entry.vtepIpLists() != 0) put(address, L2Rib::FloodSetType::sendToAny, entry.vtepIpList);
-  });
-  return sets;
+  std::sort(expected.vnis.begin(), expected.vnis.end());
+  if (learning) expected.hosts.clear();
+  if (world.bumStatus->bumReplicationMode() != Vxlan::BumReplicationMode::controller)
+    expected.floodSets.clear();
+  return expected;
 }
 
 }  // namespace Test

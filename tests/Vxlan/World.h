@@ -26,6 +26,10 @@ using Vxlan::VniExt;
 
 inline EthAddr mac(std::uint64_t number) { return EthAddr::fromValue(0x020000000000 + number); }
 inline IpAddr vtep(std::uint32_t number) { return IpAddr(0x0a000000 + number); }
+inline int numberOf(const EthAddr& address) {
+  return static_cast<int>(address.value() - mac(0).value());
+}
+inline std::uint32_t numberOf(const IpAddr& address) { return address.value() - vtep(0).value(); }
 
 // Received hosts, whole but for the time, which is 0.
 using Hosts = std::map<MacVlanPair, Vxlan::ReceivedEntry>;
@@ -38,7 +42,7 @@ Hosts::value_type remote(std::uint64_t macNumber, int vlan, const char* intf,
 // The flood sets by VLAN and number of the MAC, each as its type and its destinations: "all 2 3",
 // "any 4", "7: 2" with the numbers of VTEPs, others in their own words. A VLAN without any stands
 // under MAC 0.
-using FloodSets = std::map<std::pair<int, std::uint64_t>, std::string>;
+using FloodSets = std::map<std::pair<int, int>, std::string>;
 using Vteps = std::set<std::uint32_t>;
 
 // Those of one entry. Destinations whose flag is false do not count.
@@ -52,21 +56,22 @@ inline L2Rib::Dest dest(std::uint32_t vtepNumber) {
 }
 
 // Calls a function at every change of an entity, until it is released.
+using OnChange = std::function<void(Moru::AttributeId, const void* key)>;
 template <class E>
 class Watcher final : public E::NotifieeConst {
  public:
-  Watcher(const Ptr<E>& entity, std::function<void()> onChange) : onChange_(std::move(onChange)) {
+  Watcher(const Ptr<E>& entity, OnChange onChange) : onChange_(std::move(onChange)) {
     this->notifierIs(entity);
     this->hasNotificationActiveIs(true);
   }
-  void onAttribute(Moru::AttributeId, const void*) override { onChange_(); }
+  void onAttribute(Moru::AttributeId id, const void* key) override { onChange_(id, key); }
 
  private:
-  std::function<void()> onChange_;
+  const OnChange onChange_;
 };
 
 template <class E>
-Ptr<Watcher<E>> watch(const Ptr<E>& entity, std::function<void()> onChange) {
+Ptr<Watcher<E>> watch(const Ptr<E>& entity, OnChange onChange) {
   return create<Watcher<E>>(entity, std::move(onChange));
 }
 
@@ -218,10 +223,13 @@ struct Settled {
 // are hosts, and the controller lists MACs 1 and 2, or else, with MLAG, the peer does.
 void furnish(World& world, bool mlag);
 
-// The hosts that the client should have, computed from the inputs alone, the flood sets (without
-// MLAG), and the VNIs that should have a machine.
-Hosts expectedHosts(const World& world);
-FloodSets expectedFloodSets(const World& world);
-std::vector<std::uint32_t> expectedVnis(const World& world);
+// What the client should have, computed from the inputs alone: the VNIs that have a machine, the
+// hosts, and the flood sets (without MLAG).
+struct Expected {
+  std::vector<std::uint32_t> vnis;
+  Hosts hosts;
+  FloodSets floodSets;
+};
+Expected expectedOf(const World& world);
 
 }  // namespace Test
