@@ -1,7 +1,7 @@
 // The state store: which writes a line makes, in which order, and what watchers see at each. The
-// lines stand in golden/store.writes, each with what a watcher of all entities is told of it.
+// lines stand in golden/store.writes, each with what a watcher of all entities is told of it; those
+// that are malformed stand in golden/journal.complaints, each with what the reader has against it.
 #include <algorithm>
-#include <functional>
 #include <gtest/gtest.h>
 #include <set>
 #include <sstream>
@@ -14,6 +14,7 @@
 #include "agent/store/StateStore.h"
 #include "framework/Moru/Exception.h"
 #include "model/VxlanController/ZepStateV2.h"
+#include "tests/Vxlan/World.h"
 #include "tests/agent/Golden.h"
 
 namespace {
@@ -25,6 +26,7 @@ using L2Rib::SourceDirEntry;
 using L2Rib::VlanFloodSet;
 using Moru::AttributeId;
 using Moru::Ptr;
+using Test::watch;
 using Vxlan::BumReplicationMode;
 using Vxlan::BumStatus;
 using Vxlan::VlanVniMap;
@@ -35,22 +37,6 @@ using Vxlan::VxlanHwStatusDir;
 using VxlanController::MacVtepFloodListV2;
 using VxlanController::VniFdbStatusV2;
 using VxlanController::ZepStateV2;
-
-template <class E>
-class Watcher final : public E::NotifieeConst {
- public:
-  using Handler = std::function<void(const E&, AttributeId, const void*)>;
-  Watcher(const Ptr<E>& entity, Handler handler) : handler_(std::move(handler)) {
-    this->notifierIs(entity);
-    this->hasNotificationActiveIs(true);
-  }
-  void onAttribute(AttributeId attribute, const void* key) override {
-    handler_(*this->notifier(), attribute, key);
-  }
-
- private:
-  const Handler handler_;
-};
 
 template <auto... As>
 struct Attributes {
@@ -94,16 +80,16 @@ concept Keyed = requires {
 class Recorder {
  public:
   Recorder() {
-    watch("", store_.vtiStatusDir);
-    watch("", store_.vlanVniMaps);
-    watch("controllerStatusBaseDir", store_.controllerStatusBaseDir);
-    watch("zepStateBaseDir", store_.zepStateBaseDir);
-    watch("", store_.vxlanHwStatusDir);
-    watch("", store_.mlagStatus);
-    watch("", store_.mlagVxlanStatus);
-    watch("peer ", store_.mlagVxlanStatus->peerSourceDirEntry());
-    watch("own ", store_.zepSde);
-    watch("", store_.l2RibZepInput);
+    follow("", store_.vtiStatusDir);
+    follow("", store_.vlanVniMaps);
+    follow("controllerStatusBaseDir", store_.controllerStatusBaseDir);
+    follow("zepStateBaseDir", store_.zepStateBaseDir);
+    follow("", store_.vxlanHwStatusDir);
+    follow("", store_.mlagStatus);
+    follow("", store_.mlagVxlanStatus);
+    follow("peer ", store_.mlagVxlanStatus->peerSourceDirEntry());
+    follow("own ", store_.zepSde);
+    follow("", store_.l2RibZepInput);
   }
 
   // What the line makes watchers see, or is refused for.
@@ -124,14 +110,13 @@ class Recorder {
   void see(const std::string& text) { seen_.push_back("  " + text); }
 
   template <class E>
-  void watch(const std::string& path, const Ptr<E>& entity) {
+  void follow(const std::string& path, const Ptr<E>& entity) {
     if (!watched_.insert(entity.get()).second) return;
-    using Plain = std::remove_const_t<E>;
-    watchers_.push_back(Moru::create<Watcher<Plain const>>(
-        entity, [this, path](const Plain& changed, AttributeId id, const void* key) {
-          AllAttributes::forEachOf(
-              changed, [&]<auto A>() { told<A>(path, changed, id, key); });
-        }));
+    const std::remove_const_t<E>& changed = *entity;
+    watchers_.push_back(watch(entity, [this, path, &changed](AttributeId id, const void* key) {
+      AllAttributes::forEachOf(
+          changed, [&]<auto A>() { told<A>(path, changed, id, key); });
+    }));
   }
 
   template <auto A, class E>
@@ -148,21 +133,19 @@ class Recorder {
     }
   }
 
-  void watch(const std::string& path, const Ptr<Moru::Dir>& dir) {
-    watchers_.push_back(Moru::create<Watcher<Moru::Dir>>(
-        dir, [this, path](const Moru::Dir& entries, AttributeId, const void* key) {
-          const auto& name = *static_cast<const Moru::Name*>(key);
-          const auto entity = entries.entityPtr(name);
-          const std::string place = path + '[' + name.stringValue() + ']';
-          std::string what = "of another type";
-          if (!entity) what = "gone";
-          if (const auto vni = Moru::dynamicPtrCast<VniFdbStatusV2 const>(entity))
-            what = shown(place, vni);
-          if (const auto state = Moru::dynamicPtrCast<ZepStateV2 const>(entity))
-            what = shown(place, state);
-          see(place + " = " + what +
-              (entity && !entries.entryState(name) ? ", not instantiated" : ""));
-        }));
+  void follow(const std::string& path, const Ptr<Moru::Dir>& dir) {
+    const Moru::Dir& entries = *dir;
+    watchers_.push_back(watch(dir, [this, path, &entries](AttributeId, const void* key) {
+      const Moru::Name& name = *Moru::Dir::nameOf(key);
+      const auto entity = entries.entityPtr(name);
+      const std::string place = path + '[' + name.stringValue() + ']';
+      std::string what = entity ? "of another type" : "gone";
+      if (const auto vni = Moru::dynamicPtrCast<VniFdbStatusV2 const>(entity))
+        what = shown(place, vni);
+      if (const auto state = Moru::dynamicPtrCast<ZepStateV2 const>(entity))
+        what = shown(place, state);
+      see(place + " = " + what + (entity && !entries.entryState(name) ? ", not instantiated" : ""));
+    }));
   }
 
   template <class T>
@@ -186,7 +169,7 @@ class Recorder {
     std::string all = watched_.contains(entity.get()) ? "{" : "new {";
     AllAttributes::forEachOf(
         *entity, [&]<auto A>() { all += ' ' + content<A>(path, *entity); });
-    watch(path + ' ', entity);
+    follow(path + ' ', entity);
     return all + " }";
   }
 
@@ -214,27 +197,32 @@ class Recorder {
   std::vector<Ptr<Moru::Notifiee>> watchers_;
 };
 
-TEST(StateStore, MakesTheWritesOfALineInTheirOrder) {
+// Plays the lines of a file.
+void expectSeen(const char* name) {
   Recorder recorder;
   AgentTest::Lines lines;
-  for (const std::string& line : AgentTest::golden("store.writes")) {
+  for (const std::string& line : AgentTest::golden(name)) {
     if (line.starts_with("  ")) continue;
     lines.push_back(line);
-    if (line.starts_with('{'))
-      for (const std::string& seen : recorder.play(line)) lines.push_back(seen);
+    if (line.empty() || line.starts_with('#')) continue;
+    for (const std::string& seen : recorder.play(line)) lines.push_back(seen);
   }
-  AgentTest::expectGolden("store.writes", lines);
+  AgentTest::expectGolden(name, lines);
   EXPECT_GT(lines.size(), 100U);
 }
+
+TEST(StateStore, MakesTheWritesOfALineInTheirOrder) { expectSeen("store.writes"); }
+
+TEST(Journal, SaysWhatIsWrongWithALine) { expectSeen("journal.complaints"); }
 
 TEST(StateStore, StaysUsableWhenAWatcherThrows) {
   StateStore store;
   bool throwing = true;
-  const auto mayThrow = [&](const auto&, AttributeId, const void*) {
+  const auto mayThrow = [&](auto...) {
     if (throwing) throw Moru::RangeException("from a watcher");
   };
-  const auto hardware = Moru::create<Watcher<VxlanHwStatusDir>>(store.vxlanHwStatusDir, mayThrow);
-  const auto controller = Moru::create<Watcher<Moru::Dir>>(store.controllerStatusBaseDir, mayThrow);
+  const auto hardware = watch(store.vxlanHwStatusDir, mayThrow);
+  const auto controller = watch(store.controllerStatusBaseDir, mayThrow);
   const auto mac = Vorn::EthAddr::fromValue(1);
   const Agent::Set<Agent::HwBum> bum{{}, BumReplicationMode::controller};
   const Agent::Set<Agent::ControllerFlood> list{{"1", mac}, {{{Vorn::IpAddr(0x0a000002), true}}}};
