@@ -70,6 +70,21 @@ class TraceViewTest : public testing::Test {
     return lines;
   }
 
+  // Each line has the text, and there is no other.
+  template <class... Texts>
+  void expectShown(const Texts&... texts) {
+    EXPECT_THAT(lines(), ElementsAre(HasSubstr(texts)...));
+  }
+
+  // Follows the file, with a deed before each further look at it.
+  void follow(std::vector<std::function<void()>> turns) {
+    options.follow = [turns = std::move(turns), turn = std::size_t{0}]() mutable {
+      if (turn == turns.size()) return false;
+      turns[turn++]();
+      return true;
+    };
+  }
+
   std::string header() const {
     return "# " + options.file + ": process " + std::to_string(getpid());
   }
@@ -89,16 +104,16 @@ TEST_F(TraceViewTest, FiltersByLevelAndText) {
               ElementsAre(header(), "3 Test " + sayText + "first",
                           "8 Test " + whisperText + "second", "3 Test " + sayText + "third"));
   options.mostLevel = 3;
-  EXPECT_THAT(lines(), ElementsAre(header(), HasSubstr("first"), HasSubstr("third")));
+  expectShown(header(), "first", "third");
   options.mostLevel = 2;
-  EXPECT_THAT(lines(), ElementsAre(header()));
+  expectShown(header());
   options.mostLevel = 9;
   options.grep = "say.*(d|e)$";
-  EXPECT_THAT(lines(), ElementsAre(header(), HasSubstr("third")));
+  expectShown(header(), "third");
   const Ringlog::Site site{3, "Test", "f()", {{Ringlog::Kind::label, 0, std::string(60'000, 'a')}}};
   Ringlog::ring()->record(3, Ringlog::ring()->addSite(site), 0, [](std::byte*) {});
-  options.grep = "(a|b)*!";
-  EXPECT_THAT(lines(), ElementsAre(header())) << "a long text takes no stack";
+  options.grep = "(a|b)*!";  // a long text takes no stack
+  expectShown(header());
   EXPECT_EQ(status, 0);
   EXPECT_THAT(errors.str(), IsEmpty());
 }
@@ -106,7 +121,7 @@ TEST_F(TraceViewTest, FiltersByLevelAndText) {
 TEST_F(TraceViewTest, PrintsWhatNoTerminalActsOn) {
   open();
   say("\"\033[2J\xff\n\xc2\x9b");
-  EXPECT_THAT(lines(), ElementsAre(header(), HasSubstr("\"\\x1B[2J\\xFF\\x0A\\xC2\\x9B")));
+  expectShown(header(), "\"\\x1B[2J\\xFF\\x0A\\xC2\\x9B");
   options.json = true;
   std::ostringstream out;
   EXPECT_EQ(traceCommand(options, out, errors), 0);
@@ -157,10 +172,8 @@ TEST_F(TraceViewTest, ShowsWhatIsSoundOfADamagedFile) {
   file.seekp(40);  // the number of messages of statements without room
   file.write("\x03", 1);
   file.close();
-  int turns = 0;
-  options.follow = [&turns] { return ++turns < 4; };
-  EXPECT_THAT(lines(),
-              ElementsAre(header(), HasSubstr("sound"), StartsWith("# 3 messages were dropped")));
+  follow({3, [] {}});
+  expectShown(header(), "sound", "# 3 messages were dropped");
   EXPECT_EQ(status, 2);
   const std::string start = options.file + ": problem: level 8: ";
   EXPECT_THAT(errors.str(), StartsWith(start));
@@ -170,21 +183,14 @@ TEST_F(TraceViewTest, ShowsWhatIsSoundOfADamagedFile) {
 TEST_F(TraceViewTest, CountsWhatABurstHasOverwritten) {
   open();
   say("at first");
-  int turns = 0;
   const auto burst = [](int messages) {
     for (int i = 0; i < messages; ++i) whisper(std::to_string(i));
   };
-  options.follow = [&] {
-    if (++turns == 1) say("between");
-    if (turns == 2) burst(10);
-    if (turns == 3) burst(10'000);
-    return turns < 5;
-  };
+  follow({[] { say("between"); }, [&] { burst(10); }, [&] { burst(10'000); }, [] {}});
   options.grep = "say|9998";
-  options.json = false;
   const auto shown = lines();
   options.grep = "";
-  turns = 9;
+  follow({});
   const std::size_t kept = lines().size() - 3;
   EXPECT_THAT(shown, ElementsAre(header(), HasSubstr("at first"), HasSubstr("between"),
                                  "# " + std::to_string(10'000 - kept) +
@@ -195,49 +201,35 @@ TEST_F(TraceViewTest, CountsWhatABurstHasOverwritten) {
 TEST_F(TraceViewTest, FollowsTheFileAndTheOneThatTakesItsPlace) {
   open();
   say("at first");
-  const std::vector<std::function<void()>> turns{
-      [] { say("later"); },
-      [] {},
-      [] {
-        say("last of the former");
-        reopen();
-        say("first of the next");
-      },
-      [this] {
-        Ringlog::close();
-        std::filesystem::rename(options.file, options.file + ".prev");
-      },
-      [this] { std::ofstream(options.file) << "half of a hea"; },
-      [this] {
-        std::filesystem::remove(options.file);
-        open();
-        say("again");
-      },
-      [this] {
-        Ringlog::close();
-        std::filesystem::rename(options.file + ".prev", options.file);
-      },
-      [] {
-        for (const char* const text : {"second", "third"}) {
-          reopen();
-          say(text);
-        }
-      },
+  const std::string former = options.file + ".prev";
+  const auto move = [](const std::string& from, const std::string& to) {
+    Ringlog::close();
+    std::filesystem::rename(from, to);
   };
-  std::size_t turn = 0;
-  options.follow = [&] {
-    if (turn == turns.size()) return false;
-    turns[turn++]();
-    return true;
+  const auto sayAnew = [](const std::string& text) {
+    reopen();
+    say(text);
   };
-  EXPECT_THAT(lines(),
-              ElementsAre(header(), HasSubstr("at first"), HasSubstr("later"),
-                          HasSubstr("last of the former"), header(), HasSubstr("first of the next"),
-                          header(), HasSubstr("again"), HasSubstr("# the file before is gone"),
-                          header(), HasSubstr("first of the next"), header(), HasSubstr("second"),
-                          header(), HasSubstr("third")))
-      << "also of a file that is older than the one before";
-  EXPECT_EQ(turn, turns.size());
+  follow({[] { say("later"); }, [] {},
+          [&] {
+            say("last of the former");
+            sayAnew("first of the next");
+          },
+          [&] { move(options.file, former); },
+          [this] { std::ofstream(options.file) << "half of a hea"; },
+          [&] {
+            std::filesystem::remove(options.file);
+            sayAnew("again");
+          },
+          [&] { move(former, options.file); },
+          [&] {
+            sayAnew("second");
+            sayAnew("third");
+          }});
+  // Also of a file that is older than the one before.
+  expectShown(header(), "at first", "later", "last of the former", header(), "first of the next",
+              header(), "again", "# the file before is gone", header(), "first of the next",
+              header(), "second", header(), "third");
   EXPECT_THAT(errors.str(), IsEmpty());
 }
 
