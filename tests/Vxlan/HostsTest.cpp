@@ -1,11 +1,7 @@
 // Hosts, from the controller's table to the layer-2 RIB, in and out of convergence.
-#include <algorithm>
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "framework/Ringlog/Reader.h"
-#include "framework/Ringlog/Ring.h"
 #include "tests/Vxlan/World.h"
 
 namespace Test {
@@ -137,27 +133,6 @@ TEST_F(HostsTest, AreTheDataPathsOnceItLearns) {
   world.trace();
   world.vti("Vxlan1")->vArpVtepAddrIs(vtep(9));
   EXPECT_FALSE(world.traced("macAddr: ")) << "none is looked at";
-}
-
-TEST(Hosts, AreToldInTheRingWhenTheirRunEnds) {
-  char directory[] = "/tmp/client-ring-XXXXXX";
-  Ringlog::directoryIs(mkdtemp(directory));
-  {
-    Settled settled;
-    settled.world.host(100, 1, 2);
-    settled.world.converging(true);
-    settled.world.withdraw(100, 1);
-    settled.world.converging(false);
-    settled.world.rest();
-    EXPECT_TRUE(settled.world.traced(" unicast mac deferred delete complete."));
-  }
-  Ringlog::close();
-  Ringlog::directoryIs("");
-  const auto contents = Ringlog::read(std::string(directory) + "/DpxVxlanControllerSm.rlg");
-  std::filesystem::remove_all(directory);
-  EXPECT_TRUE(std::any_of(contents.messages.begin(), contents.messages.end(), [](const auto& each) {
-    return each.text.ends_with(" unicast mac deferred del complete");
-  }));
 }
 
 TEST_F(HostsTest, AreNoLongerKeptWhenTheConvergenceWindowEndsWithTheControllersState) {
