@@ -109,6 +109,10 @@ TEST_F(ClientTest, ImportsTheUnionOfTheVtisVlans) {
   world.vti("Vxlan2")->vccImportVlansDel(VlanId(20));
   EXPECT_THAT(world.vnis(), IsEmpty());
   EXPECT_EQ(hosts(), 0U);
+  const auto otherDir = create<Vxlan::VtiStatusDir>();
+  otherDir->vtiStatusIs(IntfId("Vxlan4"))->vccImportVlansIs(VlanId(40));
+  world.client->vtiStatusDirIs(otherDir);
+  EXPECT_TRUE(world.client->vccImportVlans().contains(VlanId(40)));
 }
 
 TEST_F(ClientTest, FollowsAVniThatIsPublishedMappedAndImported) {

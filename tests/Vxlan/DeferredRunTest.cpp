@@ -173,19 +173,6 @@ TEST_P(BothRuns, WaitForTheEndOfANewConvergence) {
   EXPECT_THAT(standing(), ElementsAre(3, 4, 5, 6, 8, 9, 10));
 }
 
-TEST_P(BothRuns, DeleteNoMoreThanOnePastTheDeadline) {
-  convergeWithout({2, 3, 4});
-  std::vector<Ptr<Moru::PtrInterface>> watchers;
-  for (const int item : {2, 3, 4})
-    if (isBum || item == 2)
-      watchers.push_back(
-          watchItem(item, [&](auto...) { world.time->waitUntil(world.time->time() + 1); }));
-  for (const std::size_t left : {9U, 8U, 7U}) {
-    batch(5);
-    EXPECT_EQ(standing().size(), left);
-  }
-}
-
 TEST_P(BothRuns, CopeWithWatchersThatChangeTheTableUnderThem) {
   convergeWithout({2, 3, 4, 9});
   bool done = false;

@@ -80,6 +80,7 @@ TEST_F(FloodTest, JudgeTheFlagOfAVtepDifferently) {
   // Of another kind than the client writes: on no list.
   const auto set = world.zepSde->vlanFloodSet(VlanId(10))->floodSet(mac(2));
   set->destSetIs(L2Rib::Dest(L2Rib::DestId{}, IntfId("Ethernet1")), true);
+  set->destSetIs(L2Rib::Dest(L2Rib::DestId{}, L2Rib::DestDataTunnel{0}), true);
   set->destSetIs(L2Rib::Dest(L2Rib::DestId{}, L2Rib::DestDataVxlan{Vorn::Ip6Addr()}), true);
   VxlanController::MacVtepMultiPathV2 entry(mac(2));
   entry.vtepIpList[IpAddr()] = true;  // as which an IPv6 address could be read
@@ -116,6 +117,12 @@ TEST_F(FloodTest, StandInEachVlanThatTheVtisMapTheVniTo) {
   world.withdrawFloodList(100, 1);
   world.withdrawMultiPath(100, 2);
   EXPECT_THAT(world.floodSets(), IsEmpty());
+  world.floodList(100, 1, {4});
+  const auto watcher = watch(world.zepSde->vlanFloodSet(VlanId(20)), [&](auto...) {
+    world.zepSde->vlanFloodSetIs(create<L2Rib::VlanFloodSet>(VlanId(20)));
+  });
+  world.withdrawFloodList(100, 1);
+  EXPECT_EQ(world.floodSets(), (FloodSets{{{20, 0}, "empty"}})) << "another's";
 }
 
 }  // namespace

@@ -43,6 +43,14 @@ TEST_F(HostsTest, AreWrittenWholeAtEveryAnnouncement) {
   world.client->deleteReceivedTableEntry(key(1, 10));
   world.client->deleteReceivedTableEntry(key(1, 10));  // which is not there
   EXPECT_THAT(world.l2RibZepInput->host(), IsEmpty());
+  world.vti("Vxlan1")->vArpVtepAddrIs(vtep(9));  // no longer the address of none
+  world.publish(100)->macVtepTableIs(
+      mac(2), VxlanController::MacVtepV2{mac(2), IpAddr(), 1});  // not yet withdrawn
+  EXPECT_THAT(macs(false), ElementsAre(2));
+  world.converging(false);
+  world.client->deleteRemoteMacFromController(VlanId(10), true);
+  EXPECT_THAT(macs(true), ElementsAre(2)) << "deferred, whatever the controller does";
+  world.client->deleteReceivedTableEntry(key(2, 10));
 }
 
 TEST_F(HostsTest, BehindTheSwitchsOwnVtepsAreNeverRemote) {
