@@ -76,6 +76,7 @@ TEST(TableView, CapsEveryTable) {
   const Snapshot snapshot = hostsSnapshot(0, 1'000, "10.0.0.2");
   EXPECT_THAT(tableText(snapshot), EndsWith("\n  ... 980 more\n"));
   EXPECT_THAT(tableText(compare(nullptr, snapshot)), EndsWith("\n  ... 980 more\n"));
+  EXPECT_THAT(tableText(hostsSnapshot(0, 21, "10.0.0.2")), EndsWith("\n  ... 1 more\n"));
   const std::string all = tableText(snapshot, {.mostRows = Agent::TableOptions::all});
   EXPECT_THAT(all, Not(HasSubstr("more")));
   EXPECT_THAT(all, HasSubstr("02:00:00:00:03:e7"));

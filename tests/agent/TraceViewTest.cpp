@@ -245,7 +245,7 @@ TEST(TraceStreamTest, PrintsTheLevelsThatAreOnForAsLongAsItLives) {
   std::ostringstream out;
   {
     const Agent::TraceStream stream(out, 3, {&traceFacility}, [] { return "now"; });
-    say("shown");
+    say("shown\a");
     whisper("too low");
   }
   traceFacility.streamLevelsIs(Moru::TraceFacility::allLevels);
@@ -254,7 +254,7 @@ TEST(TraceStreamTest, PrintsTheLevelsThatAreOnForAsLongAsItLives) {
     const Agent::TraceStream stream(out, 9, {&traceFacility}, [] { return "then"; });
     whisper("all levels");
   }
-  EXPECT_EQ(out.str(), "now 3 " + sayText + "shown\nthen 8 " + whisperText + "all levels\n");
+  EXPECT_EQ(out.str(), "now 3 " + sayText + "shown\\x07\nthen 8 " + whisperText + "all levels\n");
   EXPECT_EQ(traceFacility.streamLevels(), 0U);
 }
 
