@@ -226,23 +226,5 @@ TEST_F(ClientTest, EndsTheConvergenceWindowWhenItCannotBeMade) {
   EXPECT_EQ(hosts(), 1U);
 }
 
-TEST_F(ClientTest, TellsTheSameWithAnOutputThatIsAbsent) {
-  world.bumModes(Vxlan::BumReplicationMode::controller, Vxlan::BumReplicationMode::unknown);
-  world.zepSde = nullptr;
-  world.l2RibZepInput = nullptr;
-  world.zepStateClientView = nullptr;
-  world.start();
-  EXPECT_TRUE(world.traced(" updating L2Rib input based on existing entries"));
-  const auto expectTold = [this](auto act, const char* text) {
-    act();
-    EXPECT_TRUE(world.traced(text)) << text;
-  };
-  expectTold([this] { world.multiPath(100, 1, {2}); }, "listType: sendToAny vtepAddr len 1");
-  expectTold([this] { world.withdrawMultiPath(100, 1); }, " deleting 02:00:00:00:00:01 from vlan");
-  expectTold([this] { world.floodList(100, 1, {2}); }, "listType: sendToAll vtepAddr len 1");
-  expectTold([this] { world.floodList(100, 1, {3}); }, " adding 10.0.0.3 to remoteVtepAddr");
-  expectTold([this] { world.zepStateBaseDir->entityPtrDel("controller"); }, " convergence window ");
-}
-
 }  // namespace
 }  // namespace Test

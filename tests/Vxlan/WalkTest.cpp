@@ -2,9 +2,9 @@
 //
 // They start in a world where all VNIs are followed and have hosts and lists. Some of what may
 // happen leaves something behind on purpose (a VLAN that one VTI unmaps takes the machines of other
-// VTIs' VNIs with it; a VTI that goes leaves the modes). From then on the state of the client
-// depends on its history; until the world is put right again, soon, and the client restarted, the
-// walk audits it, but does not compare it with what the inputs alone would give.
+// VTIs' VNIs with it). From then on the state of the client depends on its history; until the world
+// is put right again, soon, and the client restarted, the walk audits it, but does not compare it
+// with what the inputs alone would give.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
@@ -92,13 +92,11 @@ class Walker : Chance {
     if (last_ < 165) return withdrawList();
     if (last_ < 171) return world_.unpublish(anyVni());
     if (last_ < 179) return import();
-    if (last_ < 181) return entryState();
     if (last_ < 184) return world_.vti(anyVti())->vArpVtepAddrIs(vtep(pick(5)));
     if (last_ < 187) return restart();
     isAway_ = true;
     if (last_ < 190) return mode();
     if (last_ < 194) return remap();
-    if (last_ < 196) return renewVti();
     if (last_ < 198) return world_.bumStatus->bumReplicationModeIs(Mode::unknown);
     world_.vlanVniMaps->vlanVniMapDel(IntfId(anyVti()));
     dependsOnHistory_ = true;
@@ -197,25 +195,6 @@ class Walker : Chance {
       vti->controllerClientModeIs(!vti->controllerClientMode());
     else
       vti->datapathLearningIs(!vti->datapathLearning());
-  }
-
-  void entryState() {
-    const std::string name = std::to_string(anyVni());
-    const bool state = pick(3) != 0;
-    if (!state && world_.controllerStatusBaseDir->entryState(name))
-      isAway_ = dependsOnHistory_ = true;
-    world_.controllerStatusBaseDir->entryStateIs(name, state);
-  }
-
-  void renewVti() {
-    const char* const intf = anyVti();
-    const auto vti = world_.vti(intf);
-    const bool mode = vti->controllerClientMode();
-    const bool learning = vti->datapathLearning();
-    world_.vtiStatusDir->vtiStatusDel(IntfId(intf));
-    world_.audit();
-    if (twoVtis_) dependsOnHistory_ = true;  // its hosts count as remote, whatever their VTEP
-    world_.addVti(intf, mode, learning);
   }
 
   const bool twoVtis_;
