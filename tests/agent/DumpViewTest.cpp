@@ -56,6 +56,7 @@ TEST(Snapshot, ListsVtepsByAddressBeforeOtherDestinations) {
   std::ostringstream json;
   Agent::printJson(json, snapshot);
   EXPECT_THAT(json.str(), HasSubstr(R"("dests":["10.0.0.9","10.0.0.10","intf Et1","tunnel 7"])"));
+  EXPECT_THAT(json.str(), HasSubstr("300")) << "a VLAN without flood sets";
   EXPECT_THAT(json.str(), HasSubstr(R"("a\"\ufffd")")) << "bytes that are no UTF-8 are replaced";
 }
 
