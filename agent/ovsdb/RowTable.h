@@ -1,0 +1,138 @@
+// The rows of one table, each in a slot of its own that it keeps while it lives. A slot is taken
+// when a row's uuid is first seen, be it only in another row that refers to it: rows come in any
+// order, and refer to each other by slots.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <unordered_map>
+#include <vector>
+
+#include "agent/ovsdb/Uuid.h"
+
+namespace Agent::Ovsdb {
+
+using Slot = std::uint32_t;
+inline constexpr Slot noSlot = 0xffffffff;
+
+// Spreads keys of one or two words over all bits.
+constexpr std::size_t mixed(std::uint64_t high, std::uint64_t low) {
+  std::uint64_t word = (high ^ (low << 32 | low >> 32)) * 0x9e3779b97f4a7c15;
+  word = (word ^ word >> 29) * 0xbf58476d1ce4e5b9;
+  return word ^ word >> 32;
+}
+
+// Finds slots by keys. It is many maps, so that none is ever rehashed for long.
+template <class Key, class Hash>
+class SlotIndex {
+ public:
+  Slot find(const Key& key) const {
+    const auto& part = partOf(key);
+    const auto found = part.find(key);
+    return found == part.end() ? noSlot : found->second;
+  }
+  void add(const Key& key, Slot slot) { partOf(key).emplace(key, slot); }
+  void remove(const Key& key) { partOf(key).erase(key); }
+
+ private:
+  static constexpr std::size_t parts = 64;
+  using Part = std::unordered_map<Key, Slot, Hash>;
+
+  // By the upper bits: a map takes its key's bucket from the whole of the hash.
+  static std::size_t indexOf(const Key& key) { return Hash()(key) >> 58; }
+  Part& partOf(const Key& key) { return parts_[indexOf(key)]; }
+  const Part& partOf(const Key& key) const { return parts_[indexOf(key)]; }
+
+  std::array<Part, parts> parts_;
+};
+
+// Elements by slots, which come into being when they are first asked for and never move.
+template <class Element>
+class BySlot {
+ public:
+  Element& operator[](Slot slot) {
+    if (slot >= elements_.size()) elements_.resize(std::size_t{slot} + 1);
+    return elements_[slot];
+  }
+
+ private:
+  std::deque<Element> elements_;
+};
+
+template <class Row>
+class RowTable {
+ public:
+  struct Entry {
+    Uuid uuid;
+    std::uint32_t references = 0;  // to the slot: those of other rows, and of who keeps it
+    std::uint8_t generation = 0;   // the whole state that had it last
+    std::uint8_t faults = 0;       // a bit for each column that there is a problem with
+    bool isPresent = false;        // otherwise others refer to it, or did; `row` is empty
+    bool isTaken = false;          // otherwise the slot is free
+    Row row;
+  };
+
+  Slot find(const Uuid& uuid) const { return index_.find(uuid); }
+
+  // Taken if need be, and then a candidate for being freed.
+  Slot slotOf(const Uuid& uuid) {
+    if (const Slot present = find(uuid); present != noSlot) return present;
+    Slot slot = static_cast<Slot>(entries_.size());
+    if (free_.empty()) {
+      entries_.emplace_back();
+    } else {
+      slot = free_.back();
+      free_.pop_back();
+    }
+    entries_[slot].uuid = uuid;
+    entries_[slot].isTaken = true;
+    index_.add(uuid, slot);
+    candidates_.push_back(slot);
+    return slot;
+  }
+
+  void refer(Slot slot) { ++entries_[slot].references; }
+  void unrefer(Slot slot) {
+    if (--entries_[slot].references == 0) candidates_.push_back(slot);
+  }
+
+  // Its row is gone.
+  void leave(Slot slot) {
+    entries_[slot].isPresent = false;
+    candidates_.push_back(slot);
+  }
+
+  // Looks at one of the slots that may have to be freed. Returns false if there is none.
+  bool collect() {
+    if (candidates_.empty()) return false;
+    const Slot slot = candidates_.back();
+    candidates_.pop_back();
+    Entry& entry = entries_[slot];
+    if (!entry.isTaken || entry.isPresent || entry.references != 0) return true;
+    index_.remove(entry.uuid);
+    entry = {};
+    free_.push_back(slot);
+    return true;
+  }
+
+  Entry& operator[](Slot slot) { return entries_[slot]; }
+  const Entry& operator[](Slot slot) const { return entries_[slot]; }
+
+  // All slots, free ones included.
+  Slot size() const { return static_cast<Slot>(entries_.size()); }
+
+ private:
+  struct Hash {
+    // Not noexcept: so the maps keep the hashes, and look at fewer of the rows' names.
+    std::size_t operator()(const Uuid& uuid) const { return mixed(uuid.high, uuid.low); }
+  };
+
+  std::deque<Entry> entries_;
+  SlotIndex<Uuid, Hash> index_;
+  std::vector<Slot> free_;
+  std::vector<Slot> candidates_;
+};
+
+}  // namespace Agent::Ovsdb
