@@ -1,0 +1,3 @@
+// Asio, compiled once.
+#include <asio/impl/src.hpp>
+#include <asio/ssl/impl/src.hpp>
