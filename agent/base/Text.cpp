@@ -96,6 +96,10 @@ std::string rfc3339Text(std::int64_t nanoseconds) {
   return std::move(text).str();
 }
 
+std::string rfc3339Text(std::chrono::system_clock::time_point time) {
+  return rfc3339Text(std::chrono::nanoseconds(time.time_since_epoch()).count());
+}
+
 const char* onOff(bool value) { return value ? "on" : "off"; }
 
 std::string flagText(const std::optional<bool>& flag) { return flag ? onOff(*flag) : "absent"; }

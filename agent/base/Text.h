@@ -1,6 +1,7 @@
 // How the views write what people read: times, and tables with aligned columns.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -21,6 +22,7 @@ std::string utcText(std::int64_t nanoseconds);
 
 // The same as programs read it (RFC 3339), to the nanosecond: "2026-11-21T05:10:11.123456789Z".
 std::string rfc3339Text(std::int64_t nanoseconds);
+std::string rfc3339Text(std::chrono::system_clock::time_point time);
 
 // "on" or "off".
 const char* onOff(bool value);
