@@ -137,12 +137,20 @@ CLI::Validator oneOf(const std::vector<std::string>& words) {
   });
 }
 
-CLI::Validator seconds() {
-  return refusing("a number of seconds from 0 to 1000000000", [](const std::string& text) {
+namespace {
+
+CLI::Validator realNumber(const std::string& what, double most) {
+  return refusing(what, [most](const std::string& text) {
     const auto number = numberIn<double>(text);
-    return number && *number >= 0 && *number <= 1e9;  // NaN is neither
+    return number && *number >= 0 && *number <= most;  // NaN is neither
   });
 }
+
+}  // namespace
+
+CLI::Validator seconds() { return realNumber("a number of seconds from 0 to 1000000000", 1e9); }
+
+CLI::Validator share() { return realNumber("a share from 0 to 1", 1); }
 
 bool isTerminal(int descriptor) {
   const char* const terminal = std::getenv("TERM");
@@ -153,6 +161,36 @@ bool wantsColours(const std::string& when) {
   if (when != "auto") return when == "always";
   const char* const unwanted = std::getenv("NO_COLOR");
   return isTerminal(STDOUT_FILENO) && (unwanted == nullptr || *unwanted == '\0');
+}
+
+namespace {
+
+// As if the command line had given it.
+void give(CLI::App& command, const CLI::ConfigItem& item) {
+  CLI::Option* const option = command.get_option_no_throw("--" + item.name);
+  if (option == nullptr || !item.parents.empty() || item.name == "config")
+    throw CLI::ValidationError(
+        "--config", '"' + printable(item.fullname()) + "\": expected an option of the command");
+  if (option->count() > 0) return;
+  const bool isFlag = option->get_expected_min() == 0;
+  if (isFlag)
+    option->add_result(option->get_flag_value(item.name, CLI::ConfigTOML().to_flag(item)));
+  else
+    option->add_result(item.inputs);
+  option->run_callback();
+}
+
+}  // namespace
+
+void addConfigFile(CLI::App& command) {
+  const auto read = [&command](const std::string& file) {
+    for (const CLI::ConfigItem& item : CLI::ConfigTOML().from_file(file)) give(command, item);
+  };
+  command
+      .add_option_function<std::string>("--config", read,
+                                        "A file of these options, without their dashes, in TOML")
+      ->check(CLI::Validator(CLI::ExistingFile).description(""))
+      ->type_name("FILE");
 }
 
 void layOutHelp(CLI::App& program) {

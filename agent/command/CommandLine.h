@@ -15,6 +15,9 @@ CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most);
 // Takes decimal numbers from 0 to a thousand million, "0.5" and "1e-3" among them.
 CLI::Validator seconds();
 
+// Takes decimal numbers from 0 to 1.
+CLI::Validator share();
+
 // Where colours go: "auto" asks the terminal and the environment, "always" and "never" nobody.
 bool wantsColours(const std::string& when);
 
@@ -23,6 +26,10 @@ bool isTerminal(int descriptor);
 
 // Takes one of the words.
 CLI::Validator oneOf(const std::vector<std::string>& words);
+
+// Adds --config: a TOML file with the command's other options, whose names go without their dashes.
+// What the command line gives counts more.
+void addConfigFile(CLI::App& command);
 
 // Lays out the help of `program` and its commands; to be called when all options are there.
 void layOutHelp(CLI::App& program);

@@ -1,4 +1,5 @@
-// vxlan-agent: runs the controller client over recorded state, and shows what it makes of it.
+// vxlan-agent: runs the controller client over a live database or recorded state, and shows what it
+// makes of it.
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <exception>
@@ -16,7 +17,10 @@
 #include "agent/base/Descriptor.h"
 #include "agent/base/ExitStatus.h"
 #include "agent/base/StopSignal.h"
+#include "agent/command/Command.h"
 #include "agent/command/CommandLine.h"
+#include "agent/command/LiveCommands.h"
+#include "agent/command/RunningOptions.h"
 #include "agent/journal/Check.h"
 #include "agent/journal/Generate.h"
 #include "agent/journal/Journal.h"
@@ -27,14 +31,8 @@
 
 namespace {
 
-// Returns the exit status.
-using Command = std::function<int(std::ostream& out, std::ostream& errors)>;
-
-constexpr const char* exitCodes =
-    "Exit status: 0 done; 1 a malformed line, or a file that cannot be read or\n"
-    "written; 2 an exception of the data model or of the client, or a damaged trace\n"
-    "ring file; 3 a replay that does not come to rest; 64 wrong usage; 128+N ended by\n"
-    "signal N.";
+using Agent::Command;
+using Agent::exitCodes;
 
 constexpr auto largest32 = std::numeric_limits<std::uint32_t>::max();
 constexpr auto largest64 = std::numeric_limits<std::uint64_t>::max();
@@ -46,11 +44,9 @@ Command addReplay(CLI::App& program) {
     std::vector<std::string> journals;
     Agent::ReplayOptions replay;
     std::size_t rows = Agent::TableOptions().mostRows;
-    double maxProcessTime = -1;  // not given
-    int traceLevel = -1;         // not given
+    Agent::RunningOptions running;
     std::string format = "table";
     std::string colour = "auto";
-    std::string ringDirectory;
   };
   auto options = std::make_shared<Options>();
   auto& replay = options->replay;
@@ -81,11 +77,6 @@ Command addReplay(CLI::App& program) {
       ->check(Agent::oneOf({"auto", "always", "never"}))
       ->type_name("WHEN");
   command.add_flag("--timeline", replay.timeline, "A line for each turn of the event loop");
-  command
-      .add_option("--max-process-time", options->maxProcessTime,
-                  "Seconds that a batch of deferred deletion may take; 0.01 if not given")
-      ->check(Agent::seconds())
-      ->type_name("SECONDS");
   auto* const timePerRead =
       command
           .add_option("--time-per-read", replay.timePerRead,
@@ -98,27 +89,17 @@ Command addReplay(CLI::App& program) {
       ->excludes(timePerRead);
   command.add_flag("--keep-going", replay.keepGoing,
                    "Print exceptions as lines of the output, and go on");
-  command
-      .add_flag("--trace{8}", options->traceLevel,
-                "Trace the levels 0 to LEVEL (8 if not given) on standard error")
-      ->check(Agent::wholeNumber(0, 9))
-      ->type_name("LEVEL");
-  command
-      .add_option("--ring", options->ringDirectory,
-                  "Directory for the trace ring file; none is written if not given")
-      ->check(CLI::Validator(CLI::ExistingDirectory).description(""))
-      ->type_name("DIRECTORY");
+  Agent::addRunningOptions(command, options->running);
   return [options](std::ostream& out, std::ostream& errors) -> int {
     auto& each = options->replay;
     if (options->format == "json") each.output.format = Agent::Format::json;
     each.output.table.mostRows = options->rows == 0 ? Agent::TableOptions::all : options->rows;
     each.output.table.colours = Agent::wantsColours(options->colour);
     each.progress = Agent::isTerminal(STDERR_FILENO);
-    if (options->maxProcessTime >= 0) each.maxProcessTime = options->maxProcessTime;
-    std::optional<unsigned> traceLevel;
-    if (options->traceLevel >= 0) traceLevel = static_cast<unsigned>(options->traceLevel);
-    Ringlog::directoryIs(options->ringDirectory);
-    const int status = Agent::replayCommand(options->journals, each, traceLevel, out, errors);
+    each.maxProcessTime = options->running.maxProcessTime;
+    Ringlog::directoryIs(options->running.ringDirectory);
+    const int status =
+        Agent::replayCommand(options->journals, each, options->running.traceLevel, out, errors);
     if (Ringlog::error().empty()) return status;
     errors << "vxlan-agent: " << Ringlog::error() << '\n';
     return status == Agent::ExitStatus::done ? Agent::ExitStatus::failed : status;
@@ -207,14 +188,16 @@ Command addGenerate(CLI::App& program) {
 }
 
 int run(int argc, char** argv, std::ostream& out, std::ostream& errors) {
-  CLI::App program("The VXLAN controller client over recorded state.", "vxlan-agent");
+  CLI::App program("The VXLAN controller client, live or over recorded state.", "vxlan-agent");
   program.set_version_flag("--version", VXLAN_VERSION);
   program.require_subcommand(1);
   program.footer("vxlan-agent COMMAND --help tells more.\n\n" + std::string(exitCodes));
-  const std::map<std::string, Command> commands{{"replay", addReplay(program)},
-                                                {"trace", addTrace(program)},
-                                                {"check", addCheck(program)},
-                                                {"generate", addGenerate(program)}};
+  std::map<std::string, Command> commands;
+  Agent::addLiveCommands(program, commands);
+  commands["replay"] = addReplay(program);
+  commands["trace"] = addTrace(program);
+  commands["check"] = addCheck(program);
+  commands["generate"] = addGenerate(program);
   Agent::layOutHelp(program);
   try {
     program.parse(argc, argv);

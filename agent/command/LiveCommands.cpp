@@ -1,0 +1,190 @@
+#include "agent/command/LiveCommands.h"
+
+#include <chrono>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <unistd.h>
+#include <utility>
+
+#include "Vxlan/Trace.h"
+#include "agent/base/ExitStatus.h"
+#include "agent/base/InputError.h"
+#include "agent/base/Text.h"
+#include "agent/command/CommandLine.h"
+#include "agent/command/RunningOptions.h"
+#include "agent/live/ControlClient.h"
+#include "agent/live/LiveAgent.h"
+#include "agent/trace/TraceStream.h"
+#include "framework/Ringlog/Ring.h"
+
+namespace Agent {
+
+namespace {
+
+constexpr std::size_t mebibyte = std::size_t{1} << 20;
+
+struct RunOptions {
+  LiveOptions live{};
+  RunningOptions running{};
+  std::string database{};
+  std::string dataPlane = "none";
+};
+
+CLI::Validator remotes() {
+  const auto complaint = [](const std::string& text) -> std::string {
+    try {
+      Ovsdb::parseRemotes(text);
+      return "";
+    } catch (const InputError& error) {
+      return error.what();
+    }
+  };
+  return {complaint, ""};
+}
+
+void addDatabaseOptions(CLI::App& command, RunOptions& options) {
+  command
+      .add_option("--database", options.database,
+                  "unix:PATH, tcp:HOST:PORT or ssl:HOST:PORT; the members of a cluster with commas "
+                  "between them")
+      ->required()
+      ->check(remotes())
+      ->type_name("REMOTE");
+  command
+      .add_option("--switch", options.live.switchName,
+                  "The Physical_Switch row that is us; it is waited for")
+      ->required()
+      ->type_name("NAME");
+  auto& tls = options.live.database.tls;
+  command.add_option("--private-key", tls.privateKey, "Ours, for ssl:")->type_name("FILE");
+  command.add_option("--certificate", tls.certificate, "Ours, for ssl:")->type_name("FILE");
+  command.add_option("--ca-cert", tls.caCertificate, "Who signs the server's, for ssl:")
+      ->type_name("FILE");
+}
+
+void addGateOptions(CLI::App& command, GateOptions& gate) {
+  const auto addSeconds = [&command](const char* name, double& number, const char* what) {
+    command.add_option(name, number, what)
+        ->check(seconds())
+        ->type_name("SECONDS")
+        ->capture_default_str();
+  };
+  addSeconds("--withdraw-delay", gate.withdrawDelay,
+             "How long a withdrawal waits for its re-announcement; 0 is not at all");
+  command
+      .add_option("--hold-above", gate.holdAbove,
+                  "The share of all hosts that must wait to be withdrawn for a hold to begin")
+      ->check(share())
+      ->type_name("SHARE")
+      ->capture_default_str();
+  command.add_option("--hold-min", gate.holdMin, "And the number of hosts")
+      ->check(wholeNumber(0, std::numeric_limits<std::uint32_t>::max()))
+      ->type_name("NUMBER")
+      ->capture_default_str();
+  addSeconds("--hold-time", gate.holdTime, "After which a hold ends by itself; 0 is never");
+  addSeconds("--settle", gate.settle,
+             "Without a change, after which a controller that is back counts as converged");
+}
+
+void addOutputOptions(CLI::App& command, RunOptions& options) {
+  command
+      .add_option("--data-plane", options.dataPlane,
+                  "none: decides and shows, and programs nothing")
+      ->check(oneOf({"none"}))
+      ->type_name("WHICH")
+      ->capture_default_str();
+  command
+      .add_option("--record", options.live.recording.file,
+                  "Record all that is applied, as a state journal for replay")
+      ->type_name("FILE");
+  command
+      .add_option("--record-size", options.live.recording.largest,
+                  "MiB after which a new recording is begun; the last three are kept as FILE.1 to "
+                  "FILE.3. 0 is never")
+      ->check(wholeNumber(0, std::numeric_limits<std::uint32_t>::max()))
+      ->type_name("MIB")
+      ->capture_default_str();
+  command
+      .add_option("--control", options.live.control,
+                  std::string("The socket for status and the like; ") + controlDirectory +
+                      "/NAME.sock if not given")
+      ->type_name("PATH");
+}
+
+int run(RunOptions options, std::ostream& errors) {
+  LiveOptions& live = options.live;
+  live.database.remotes = Ovsdb::parseRemotes(options.database);
+  live.maxProcessTime = options.running.maxProcessTime;
+  live.recording.largest *= mebibyte;
+  live.version = VXLAN_VERSION;
+  if (live.control.empty())
+    live.control = std::string(controlDirectory) + '/' + live.switchName + ".sock";
+  Log log(errors, Log::readsJournal(STDERR_FILENO));
+  Ringlog::directoryIs(options.running.ringDirectory);
+  std::optional<TraceStream> trace;
+  if (options.running.traceLevel)
+    trace.emplace(errors, *options.running.traceLevel,
+                  std::vector<Moru::TraceFacility*>{&Moru::traceFacility, &Ringlog::traceFacility,
+                                                    &Vxlan::traceFacility},
+                  [] { return rfc3339Text(std::chrono::system_clock::now()); });
+  LiveAgent agent(std::move(live), log);
+  return ExitStatus::signalled + agent.run();
+}
+
+Command addRun(CLI::App& program) {
+  auto options = std::make_shared<RunOptions>();
+  CLI::App& command =
+      *program.add_subcommand("run", "Follow a network controller's database, live");
+  command.footer(
+      "A database that is not there is waited for, and when it is lost, all stays as\n"
+      "it is.\n\n"
+      "  vxlan-agent run --database unix:/run/openvswitch/db.sock --switch tor1\n"
+      "  vxlan-agent run --config /etc/vxlan-agent/tor1.toml\n\n" +
+      std::string(exitCodes));
+  addDatabaseOptions(command, *options);
+  addGateOptions(command, options->live.gate);
+  addOutputOptions(command, *options);
+  addRunningOptions(command, options->running);
+  addConfigFile(command);
+  return [options](std::ostream&, std::ostream& errors) { return run(*options, errors); };
+}
+
+Command addQuestion(CLI::App& program, const std::string& name, const std::string& what) {
+  struct Options {
+    Question question{};
+    std::string format = "table";
+  };
+  auto options = std::make_shared<Options>();
+  options->question.what = name;
+  CLI::App& command = *program.add_subcommand(name, what);
+  command.footer(exitCodes);
+  if (name == "hosts") command.add_option("MAC", options->question.mac, "This one alone");
+  command.add_option("--format", options->format, "table or json, an object a line")
+      ->check(oneOf({"table", "json"}))
+      ->type_name("FORMAT")
+      ->capture_default_str();
+  command
+      .add_option("--control", options->question.control,
+                  "The agent's control socket; needed where several agents run")
+      ->type_name("PATH");
+  return [options](std::ostream& out, std::ostream&) {
+    options->question.json = options->format == "json";
+    return ask(options->question, out);
+  };
+}
+
+}  // namespace
+
+void addLiveCommands(CLI::App& program, std::map<std::string, Command>& commands) {
+  commands["run"] = addRun(program);
+  const std::pair<const char*, const char*> questions[] = {
+      {"status", "How the running agent is"},
+      {"hosts", "The hosts that the running agent has decided on"},
+      {"floods", "Its flood sets"},
+      {"problems", "What is wrong with what it is given"},
+      {"release", "End a hold of the running agent"}};
+  for (const auto& [name, what] : questions) commands[name] = addQuestion(program, name, what);
+}
+
+}  // namespace Agent

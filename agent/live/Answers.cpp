@@ -1,0 +1,115 @@
+#include "agent/live/Answers.h"
+
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "agent/base/Text.h"
+#include "agent/view/FloodSetText.h"
+#include "agent/view/Snapshot.h"
+
+namespace Agent {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string lineOf(const Json& object) {
+  constexpr bool asciiAlone = true;
+  return object.dump(-1, ' ', asciiAlone, Json::error_handler_t::replace) + '\n';
+}
+
+// Some milliseconds' worth of lines at a time.
+template <class Record, class ToJson>
+Answer answerOf(std::vector<Record> records, ToJson toJson) {
+  constexpr std::size_t recordsAtOnce = 512;
+  const auto all = std::make_shared<std::vector<Record>>(std::move(records));
+  return [all, toJson, next = std::size_t{0}](std::string& out) mutable {
+    const std::size_t end = std::min(next + recordsAtOnce, all->size());
+    for (; next < end; ++next) out += lineOf(toJson((*all)[next]));
+    return next < all->size();
+  };
+}
+
+struct HostRecord {
+  Bridging::VlanId vlan;
+  Vorn::EthAddr mac;
+  std::optional<Vxlan::VniExt> vni;
+  Vorn::IpGenAddr vtep;
+  bool marked;
+  bool waiting;
+};
+
+std::optional<Vxlan::VniExt> vniOf(const VlanToVni& vnis, const Bridging::VlanId& vlan) {
+  const auto vni = vnis.find(vlan);
+  return vni == vnis.end() ? std::nullopt : std::optional(vni->second);
+}
+
+Json jsonOf(const std::optional<Vxlan::VniExt>& vni) {
+  return vni ? Json(vni->value()) : Json(nullptr);
+}
+
+}  // namespace
+
+Answer hostsAnswer(const EmbeddedClient& embedded, const WithdrawalGate& gate,
+                   const std::optional<Vorn::EthAddr>& mac) {
+  const StateStore& store = embedded.store();
+  const VlanToVni vnis = vlanToVni(*store.vlanVniMaps);
+  std::vector<HostRecord> records;
+  for (const auto& [key, host] : store.l2RibZepInput->host()) {
+    if (mac && key.mac != *mac) continue;
+    const auto vni = vniOf(vnis, key.vlan);
+    records.push_back({key.vlan, key.mac, vni, host.dest.vtepAddr(0),
+                       embedded.client() && embedded.client()->hostTable()->isMarked(key),
+                       vni && gate.isWaiting(*vni, key.mac)});
+  }
+  std::ranges::sort(records, {},
+                    [](const HostRecord& each) { return std::tuple(each.vlan, each.mac); });
+  return answerOf(std::move(records), [](const HostRecord& each) -> Json {
+    return {{"mac", each.mac.stringValue()}, {"vlan", each.vlan.value()},
+            {"vni", jsonOf(each.vni)},       {"vtep", each.vtep.stringValue()},
+            {"marked", each.marked},         {"waiting", each.waiting}};
+  });
+}
+
+Answer floodsAnswer(const EmbeddedClient& embedded) {
+  const Snapshot snapshot = takeSnapshot("", 0, {.floodSets = embedded.store().zepSde}, {});
+  std::vector<std::pair<std::optional<Vxlan::VniExt>, VlanFloodSetSnapshot>> records;
+  const VlanToVni vnis = vlanToVni(*embedded.store().vlanVniMaps);
+  for (const VlanFloodSetSnapshot& each : *snapshot.floodSets)
+    if (each.floodSet) records.emplace_back(vniOf(vnis, each.vlan), each);
+  return answerOf(std::move(records), [](const auto& each) -> Json {
+    const auto& [vni, flood] = each;
+    Json json{{"vlan", flood.vlan.value()},
+              {"vni", jsonOf(vni)},
+              {"mac", flood.floodSet->mac.stringValue()},
+              {"type", static_cast<std::uint32_t>(flood.floodSet->type)},
+              {"vteps", Json::array()}};
+    for (const L2Rib::Dest& dest : flood.floodSet->dests) json["vteps"].push_back(destText(dest));
+    return json;
+  });
+}
+
+Answer problemsAnswer(const Problems& problems) {
+  std::vector<std::pair<std::string, Problem>> records(problems.all().begin(),
+                                                       problems.all().end());
+  return answerOf(std::move(records), [](const auto& each) -> Json {
+    const auto& [what, problem] = each;
+    return {{"since", rfc3339Text(problem.since)},
+            {"what", what},
+            {"value", problem.value},
+            {"why", problem.why}};
+  });
+}
+
+Answer lineAnswer(const nlohmann::ordered_json& object) {
+  return [line = lineOf(object)](std::string& out) {
+    out += line;
+    return false;
+  };
+}
+
+}  // namespace Agent

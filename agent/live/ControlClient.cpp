@@ -1,0 +1,158 @@
+#include "agent/live/ControlClient.h"
+
+#include <asio/buffer.hpp>
+#include <asio/io_context.hpp>
+#include <asio/local/stream_protocol.hpp>
+#include <asio/read_until.hpp>
+#include <asio/write.hpp>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "agent/base/InputError.h"
+#include "agent/base/Text.h"
+#include "agent/view/FloodSetText.h"
+
+namespace Agent {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Protocol = asio::local::stream_protocol;
+
+// The socket of the machine's only agent.
+std::string onlySocket() {
+  std::vector<std::string> sockets;
+  std::error_code none;
+  for (const auto& each : std::filesystem::directory_iterator(controlDirectory, none))
+    if (each.path().extension() == ".sock") sockets.push_back(each.path());
+  if (sockets.size() == 1) return sockets.front();
+  std::string found;
+  for (const std::string& each : sockets) appendTo(found, ", ", each);
+  throw InputError(std::string(controlDirectory) + " has " +
+                   (sockets.empty() ? "no control socket" : found) +
+                   ": expected --control with the agent's own");
+}
+
+class Connection {
+ public:
+  explicit Connection(const std::string& path) : socket_(io_) {
+    std::error_code error;
+    socket_.connect(Protocol::endpoint(path), error);
+    if (error) throw std::system_error(error, "no agent answers at " + path);
+  }
+
+  void write(const std::string& line) { asio::write(socket_, asio::buffer(line)); }
+
+  // The next line without its end; false if there is none.
+  bool read(std::string& line) {
+    std::error_code error;
+    const std::size_t length =
+        asio::read_until(socket_, asio::dynamic_buffer(pending_), '\n', error);
+    if (error == asio::error::eof) return false;
+    if (error) throw std::system_error(error, "cannot read the agent's answer");
+    line = pending_.substr(0, length - 1);
+    pending_.erase(0, length);
+    return true;
+  }
+
+ private:
+  asio::io_context io_;
+  Protocol::socket socket_;
+  std::string pending_;
+};
+
+std::string textOf(const Json& value) {
+  if (value.is_null()) return "-";
+  if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
+  if (value.is_array()) {
+    std::string all;
+    for (const Json& each : value) appendTo(all, " ", textOf(each));
+    return all;
+  }
+  return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+// "hosts.wanted" and what it is, a line each.
+void addFields(TextTable& table, const std::string& name, const Json& value) {
+  if (!value.is_object()) return table.add({name, textOf(value)});
+  for (const auto& [key, member] : value.items()) {
+    std::string path = name;
+    appendTo(path, ".", key);
+    addFields(table, path, member);
+  }
+}
+
+// The answers as tables, by the question.
+class Tables {
+ public:
+  explicit Tables(const std::string& what) : what_(what), table_(titles(what)) {}
+
+  void add(const Json& record) {
+    if (columnsOf(what_).empty())
+      addFields(table_, "", record);
+    else
+      addRow(record);
+    isEmpty_ = false;
+  }
+
+  void print(std::ostream& out) const {
+    if (isEmpty_)
+      out << "none\n";
+    else
+      table_.print(out);
+  }
+
+ private:
+  // The keys of its records; none where it is one object.
+  static std::vector<std::string> columnsOf(const std::string& what) {
+    if (what == "hosts") return {"mac", "vlan", "vni", "vtep", "marked", "waiting"};
+    if (what == "floods") return {"vlan", "vni", "mac", "type", "vteps"};
+    if (what == "problems") return {"since", "what", "value", "why"};
+    return {};
+  }
+
+  static std::vector<std::string> titles(const std::string& what) {
+    const auto columns = columnsOf(what);
+    return columns.empty() ? std::vector<std::string>{"what", "now"} : columns;
+  }
+
+  void addRow(const Json& record) {
+    std::vector<std::string> cells;
+    for (const std::string& key : columnsOf(what_)) {
+      const Json& value = record.at(key);
+      const bool isType = key == "type";
+      cells.push_back(isType ? typeText(L2Rib::FloodSetType{value.get<std::uint32_t>()})
+                             : textOf(value));
+    }
+    table_.add(std::move(cells));
+  }
+
+  const std::string what_;
+  TextTable table_;
+  bool isEmpty_ = true;
+};
+
+}  // namespace
+
+ExitStatus ask(const Question& question, std::ostream& out) {
+  Connection agent(question.control.empty() ? onlySocket() : question.control);
+  Json asked{{"question", question.what}};
+  if (!question.mac.empty()) asked["mac"] = question.mac;
+  agent.write(asked.dump() + '\n');
+  Tables tables(question.what);
+  for (std::string line; agent.read(line);) {
+    const Json record = Json::parse(line);
+    if (record.contains("error")) throw InputError(record["error"].get<std::string>());
+    if (question.json)
+      out << line << '\n';
+    else
+      tables.add(record);
+  }
+  if (!question.json) tables.print(out);
+  return ExitStatus::done;
+}
+
+}  // namespace Agent

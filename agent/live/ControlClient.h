@@ -1,0 +1,26 @@
+// Asks a running agent, and shows what it answers.
+#pragma once
+
+#include <functional>
+#include <ostream>
+#include <string>
+
+#include "agent/base/ExitStatus.h"
+
+namespace Agent {
+
+struct Question {
+  std::string control;  // the socket; empty: the only one of the machine
+  std::string what;     // hosts, floods, problems, status or release
+  std::string mac;      // hosts: of this one alone; empty: all
+  bool json = false;    // the answer as it comes
+};
+
+// Throws std::system_error if no agent answers, InputError where it is not clear which, or where
+// the agent does not understand.
+ExitStatus ask(const Question& question, std::ostream& out);
+
+// Where the sockets of a machine's agents are, NAME.sock each.
+inline constexpr const char* controlDirectory = "/run/vxlan-agent";
+
+}  // namespace Agent

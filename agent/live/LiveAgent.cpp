@@ -1,0 +1,262 @@
+#include "agent/live/LiveAgent.h"
+
+#include <cmath>
+#include <csignal>
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "agent/base/InputError.h"
+#include "agent/base/Text.h"
+#include "agent/journal/Path.h"
+#include "agent/journal/WholeState.h"
+#include "agent/live/Notify.h"
+#include "framework/Moru/ActivityFacility.h"
+#include "framework/Moru/Exception.h"
+#include "framework/Ringlog/Ring.h"
+
+namespace Agent {
+
+namespace {
+
+using Object = nlohmann::ordered_json;
+
+constexpr double sliceTime = 0.005;  // seconds
+
+double now() { return Moru::ActivityFacility::current()->now(); }
+
+const char* nameOf(Ovsdb::SessionState state) {
+  switch (state) {
+    case Ovsdb::SessionState::connecting:
+      return "connecting";
+    case Ovsdb::SessionState::syncing:
+      return "syncing";
+    case Ovsdb::SessionState::inSync:
+      return "in sync";
+    case Ovsdb::SessionState::noQuorum:
+      return "no quorum";
+  }
+  return "";
+}
+
+}  // namespace
+
+LiveAgent::LiveAgent(LiveOptions options, Log& log)
+    : options_(std::move(options)),
+      log_(log),
+      signals_(io_, SIGINT, SIGTERM),
+      problems_([this](const std::string& what, const Problem& problem) { tell(what, problem); }),
+      embedded_(options_.maxProcessTime),
+      recording_(
+          options_.recording,
+          [this](const Recording::Write& write) { writeWholeState(embedded_, write); }, problems_),
+      loop_(io_, [this] { return work(); }),
+      gate_(options_.gate,
+            [this](Change change) {
+              changes_.push(std::move(change));
+              loop_.wake();
+            }),
+      import_(
+          options_.switchName, gate_, [this](Change change) { changes_.push(std::move(change)); },
+          problems_,
+          {.caughtUp =
+               [this] {
+                 isSwitchMissing_ = false;
+                 gate_.inSyncIs(true);
+                 log_.notice("all of the database's state is told: " +
+                             std::to_string(gate_.hosts()) + " hosts");
+               },
+           .unknownRow = [this](const std::string& row) { session_.resync("unknown row " + row); },
+           .switchMissing = [this] { isSwitchMissing_ = true; }}),
+      session_(io_, options_.database, *this, problems_),
+      control_(io_, options_.control,
+               [this](const std::string& question) { return answer(question); }) {
+  // The client looks for the replication mode when it is built.
+  act(Change(Set<HwBum>{{}, Vxlan::BumReplicationMode::controller}));
+  Vti::Value vti;
+  vti.controllerClientMode = true;
+  act(Change(Set<Vti>{{Vorn::IntfId(WithdrawalGate::vtiName)}, vti}));
+  while (!changes_.isEmpty())
+    changes_.applyFor(sliceTime, [this](const Change& change) { apply(change); });
+  act(Start());
+}
+
+LiveAgent::~LiveAgent() = default;
+
+int LiveAgent::run() {
+  signals_.async_wait([this](const std::error_code& error, int signal) {
+    if (error) return;
+    signal_ = signal;
+    io_.stop();
+  });
+  log_.notice("following " + options_.switchName + " of " + session_.remote().text() +
+              ", answering at " + options_.control);
+  session_.start();
+  loop_.wake();
+  notifyReady();
+  io_.run();
+  notifyStopping();
+  log_.notice("stopped by signal " + std::to_string(signal_));
+  return signal_;
+}
+
+void LiveAgent::inSyncLost(const std::string& why) {
+  log_.warning("the database is lost, and all stays as it is: " + why);
+  isSwitchMissing_ = false;
+  import_.inSyncLost();
+  gate_.inSyncIs(false);
+  loop_.wake();
+}
+
+void LiveAgent::updatesArrived(Ovsdb::Updates updates) {
+  import_.take(std::move(updates));
+  loop_.wake();
+}
+
+void LiveAgent::caughtUp() {
+  import_.caughtUp();
+  loop_.wake();
+}
+
+// A message is evaluated whole before what it changes is applied, and that before the next message.
+bool LiveAgent::work() {
+  if (import_.isBusy() || (changes_.isEmpty() && import_.hasWork()))
+    import_.step(sliceTime);
+  else
+    changes_.applyFor(sliceTime, [this](const Change& change) { apply(change); });
+  recording_.rotateIfFull();
+  tellConvergence();
+  return import_.hasWork() || !changes_.isEmpty();
+}
+
+void LiveAgent::act(const Action& action) {
+  recording_.write(action);  // first: it may be what ends the process
+  if (const auto* const change = std::get_if<Change>(&action)) embedded_.store().apply(*change);
+  if (std::holds_alternative<Start>(action)) embedded_.start();
+}
+
+// The store takes further changes where a reaction has thrown.
+void LiveAgent::apply(const Change& change) {
+  try {
+    act(change);
+  } catch (const Moru::Exception& exception) {
+    problems_.raise("client: " + pathOf(change), exception.type(), exception.what());
+  }
+}
+
+// A database full of rubbish must not fill the log: `problems` lists all.
+void LiveAgent::tell(const std::string& what, const Problem& problem) {
+  constexpr std::size_t mostAtOnce = 20;
+  constexpr double pause = 10;
+  if (now() - toldSince_ > pause) {
+    toldSince_ = now();
+    told_ = 0;
+  }
+  ++told_;
+  if (told_ <= mostAtOnce)
+    log_.warning(what + (problem.value.empty() ? "" : " is \"" + problem.value + '"') + ": " +
+                 problem.why);
+  if (told_ == mostAtOnce) log_.warning("more problems: vxlan-agent problems lists them all");
+}
+
+void LiveAgent::tellConvergence() {
+  std::string convergence = because();
+  if (convergence == convergence_) return;
+  convergence_ = std::move(convergence);
+  log_.notice(convergence_.empty() ? "converged" : "converging: " + convergence_);
+  notifyStatus(convergence_.empty() ? "in sync" : convergence_);
+}
+
+std::string LiveAgent::because() const {
+  std::string reasons;
+  const auto add = [&reasons](const std::string& reason) { appendTo(reasons, "; ", reason); };
+  if (isSwitchMissing_)
+    add("the database has no Physical_Switch " + options_.switchName);
+  else if (session_.state() != Ovsdb::SessionState::inSync)
+    add("the database is not in sync: " + std::string(nameOf(session_.state())));
+  else if (!gate_.inSync())
+    add("the database's state is being taken over");
+  if (gate_.hold()) add("a hold: more hosts were withdrawn than a working controller withdraws");
+  return reasons;
+}
+
+Answer LiveAgent::answer(const std::string& question) {
+  const auto asked = Object::parse(question, nullptr, false);
+  const auto textAt = [&asked](const char* key) {
+    return asked.is_object() && asked.contains(key) && asked[key].is_string()
+               ? asked[key].get<std::string>()
+               : std::string();
+  };
+  const std::string what = textAt("question");
+  if (what == "status") return lineAnswer(status());
+  if (what == "floods") return floodsAnswer(embedded_);
+  if (what == "problems") return problemsAnswer(problems_);
+  if (what == "hosts") {
+    std::optional<Vorn::EthAddr> mac;
+    if (const std::string text = textAt("mac"); !text.empty()) {
+      mac = Vorn::EthAddr::parse(text);
+      if (!mac) throw InputError('"' + text + "\": expected a MAC address");
+    }
+    return hostsAnswer(embedded_, gate_, mac);
+  }
+  if (what == "release") {
+    const bool wasHeld = gate_.hold().has_value();
+    gate_.release();
+    loop_.wake();
+    if (wasHeld) log_.notice("the hold is ended by the operator");
+    return lineAnswer({{"released", wasHeld}});
+  }
+  throw InputError('"' + what + "\": expected status, hosts, floods, problems or release");
+}
+
+std::string LiveAgent::timeText(double at) const {
+  const std::chrono::duration<double> away(at - now());
+  return rfc3339Text(std::chrono::system_clock::now() +
+                     std::chrono::duration_cast<std::chrono::system_clock::duration>(away));
+}
+
+Object LiveAgent::holdStatus() const {
+  const auto hold = gate_.hold();
+  if (!hold) return nullptr;
+  return {{"since", timeText(hold->since)},
+          {"waiting", hold->waiting},
+          {"ends", hold->ends ? Object(timeText(*hold->ends)) : Object(nullptr)}};
+}
+
+Object LiveAgent::status() const {
+  const StateStore& store = embedded_.store();
+  const auto& convergence = store.zepConvergenceStatus;
+  const double due = Moru::ActivityFacility::current()->nextDue();
+  const std::string reasons = because();
+  return {{"switch", options_.switchName},
+          {"database",
+           {{"state", nameOf(session_.state())},
+            {"remote", session_.remote().text()},
+            {"since", rfc3339Text(session_.since())},
+            {"lastWord", session_.lastWord()}}},
+          {"converging", gate_.converging()},
+          {"because", reasons.empty() ? Object(nullptr) : Object(reasons)},
+          {"hold", holdStatus()},
+          {"hosts",
+           {{"wanted", store.l2RibZepInput->host().size()},
+            {"marked", embedded_.client()->hostTable()->markedForDelCount()},
+            {"waiting", gate_.waiting()},
+            {"programmed", 0},
+            {"refused", 0},
+            {"foreign", 0}}},
+          {"vnis", store.controllerStatusBaseDir->entityPtr().size()},
+          {"problems", problems_.all().size()},
+          {"clocks",
+           {{"unicastDeferredDeletion", convergence->unicastDeferredDeletionInProgress()},
+            {"bumDeferredDeletion", convergence->bumDeferredDeletionInProgress()},
+            {"nextDue", due == Moru::Clock::never ? Object(nullptr) : Object(timeText(due))}}},
+          {"dataPlane", "none"},
+          {"recording", recording_.file().empty() ? Object(nullptr)
+                                                  : Object({{"file", recording_.file()},
+                                                            {"bytes", recording_.size()},
+                                                            {"written", recording_.isWritten()}})},
+          {"ring", Ringlog::error()},
+          {"version", options_.version}};
+}
+
+}  // namespace Agent
