@@ -260,7 +260,9 @@ void WithdrawalGate::startWaiting(const Vxlan::VniExt& vni, const Vorn::EthAddr&
   host.withdrawal = enqueue(cause == Cause::meant ? meantHostQueue_ : hostQueue_, vni, mac);
   host.cause = cause;
   ++waiting_;
-  if (cause == Cause::controller) ++counting_;
+  if (cause == Cause::meant) return;
+  ++counting_;
+  lastTaken_ = time_;
 }
 
 void WithdrawalGate::stopWaiting(Host& host) {
@@ -380,7 +382,10 @@ WithdrawalGate::Withdrawal WithdrawalGate::enqueue(Queue& queue, const Vxlan::Vn
 double WithdrawalGate::dueTime(const Queue& queue) const {
   if (queue.empty()) return Moru::Clock::never;
   if (hold_ && &queue == &hostQueue_) return time_;  // the client keeps them
-  return std::max(queue.front().at, syncedAt_ + options_.withdrawDelay);
+  const double delay = options_.withdrawDelay;
+  const double due = std::max(queue.front().at, syncedAt_ + delay);
+  if (&queue != &hostQueue_ || counting_ <= options_.holdMin) return due;
+  return std::max(due, std::min(lastTaken_ + delay, due + (longestWait - 1) * delay));
 }
 
 // Lets through what is due: the clock's turn, and that of whoever may have made something due.

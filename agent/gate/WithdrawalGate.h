@@ -7,6 +7,10 @@
 // client deletes what has not come back. VNIs and whole lists, which the client would give up at
 // once, stay as they are until then.
 //
+// It may take back everything row by row, for longer than a withdrawal waits. So when more hosts
+// wait than a hold needs at least, none of them goes through while others keep coming: either that
+// becomes a hold, or the stream ends. The longest wait is `longestWait` times the usual one.
+//
 // While the source is not in sync nothing is withdrawn at all, however long that lasts.
 //
 // Times are seconds of the activity facility. The gate's clock calls it back to let through what is
@@ -50,6 +54,8 @@ class WithdrawalGate final : public Announcements {
 
   // How many withdrawals go through before everything else has its turn.
   static constexpr std::size_t slice = 4096;
+
+  static constexpr double longestWait = 10;
 
   // Converging, and not in sync. Its clock is of the facility that is current by now.
   WithdrawalGate(const GateOptions& options, Sink sink);
@@ -226,6 +232,7 @@ class WithdrawalGate final : public Announcements {
   bool hasAdopted_ = false;
   double syncedAt_ = 0;
   double lastChange_ = 0;
+  double lastTaken_ = 0;  // when the controller withdrew a host
   std::optional<HoldState> hold_;
 };
 

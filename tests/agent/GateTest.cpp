@@ -394,6 +394,24 @@ TEST(Gate, HoldsWhatARestartingControllerTakesBack) {
        few);
 }
 
+TEST(Gate, WaitsForTheEndOfAStreamOfWithdrawals) {
+  GateOptions options = few;
+  options.holdAbove = 0.5;
+  play(twelve + R"(
+  -host 1 1-2; commit; wait 0.75; -host 1 3; commit; wait 0.75; -host 1 4; commit; wait 0.75 =>
+  wait 0.25; hold => -host 1 1-4; no hold
+  -host 1 5-6; commit; wait 0.75; -host 1 7 meant; commit; wait 0.25 => -host 1 5-6
+  wait 0.75; host 1 1-7 2; commit => -host 1 7; host 1 1-7 2
+  -host 1 1-3; commit; wait 0.75; -host 1 4-5; commit; wait 0.75; -host 1 6-7; commit; rib =>
+      converging; -host 1 1-7; hosts 12 marked 7 deleted 7 / 10 all 2 3
+)",
+       options);
+  options.holdAbove = 1;
+  std::string stream = "-host 1 1-3; commit; ";
+  for (int i = 0; i < 13; ++i) stream += "wait 0.75; host 1 4 2; commit; -host 1 4; commit; ";
+  play(twelve + stream + "wait 0 => \n wait 0.25 => -host 1 1-3", options);
+}
+
 TEST(Gate, EndsAHoldInAnOrderThatLeavesTheDeletionToTheClient) {
   play(R"(
   vni 1 10; vni 2 20; vni 3 30; all 2 9 2; any 3 9 2; all 1 9 3; host 1 1-8 2; host 2 1-6 2 =>
