@@ -21,24 +21,29 @@ _vxlan_agent_directories() {
   mapfile -t COMPREPLY < <(compgen -d -- "$_vxlan_agent_typed")
 }
 
-# The value of an option of a command; fails if there is no such option, or it takes none.
+# The value of an option of a command ("question" is any that asks a running agent); fails if there is no such option, or it takes none.
 _vxlan_agent_value() {
   case $1:$2 in
-    replay:--format) _vxlan_agent_reply table json ;;
+    replay:--format | question:--format) _vxlan_agent_reply table json ;;
     replay:--color) _vxlan_agent_reply auto always never ;;
     trace:--format) _vxlan_agent_reply text json ;;
     trace:--level) _vxlan_agent_reply {0..9} ;;
-    replay:--ring) _vxlan_agent_directories ;;
+    replay:--ring | run:--ring) _vxlan_agent_directories ;;
+    run:--config) _vxlan_agent_files .toml ;;
+    run:--record) _vxlan_agent_files .jsonl ;;
+    run:--private-key | run:--certificate | run:--ca-cert) _vxlan_agent_files .pem ;;
+    run:--control | question:--control) _vxlan_agent_files .sock ;;
+    run:--data-plane) _vxlan_agent_reply none ;;
     replay:--max-process-time | replay:--time-per-read | replay:--rows | trace:--grep) ;;
-    generate:--help) return 1 ;;
-    generate:--*) ;;
+    generate:--help | run:--help | run:--trace) return 1 ;;
+    generate:--* | run:--*) ;;
     *) return 1 ;;
   esac
 }
 
 # Behind a "=": also of an option that can do without a value.
 _vxlan_agent_value_behind_equals() {
-  if [[ $1:$2 == replay:--trace ]]; then
+  if [[ $1:$2 == replay:--trace || $1:$2 == run:--trace ]]; then
     _vxlan_agent_reply {0..9}
   else
     _vxlan_agent_value "$1" "$2"
@@ -51,9 +56,13 @@ _vxlan_agent() {
   COMPREPLY=()
 
   if ((COMP_CWORD == 1)); then
-    _vxlan_agent_reply replay trace check generate --help --version
+    _vxlan_agent_reply run status hosts floods problems release replay trace check generate \
+      --help --version
     return
   fi
+  case $command in
+    status | hosts | floods | problems | release) command=question ;;
+  esac
 
   # "--option=value" comes as three words, or as two while the value is empty.
   if [[ $_vxlan_agent_typed == = ]]; then
@@ -69,6 +78,12 @@ _vxlan_agent() {
 
   # A "-" alone is the standard input.
   case $command:$_vxlan_agent_typed in
+    run:*)
+      _vxlan_agent_reply --database --switch --private-key --certificate --ca-cert --config \
+        --withdraw-delay --hold-above --hold-min --hold-time --settle --data-plane --record \
+        --record-size --control --max-process-time --trace --ring --help
+      ;;
+    question:*) _vxlan_agent_reply --format --control --help ;;
     replay:-*)
       _vxlan_agent_reply - --format --max-process-time --time-per-read --realtime --keep-going \
         --trace --ring --diff --timeline --rows --color --help
