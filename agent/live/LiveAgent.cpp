@@ -109,6 +109,9 @@ void LiveAgent::inSyncLost(const std::string& why) {
 }
 
 void LiveAgent::updatesArrived(Ovsdb::Updates updates) {
+  if (session_.state() != Ovsdb::SessionState::inSync)
+    log_.notice(session_.remote().text() +
+                (updates.whole ? " tells all of its state" : " tells what has changed since"));
   import_.take(std::move(updates));
   loop_.wake();
 }
