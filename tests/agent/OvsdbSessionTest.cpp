@@ -1,16 +1,21 @@
-// The session with an OVSDB database: frames, remotes, what is said (recorded), and how it lives
-// with a real ovsdb-server, and with one that talks nonsense.
+// The session with an OVSDB database: frames, remotes, what is said (recorded), and its probes. The
+// rest of how it lives with servers is seen with real ones, in tests/live.
+#include <algorithm>
+#include <array>
+#include <asio/buffer.hpp>
 #include <asio/io_context.hpp>
-#include <asio/ip/tcp.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/write.hpp>
-#include <fstream>
+#include <chrono>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -22,18 +27,16 @@
 #include "agent/ovsdb/Rounds.h"
 #include "agent/ovsdb/Schema.h"
 #include "agent/ovsdb/Session.h"
-#include "tests/agent/OvsdbServer.h"
 
 namespace {
 
 using Agent::InputError;
-using Agent::Problem;
-using Agent::Problems;
 using namespace Agent::Ovsdb;  // NOLINT(google-build-using-namespace): all of it is tested
 using std::string;
 using std::string_view;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 // What ended it: "value: why".
 template <class Action>
@@ -139,461 +142,314 @@ TEST(RoundsTest, NextMemberAtOnceThenLongerWaits) {
   EXPECT_EQ(alone.member(), 0U);
 }
 
-// A conversation with a recorded server.
+string swapped(string text, char from, char to) {
+  std::replace(text.begin(), text.end(), from, to);
+  return text;
+}
+
+// A conversation with a recorded server. Its steps, with ' for ":
+//
+//   open                       a new connection
+//   schema VERSION [NAME]      the schema that is monitored, but for that table or column
+//   server CHANGE COLUMNS      what becomes of the database's row in _Server
+//   connect [VERSION [NAME]]   these three, up to the request for the monitor
+//   new|known TX TABLES        the reply to one that numbers transactions
+//   all TABLES, unknown        replies to the other ones
+//   {...}                      any frame
 class Talk {
  public:
+  // What comes of the steps: requests by name, updates, states, and what ends the connection.
+  string play(const string& steps) {
+    string all;
+    std::istringstream in(steps);
+    for (string step; std::getline(in >> std::ws, step, ';');) {
+      const string outcome = take(step);
+      if (!outcome.empty()) all += (all.empty() ? "" : "; ") + outcome;
+    }
+    return all;
+  }
+
   Protocol protocol;
+  string sent;  // by the last step
+  std::optional<Updates> updates;
 
-  // Up to the request for the monitor, which is returned.
-  string open(const string& cid = R"(["uuid","aaaa"])", const string& version = "1.7.0",
-              bool hasOptional = true) {
-    EXPECT_EQ(protocol.open(),
-              R"({"method":"get_schema","params":["hardware_vtep"],"id":"schema"})");
-    EXPECT_EQ(protocol.state(), SessionState::syncing);
-    EXPECT_THAT(
-        say(R"({"id":"schema","result":)" + schema(version, hasOptional) + ",\"error\":null}"),
-        HasSubstr("_Server"));
-    return say(server("initial", R"("name":"hardware_vtep","connected":true,"cid":)" + cid));
+ private:
+  string take(const string& step) {
+    std::istringstream words(step);
+    string verb;
+    string first;
+    string more;
+    words >> verb >> first;
+    std::getline(words >> std::ws, more);
+    if (verb == "connect") {
+      play("open; schema " + (first.empty() ? "1.7.0" : first) + ' ' + more);
+      return take("server initial {'connected':true,'cid':['uuid','aaaa']}");
+    }
+    const SessionState before = protocol.state();
+    string said;
+    try {
+      said = verb == "open"
+                 ? saidBy({protocol.open(), {}})
+                 : saidBy(protocol.receive(swapped(frame(step, verb, first, more), '\'', '"')));
+    } catch (const Failure& failure) {
+      return "ends, " + swapped(failure.value() + ": " + failure.what(), '"', '\'');
+    }
+    if (protocol.state() == before) return said;
+    constexpr std::array names = {"connecting", "syncing", "in sync", "no quorum"};
+    return said + (said.empty() ? "" : "; ") + names.at(static_cast<std::size_t>(protocol.state()));
   }
 
-  // Until it is in sync, from the whole state.
-  void sync(const string& transaction) {
-    open();
-    say(R"({"id":"monitor","result":[false,")" + transaction + R"(",{}],"error":null})");
-    EXPECT_EQ(protocol.state(), SessionState::inSync);
+  static string frame(const string& step, const string& verb, const string& first,
+                      const string& more) {
+    const auto reply = [](const string& id, const string& result) {
+      return "{'id':'" + id + "','result':" + result + ",'error':null}";
+    };
+    if (verb == "schema") return reply("schema", schema(first, more));
+    if (verb == "new") return reply("monitor", "[false,'" + first + "'," + more + ']');
+    if (verb == "known") return reply("monitor", "[true,'" + first + "'," + more + ']');
+    if (verb == "all") return reply("monitor", first);
+    if (verb == "unknown") return "{'id':'monitor','error':'unknown method'}";
+    if (verb != "server") return step;
+    const string tables = "{'Database':{'83a5':{'" + first + "':" + more + "}}}";
+    if (first == "initial") return reply("server", tables);
+    return "{'id':null,'method':'update2','params':['server'," + tables + "]}";
   }
 
-  // What is sent then.
-  string say(const string& frame) {
-    Protocol::Outcome outcome = protocol.receive(frame);
-    updates = std::move(outcome.updates);
-    return outcome.send;
-  }
-
-  // "whole differences {...}", of the last frame.
-  string told() const {
-    if (!updates) return "nothing";
-    return string(updates->whole ? "whole " : "change ") +
-           (updates->form == Updates::Form::rows ? "rows " : "differences ") +
-           simdjson::minify(updates->tables);
-  }
-
-  // The schema that is monitored, but for one name.
-  static string schema(const string& version, bool hasOptional, const string& without = "") {
+  static string schema(const string& version, const string& without) {
     string tables;
     for (const TableSchema& table : monitoredTables) {
       string columns;
       for (const ColumnSchema& column : table.columns)
-        if ((hasOptional || !column.optional) && column.name != without)
-          columns += (columns.empty() ? "\"" : ",\"") + string(column.name) + "\":{}";
+        if (column.name != without)
+          columns += (columns.empty() ? "'" : ",'") + string(column.name) + "':{}";
       if (table.name != without)
-        tables += (tables.empty() ? "\"" : ",\"") + string(table.name) + R"(":{"columns":{)" +
-                  columns + "}}";
+        tables +=
+            (tables.empty() ? "'" : ",'") + string(table.name) + "':{'columns':{" + columns + "}}";
     }
-    return R"({"name":"hardware_vtep","version":")" + version + R"(","tables":{)" + tables + "}}";
+    return "{'name':'hardware_vtep','version':'" + version + "','tables':{" + tables + "}}";
   }
 
-  static string server(const string& change, const string& columns) {
-    const string tables = R"({"Database":{"83a5":{")" + change + "\":{" + columns + "}}}}";
-    if (change == "initial") return R"({"id":"server","result":)" + tables + ",\"error\":null}";
-    return R"({"id":null,"method":"update2","params":["server",)" + tables + "]}";
+  string saidBy(Protocol::Outcome outcome) {
+    sent = outcome.send;
+    updates = std::move(outcome.updates);
+    if (updates)
+      return string(updates->whole ? "whole " : "change ") +
+             (updates->form == Updates::Form::rows ? "rows " : "differences ") +
+             swapped(simdjson::minify(updates->tables), '"', '\'');
+    // Replies as they are; of requests, the methods, and the transaction that is known.
+    if (!sent.starts_with("{\"method\"")) return swapped(sent, '"', '\'');
+    string names;
+    for (std::size_t at = 0; (at = sent.find("\"method\":\"", at)) != string::npos;) {
+      at += 10;
+      names += (names.empty() ? "" : " ") + sent.substr(at, sent.find('"', at) - at);
+    }
+    const std::size_t known = sent.find("}]},\"t");
+    return known == string::npos ? names : names + " since " + sent.substr(known + 5, 2);
   }
-
-  std::optional<Updates> updates;
 };
 
-constexpr const char* unknownMethod = R"({"id":"monitor","error":"unknown method"})";
-constexpr const char* noQuorum = R"("connected":false)";
-constexpr const char* quorum = R"("connected":true)";
+using Exchanges = std::vector<std::pair<string, string>>;
 
-TEST(ProtocolTest, AsksForWhatIsMonitoredAndFollows) {
+void expectAll(Talk talk, const Exchanges& exchanges) {
+  for (const auto& [steps, outcome] : exchanges) EXPECT_EQ(talk.play(steps), outcome) << steps;
+}
+
+TEST(ProtocolTest, AsksForWhatIsMonitored) {
+  const string tables =
+      R"(["hardware_vtep","monitor",{)"
+      R"("Logical_Switch":[{"columns":["name","tunnel_key","replication_mode"]}],)"
+      R"("Physical_Port":[{"columns":["name","vlan_bindings"]}],)"
+      R"("Physical_Switch":[{"columns":["name","tunnel_ips","ports"]}],)"
+      R"("Physical_Locator":[{"columns":["dst_ip","encapsulation_type"]}],)"
+      R"("Physical_Locator_Set":[{"columns":["locators"]}],)"
+      R"("Ucast_Macs_Remote":[{"columns":["MAC","locator","logical_switch"]}],)"
+      R"("Mcast_Macs_Remote":[{"columns":["MAC","locator_set","logical_switch"]}]})";
   Talk talk;
-  EXPECT_EQ(talk.open(),
-            R"({"method":"monitor_cond_since","params":["hardware_vtep","monitor",{)"
-            R"("Logical_Switch":[{"columns":["name","tunnel_key","replication_mode"]}],)"
-            R"("Physical_Port":[{"columns":["name","vlan_bindings"]}],)"
-            R"("Physical_Switch":[{"columns":["name","tunnel_ips","ports"]}],)"
-            R"("Physical_Locator":[{"columns":["dst_ip","encapsulation_type"]}],)"
-            R"("Physical_Locator_Set":[{"columns":["locators"]}],)"
-            R"("Ucast_Macs_Remote":[{"columns":["MAC","locator","logical_switch"]}],)"
-            R"("Mcast_Macs_Remote":[{"columns":["MAC","locator_set","logical_switch"]}]},)"
-            R"("00000000-0000-0000-0000-000000000000"],"id":"monitor"})");
-  EXPECT_EQ(talk.protocol.state(), SessionState::syncing);
-  EXPECT_EQ(
-      talk.say(R"({"id":"monitor","result":[false,"t1",{"Logical_Switch":{}}],"error":null})"), "");
-  EXPECT_EQ(talk.told(), R"(whole differences {"Logical_Switch":{}})");
-  EXPECT_EQ(talk.protocol.state(), SessionState::inSync);
+  talk.play("open");
+  EXPECT_EQ(talk.sent, R"({"method":"get_schema","params":["hardware_vtep"],"id":"schema"})");
+  talk.play("schema 1.7.0");
+  EXPECT_THAT(talk.sent, HasSubstr("\"_Server\""));
+  talk.play("connect");
+  EXPECT_EQ(talk.sent, R"({"method":"monitor_cond_since","params":)" + tables +
+                           R"(,"00000000-0000-0000-0000-000000000000"],"id":"monitor"})");
+  for (const string method : {"monitor_cond", "monitor"}) {
+    talk.play("unknown");
+    EXPECT_EQ(talk.sent,
+              R"({"method":")" + method + R"(","params":)" + tables + R"(],"id":"monitor"})");
+  }
+  talk.play("connect 1.3.0 replication_mode");
+  EXPECT_THAT(talk.sent, HasSubstr(R"({"columns":["name","tunnel_key"]})"));
+}
+
+TEST(ProtocolTest, FollowsAndResumesWhatWasLeft) {
+  expectAll(
+      {}, {{"open", "get_schema"},
+           {"schema 1.7.0", "set_db_change_aware monitor_cond"},
+           {"connect", "monitor_cond_since"},
+           {"new t1 {'T':{}}", "whole differences {'T':{}}; in sync"},
+           {"{'method':'update3','params':['monitor','t2',{'U':{'u':null}}]}",
+            "change differences {'U':{'u':null}}"},
+           {"open", "get_schema; syncing"},
+           {"connect", "monitor_cond_since since t2"},
+           {"known t3 {'T':{}}", "change differences {'T':{}}; in sync"},
+           {"connect; new t9 {}", "monitor_cond_since since t3; whole differences {}; in sync"},
+           // Another schema, other columns, another cluster.
+           {"connect 1.8.0", "monitor_cond_since"},
+           {"new t1 {}; connect 1.8.0 replication_mode",
+            "whole differences {}; in sync; monitor_cond_since"},
+           {"new t1 {}; open; schema 1.8.0 replication_mode",
+            "whole differences {}; in sync; get_schema; syncing; set_db_change_aware monitor_cond"},
+           {"server initial {'connected':true,'cid':['uuid','bbbb']}", "monitor_cond_since"},
+           // A member that does not number its transactions comes in between.
+           {"connect; new t1 {}; connect",
+            "monitor_cond_since; whole differences {}; in sync; monitor_cond_since since t1"},
+           {"unknown; all {'T':{}}", "monitor_cond; whole differences {'T':{}}; in sync"},
+           {"{'method':'update2','params':['monitor',{}]}", "change differences {}"},
+           {"connect; unknown", "monitor_cond_since; monitor_cond"},
+           {"{'id':'monitor','result':null,'error':{'error':'unknown'}}", "monitor"},
+           {"all {'T':{}}", "whole rows {'T':{}}; in sync"},
+           {"{'method':'update','params':['monitor',{}]}", "change rows {}"},
+           {"connect; unknown; unknown", "monitor_cond_since; monitor_cond; monitor"},
+           {"unknown", "ends, 'unknown method': expected the server to allow a monitor"}});
+  Talk talk;
+  talk.play("connect; new t1 {'T':{}}");
   const std::optional<Updates> kept = std::move(talk.updates);
-  talk.say(
-      R"({"id":null,"method":"update3","params":["monitor","t2",{"Physical_Port":{"u":{"delete":null}}}]})");
-  EXPECT_EQ(talk.told(), R"(change differences {"Physical_Port":{"u":{"delete":null}}})");
-  EXPECT_EQ(simdjson::minify(kept->tables), R"({"Logical_Switch":{}})");  // outlives the next
-
-  // Again: from there on.
-  EXPECT_THAT(talk.open(), EndsWith(R"(,"t2"],"id":"monitor"})"));
-  talk.say(R"({"id":"monitor","result":[true,"t3",{"Physical_Port":{}}],"error":null})");
-  EXPECT_EQ(talk.told(), R"(change differences {"Physical_Port":{}})");
-  EXPECT_THAT(talk.open(), EndsWith(R"(,"t3"],"id":"monitor"})"));
-  talk.say(R"({"id":"monitor","result":[false,"t9",{}],"error":null})");
-  EXPECT_EQ(talk.told(), "whole differences {}");
+  EXPECT_EQ(talk.play("new t2 {}; {'method':'update3','params':['monitor','t2',{}]}"),
+            "change differences {}");
+  EXPECT_EQ(simdjson::minify(kept->tables), R"({"T":{}})");  // outlives the next
   talk.protocol.forget();
-  EXPECT_THAT(talk.open(), EndsWith(R"(,"00000000-0000-0000-0000-000000000000"],"id":"monitor"})"));
-}
-
-// What is resumed is what was left: the same database, the same columns, nothing missed.
-TEST(ProtocolTest, AsksForAllWhereItIsAnother) {
-  const auto isResumed = [](const string& request) {
-    return request.find("\"t1\"") != string::npos;
-  };
-  Talk talk;
-  talk.sync("t1");
-  EXPECT_TRUE(isResumed(talk.open()));
-  EXPECT_FALSE(isResumed(talk.open(R"(["uuid","bbbb"])")));
-  talk.sync("t1");
-  EXPECT_FALSE(isResumed(talk.open(R"(["uuid","aaaa"])", "1.8.0")));
-  talk.sync("t1");
-  EXPECT_FALSE(isResumed(talk.open(R"(["uuid","aaaa"])", "1.7.0", false)));
-
-  // A member that does not number its transactions came in between.
-  talk.sync("t1");
-  EXPECT_TRUE(isResumed(talk.open()));
-  EXPECT_THAT(talk.say(unknownMethod),
-              HasSubstr(R"("method":"monitor_cond","params":["hardware_vtep","monitor",{"Log)"));
-  talk.say(R"({"id":"monitor","result":{},"error":null})");
-  EXPECT_EQ(talk.told(), "whole differences {}");
-  EXPECT_FALSE(isResumed(talk.open()));
-}
-
-TEST(ProtocolTest, FallsBackToOlderMonitors) {
-  Talk talk;
-  talk.open();
-  talk.say(unknownMethod);
-  EXPECT_THAT(talk.say(R"({"id":"monitor","result":null,"error":{"error":"unknown"}})"),
-              HasSubstr(R"("method":"monitor","params":["hardware_vtep","monitor",{"Log)"));
-  talk.say(R"({"id":"monitor","result":{"Physical_Port":{}},"error":null})");
-  EXPECT_EQ(talk.told(), R"(whole rows {"Physical_Port":{}})");
-  talk.say(R"({"id":null,"method":"update","params":["monitor",{}]})");
-  EXPECT_EQ(talk.told(), "change rows {}");
-
-  talk.open();
-  talk.say(unknownMethod);
-  talk.say(R"({"id":"monitor","result":{},"error":null})");
-  talk.say(R"({"id":null,"method":"update2","params":["monitor",{"T":{}}]})");
-  EXPECT_EQ(talk.told(), R"(change differences {"T":{}})");
-
-  talk.open();
-  talk.say(unknownMethod);
-  talk.say(unknownMethod);
-  EXPECT_EQ(failureOf([&] { talk.say(unknownMethod); }),
-            "\"unknown method\": expected the server to allow a monitor");
-}
-
-TEST(ProtocolTest, ChecksTheSchema) {
-  const auto answer = [](const string& reply) {
-    Talk talk;
-    talk.protocol.open();
-    return failureOf([&] { talk.say(R"({"id":"schema",)" + reply + "}"); });
-  };
-  EXPECT_EQ(answer(R"("error":{"error":"unknown database","details":"no hardware_vtep"})"),
-            "unknown database: no hardware_vtep: expected the schema of hardware_vtep");
-  EXPECT_EQ(answer(R"("result":)" + Talk::schema("0.9", true, "tunnel_key")),
-            "schema version 0.9: expected one that has Logical_Switch.tunnel_key");
-  EXPECT_EQ(answer(R"("result":)" + Talk::schema("0.9", true, "Physical_Port")),
-            "schema version 0.9: expected one that has Physical_Port");
-  EXPECT_NE(answer(R"("result":{})"), "none");
-  EXPECT_NE(answer(R"("result":[])"), "none");
-  Talk older;
-  const string request = older.open("[]", "1.3.0", false);
-  EXPECT_THAT(request, HasSubstr(R"({"columns":["name","tunnel_key"]})"));
+  EXPECT_EQ(talk.play("connect"), "monitor_cond_since");
 }
 
 TEST(ProtocolTest, MindsTheQuorum) {
-  Talk talk;
-  const auto openSchema = [&] {
-    talk.protocol.open();
-    talk.say(R"({"id":"schema","result":)" + Talk::schema("1", true) + "}");
-  };
-  openSchema();
-  // False is what a boolean is by default, and is not told of a new row.
-  EXPECT_EQ(talk.say(Talk::server("initial", R"("name":"hardware_vtep")")), "");
-  EXPECT_EQ(talk.protocol.state(), SessionState::noQuorum);
-  EXPECT_EQ(talk.say(Talk::server("modify", R"("leader":false)")), "");
-  EXPECT_EQ(talk.protocol.state(), SessionState::noQuorum);
-  EXPECT_THAT(talk.say(Talk::server("modify", quorum)), HasSubstr("monitor_cond_since"));
-  EXPECT_EQ(talk.protocol.state(), SessionState::syncing);
-
-  // Lost while the reply is on its way, and later.
-  talk.say(Talk::server("modify", noQuorum));
-  talk.say(R"({"id":"monitor","result":[false,"t1",{}],"error":null})");
-  EXPECT_EQ(talk.told(), "whole differences {}");
-  EXPECT_EQ(talk.protocol.state(), SessionState::noQuorum);
-  EXPECT_EQ(talk.say(Talk::server("modify", quorum)), "");
-  EXPECT_EQ(talk.protocol.state(), SessionState::inSync);
-  talk.say(Talk::server("modify", noQuorum));
-  EXPECT_EQ(talk.protocol.state(), SessionState::noQuorum);
-
-  // A server without _Server stands alone.
-  openSchema();
-  EXPECT_THAT(talk.say(R"({"id":"server","error":{"error":"unknown database"}})"),
-              HasSubstr("monitor_cond_since"));
+  expectAll({},
+            // False is what a boolean is by default, and is not told of a new row.
+            {{"open; schema 1; server initial {'name':'hardware_vtep','cid':['uuid','a']}",
+              "get_schema; set_db_change_aware monitor_cond; no quorum"},
+             {"server modify {'leader':false}", ""},
+             {"server modify {'connected':true}", "monitor_cond_since; syncing"},
+             // Lost while the reply is on its way, and later.
+             {"server modify {'connected':false}; new t1 {}", "no quorum; whole differences {}"},
+             {"server modify {'connected':true}", "in sync"},
+             {"server modify {'connected':false}", "no quorum"},
+             {"open; schema 1", "get_schema; syncing; set_db_change_aware monitor_cond"},
+             // A server without _Server stands alone.
+             {"{'id':'server','error':{'error':'unknown database'}}", "monitor_cond_since"}});
 }
 
-// The database goes, or is no longer the same.
-TEST(ProtocolTest, GivesUpADatabaseThatIsLost) {
-  const string serverRow =
-      R"({"id":null,"method":"update2","params":["server",{"Database":{"83a5":)";
-  const std::vector<string> frames = {
-      R"({"id":null,"method":"monitor_canceled","params":["monitor"]})",
-      serverRow + R"({"delete":null}}}]})", Talk::server("modify", R"("cid":["uuid","bbbb"])")};
-  for (const string& frame : frames) {
-    Talk talk;
-    talk.sync("t1");
-    EXPECT_NE(failureOf([&] { talk.say(frame); }), "none") << frame;
-  }
-  Talk talk;
-  talk.protocol.open();
-  talk.say(R"({"id":"schema","result":)" + Talk::schema("1", true) + "}");
-  EXPECT_NE(failureOf([&] { talk.say(R"({"id":"server","result":{},"error":null})"); }), "none");
+TEST(ProtocolTest, EndsWhereSomethingMakesNoSense) {
+  const string schema = "ends, schema version 0.9: expected one that has ";
+  const std::vector<std::pair<string, Exchanges>> all = {
+      {"open",
+       {{"{'id':'schema','error':{'error':'unknown database','details':'no hardware_vtep'}}",
+         "ends, unknown database: no hardware_vtep: expected the schema of hardware_vtep"},
+        {"schema 0.9 tunnel_key", schema + "Logical_Switch.tunnel_key"},
+        {"schema 0.9 Physical_Port", schema + "Physical_Port"},
+        {"{'id':'schema','result':{}}", "ends, "},
+        {"{'id':'schema','result':[]}", "ends, "}}},
+      {"open; schema 1", {{"{'id':'server','result':{},'error':null}", "ends, no row of"}}},
+      {"connect",
+       {{"all {}", "ends, "},
+        {"{'id':'monitor','result':[false,'t1']}", "ends, "},
+        {"{'id':'monitor','result':[1,'t1',{}]}", "ends, "},
+        {"{'id':'monitor','result':[false,1,{}]}", "ends, "},
+        {"new t1 []", "ends, "},
+        {"known t1 {}", "ends, "},  // nothing was
+        {"{'method':'update3','params':['monitor','t1',{}]}", "ends, "}}},
+      {"connect; new t1 {}",
+       {{"{'method':'monitor_canceled','params':['monitor']}", "ends, monitor canceled"},
+        {"server delete null", "ends, removed"},
+        {"server modify {'cid':['uuid','bbbb']}", "ends, another cluster"},
+        {"{'method':'update3','params':['monitor','t5']}", "ends, "},
+        {"{'method':'update3','params':['monitor',5,{}]}", "ends, "},
+        {"{'method':'update3','params':['monitor','t5',[]]}", "ends, "},
+        {"{'method':'update2','params':['monitor',{}]}", "ends, "},
+        {"{'method':'update2','params':['server',[]]}", "ends, "},
+        {"{'a' 1}", "ends, "},
+        {"{'a':'\x01'}", "ends, "},
+        {"{'a':'\xff'}", "ends, "},
+        {"{]}", "ends, "}}}};
+  for (const auto& [before, frames] : all)
+    for (const auto& [frame, outcome] : frames) {
+      Talk talk;
+      talk.play(before);
+      EXPECT_THAT(talk.play(frame), StartsWith(outcome)) << frame;
+    }
 }
 
 TEST(ProtocolTest, AnswersEchoesAndIgnoresWhatItDoesNotKnow) {
   Talk talk;
-  talk.sync("t1");
-  EXPECT_EQ(talk.say(R"({"id":"echo","method":"echo","params":["a\"",[1.5]]})"),
-            R"({"id":"echo","result":["a\"",[1.5]],"error":null})");
-  for (const string_view ignored :
-       {R"({"id":null,"method":"echo","params":[]})", R"({"id":1,"method":"echo"})",
-        R"({"id":"any","result":[],"error":null})", R"({"id":"nobody","result":{}})",
-        R"({"id":"schema","result":{}})", R"({"id":"monitor","result":[false,"x",{}]})",
-        R"({"id":7,"error":"x"})", R"({})", R"({"method":"steal","params":["lock"]})",
-        R"({"method":"update3","params":["other","t5",{"T":{}}]})",
-        R"({"method":"update2","params":[]})", R"({"method":"update2"})",
-        R"({"method":"monitor_canceled","params":["other"]})"}) {
-    EXPECT_EQ(talk.say(string(ignored)), "") << ignored;
-    EXPECT_EQ(talk.told(), "nothing") << ignored;
-    EXPECT_EQ(talk.protocol.state(), SessionState::inSync);
-  }
-  EXPECT_THAT(talk.open(), HasSubstr("\"t1\""));
+  talk.play("connect; new t1 {}");
+  EXPECT_EQ(talk.play("{'id':['e',1],'method':'echo','params':['a\\n',[1.5]]}"),
+            "{'id':['e',1],'result':['a\\n',[1.5]],'error':null}");
+  for (const string ignored :
+       {"{'id':null,'method':'echo','params':[]}", "{'id':1,'method':'echo'}",
+        "{'id':'any','result':[],'error':null}", "{'id':'nobody','result':{}}",
+        "{'id':'schema','result':{}}", "new x {}", "{'id':7,'error':'x'}", "{}",
+        "{'method':'steal','params':['lock']}",
+        "{'method':'update3','params':['other','t5',{'T':{}}]}", "{'method':'update2','params':[]}",
+        "{'method':'update2'}", "{'method':'monitor_canceled','params':['other']}"})
+    EXPECT_EQ(talk.play(ignored), "") << ignored;
+  EXPECT_EQ(talk.play("connect"), "monitor_cond_since since t1");
 }
 
-TEST(ProtocolTest, NonsenseEndsTheConnection) {
-  for (const string_view frame : {R"({"method":"update3","params":["monitor","t5"]})",
-                                  R"({"method":"update3","params":["monitor",5,{}]})",
-                                  R"({"method":"update3","params":["monitor","t5",[]]})",
-                                  R"({"method":"update2","params":["monitor",{}]})",
-                                  R"({"method":"update2","params":["server",[]]})", R"({"a" 1})",
-                                  "{\"a\":\"\x01\"}", "{\"a\":\"\xff\"}", R"({]})"}) {
-    Talk talk;
-    talk.sync("t1");
-    EXPECT_NE(failureOf([&] { talk.say(string(frame)); }), "none") << frame;
-  }
-  for (const string_view frame :
-       {R"({"id":"monitor","result":{}})", R"({"id":"monitor","result":[false,"t1"]})",
-        R"({"id":"monitor","result":[1,"t1",{}]})", R"({"id":"monitor","result":[false,1,{}]})",
-        R"({"id":"monitor","result":[false,"t1",[]]})",
-        R"({"id":"monitor","result":[true,"t1",{}]})",  // nothing was known
-        R"({"method":"update3","params":["monitor","t1",{}]})"}) {
-    Talk talk;
-    talk.open();
-    EXPECT_NE(failureOf([&] { talk.say(string(frame)); }), "none") << frame;
-  }
-}
-
-// A session, and what it tells.
-class SessionTest : public testing::Test, public SessionListener {
- protected:
-  SessionTest() {
-    options_.probeInterval = 0.2;
-    options_.shortestBackoff = 0.01;
-    options_.longestBackoff = 0.05;
-  }
-
-  void follow(const string& remotes) {
-    options_.remotes = parseRemotes(remotes);
-    session_.emplace(io_, options_, *this, problems_);
-    session_->start();
-  }
-
-  template <class Condition>
-  void waitUntil(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition() && std::chrono::steady_clock::now() < end) io_.run_one_until(end);
-    ASSERT_TRUE(condition()) << told_ << "; " << (session_ ? session_->lastWord() : "");
-  }
-  void waitFor(const string& text) {
-    waitUntil([&] { return told_.find(text) != string::npos; });
-    told_.clear();
-  }
-  void waitForProblem(const string& text) {
-    waitUntil([&] { return raised_.find(text) != string::npos; });
-    raised_.clear();
-  }
-
-  void inSyncLost(const string& why) override { told_ += "lost (" + why + ") "; }
-  void updatesArrived(Updates updates) override {
-    told_ += updates.whole ? "whole " : "change ";
-    tables_ = simdjson::minify(updates.tables);
-    if (std::exchange(resyncs_, false)) session_->resync("expected a row that is known");
-  }
-  void caughtUp() override {
-    told_ += "caught up ";
-    EXPECT_TRUE(problems_.all().empty());
-  }
-
-  TemporaryDirectory directory_;
-  OvsdbServer server_{directory_.file("a")};
-  asio::io_context io_;
-  SessionOptions options_;
-  Problems problems_{[this](const string& what, const Problem& problem) {
-    raised_ += what + ": " + problem.value + ": " + problem.why + "\n";
-  }};
-  std::optional<Session> session_;
-  string told_;
-  string raised_;
-  string tables_;  // of the last updates
-  bool resyncs_ = false;
+struct NoListener final : SessionListener {
+  void inSyncLost(const string&) override {}
+  void updatesArrived(Updates) override {}
+  void caughtUp() override {}
 };
 
-string insertSwitch(const string& name) {
-  return R"({"op":"insert","table":"Logical_Switch","row":{"name":")" + name + "\"}}";
-}
-
-TEST_F(SessionTest, FollowsAServerThatComesAndGoes) {
-  follow(server_.remote());
-  waitForProblem("database " + server_.remote() + ": No such file or directory");
-  EXPECT_EQ(session_->state(), SessionState::connecting);
-  EXPECT_EQ(told_, "");
-  server_.makeAlone();
-  server_.start();
-  waitFor("whole caught up ");
-  EXPECT_EQ(session_->state(), SessionState::inSync);
-  server_.transact(insertSwitch("one"));
-  waitFor("change ");
-  EXPECT_THAT(tables_, HasSubstr(R"("insert":{"name":"one"})")) << tables_;
-
-  server_.stop();
-  waitFor("lost (");
-  EXPECT_FALSE(problems_.all().empty());
-  server_.start();
-  waitFor("whole caught up ");
-  EXPECT_THAT(tables_, HasSubstr(R"("initial":{"name":"one"})")) << tables_;
-
-  server_.tell({"ovsdb-server/remove-db", "hardware_vtep"});
-  waitFor("lost (");
-  waitForProblem("unknown database");
-  EXPECT_EQ(session_->state(), SessionState::connecting);
-  session_->stop();
-  told_.clear();
-  io_.restart();
-  io_.run();  // there is nothing to be done any more
-  EXPECT_EQ(told_, "");
-}
-
-TEST_F(SessionTest, RefusesAnotherSchemaUntilItIsMended) {
-  std::ifstream in(OvsdbServer::schema);
-  std::stringstream text;
-  text << in.rdbuf();
-  string schema = text.str();
-  for (std::size_t at = 0; (at = schema.find("\"tunnel_ips\"", at)) != string::npos;)
-    schema.replace(at, 12, "\"tunnel_xxx\"");
-  std::ofstream(directory_.file("schema")) << schema;
-  server_.makeAlone(directory_.file("schema"));
-  server_.start();
-  follow(server_.remote());
-  waitForProblem("schema version 1.7.0: expected one that has Physical_Switch.tunnel_ips");
-  EXPECT_EQ(told_, "");
-  server_.stop();
-  server_.makeAlone();
-  server_.start();
-  waitFor("whole caught up ");
-}
-
-TEST_F(SessionTest, LeavesAFrozenServerForTheNext) {
-  OvsdbServer other(directory_.file("b"));
-  server_.makeAlone();
-  server_.start();
-  other.makeAlone();
-  follow(server_.remote() + ',' + other.remote());
-  waitFor("whole caught up ");
-  EXPECT_EQ(session_->remote().text(), server_.remote());
-  // Silence alone is no reason: a quiet server answers the probes.
-  const auto quiet = session_->since();
-  waitUntil([&] { return std::chrono::system_clock::now() - quiet > std::chrono::seconds(1); });
-  EXPECT_EQ(session_->since(), quiet);
-  other.start();
-  server_.freeze();
-  waitFor("lost (silence: expected an answer to the probe) whole caught up ");
-  EXPECT_EQ(session_->remote().text(), other.remote());
-}
-
-TEST_F(SessionTest, ResumesWhereAClusterKnowsTheLastTransaction) {
-  server_.makeCluster();
-  server_.start();
-  follow(server_.remote());
-  waitFor("whole caught up ");
-  server_.transact(insertSwitch("one"));
-  waitFor("change ");
-  server_.tell({"ovsdb-server/reconnect"});
-  waitFor("change caught up ");
-  EXPECT_EQ(tables_, "{}");
-  // What came does not fit what the listener knows.
-  resyncs_ = true;
-  server_.transact(insertSwitch("two"));
-  waitFor("change lost (state out of step: expected a row that is known) whole caught up ");
-  EXPECT_THAT(tables_, HasSubstr("\"two\""));
-}
-
-TEST_F(SessionTest, SpeaksTlsWithWhomTheAuthorityKnows) {
-  const auto key = [&](const string& name) {
-    Process::run({"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
-                  "-nodes", "-subj", "/CN=" + name, "-keyout", directory_.file(name + ".key"),
-                  "-out", directory_.file(name + ".pem")});
-  };
-  key("ours");
-  key("foreign");
-  string port;
-  {
-    asio::ip::tcp::acceptor free(io_, {asio::ip::address_v4::loopback(), 0});
-    port = std::to_string(free.local_endpoint().port());
+// A server that says nothing of itself: it answers so many probes.
+struct QuietServer {
+  void read() {
+    socket.async_read_some(
+        asio::buffer(bytes), [this](const std::error_code& error, std::size_t size) {
+          if (error) return;
+          if (string_view(bytes.data(), size).find("\"echo\"") != string_view::npos &&
+              ++probes <= answers)
+            asio::write(socket, asio::buffer(string_view(R"({"id":"any","result":[]})")));
+          read();
+        });
   }
-  const string file = directory_.file("ours");
-  server_.makeAlone();
-  server_.start({"--remote=pssl:" + port + ":127.0.0.1", "--private-key=" + file + ".key",
-                 "--certificate=" + file + ".pem", "--ca-cert=" + file + ".pem"});
-  EXPECT_THROW(follow("ssl:localhost:" + port), InputError);
-  options_.tls = {file + ".key", file + ".pem", directory_.file("foreign.pem")};
-  follow("ssl:localhost:" + port);
-  waitForProblem("certificate verify failed");
-  EXPECT_EQ(told_, "");
-  options_.tls.caCertificate = file + ".pem";
-  follow("ssl:localhost:" + port);
-  waitFor("whole caught up ");
-}
 
-// Servers that are none: each is dropped with a word, and the next one is followed.
-TEST_F(SessionTest, DropsWhoTalksNonsense) {
-  options_.limits = {10000, 100};
-  server_.makeAlone();
-  server_.start();
-  const auto meet = [&](const string& bytes, const string& problem) {
-    SCOPED_TRACE(problem);
-    const string path = directory_.file("fake");
-    std::filesystem::remove(path);
-    asio::local::stream_protocol::acceptor acceptor(io_, path);
-    asio::local::stream_protocol::socket peer(io_);
-    acceptor.async_accept(peer, [&](const std::error_code& error) {
-      if (!error) asio::async_write(peer, asio::buffer(bytes), [](auto...) {});
-    });
-    follow("unix:" + path + ',' + server_.remote());
-    waitForProblem("database unix:" + path + ": " + problem);
-    waitFor("whole caught up ");
-    session_.reset();
-  };
-  meet("SSH-2.0\r\n", "SSH-2.0\r\n: expected a JSON object");
-  meet("{\"id\":\"x\",\"result\":\"" + string(1 << 20, 'x'), "{\"id\":\"x\"");
-  meet(string(100000, '{'), "{");
-  meet("{\"id\" 1}", "{\"id\" 1}: expected JSON");
-  meet("", "silence: expected an answer to the probe");
+  asio::local::stream_protocol::socket socket;
+  int answers;
+  int probes = 0;
+  std::array<char, 4096> bytes{};
+};
+
+TEST(SessionTest, LeavesAServerThatDoesNotAnswerItsProbe) {
+  const string path = testing::TempDir() + "quiet-" + std::to_string(getpid());
+  asio::io_context io;
+  asio::local::stream_protocol::acceptor acceptor(io, path);
+  QuietServer server{asio::local::stream_protocol::socket(io), 2};
+  acceptor.async_accept(server.socket, [&](const std::error_code&) { server.read(); });
+  string told;
+  Agent::Problems problems{[&](const string& what, const Agent::Problem& problem) {
+    told += what + ": " + problem.value;
+    io.stop();
+  }};
+  NoListener listener;
+  SessionOptions options;
+  options.remotes = parseRemotes("unix:" + path);
+  options.probeInterval = 0.2;
+  options.connectLimit = 0.1;  // which is over once it is made
+  Session session(io, options, listener, problems);
+  session.start();
+  io.run_for(std::chrono::seconds(10));
+  std::filesystem::remove(path);
+  EXPECT_EQ(std::exchange(told, ""), "database unix:" + path + ": silence");
+  EXPECT_EQ(server.probes, 3);
+  session.stop();
+  io.restart();
+  io.run_for(std::chrono::seconds(10));  // nothing is left to be done
+  EXPECT_EQ(told, "");
+  session.start();
+  io.restart();
+  io.run_for(std::chrono::seconds(10));
+  EXPECT_EQ(told, "database unix:" + path + ": No such file or directory");
+  options.remotes = parseRemotes("ssl:localhost:6640");
+  EXPECT_THROW(Session(io, options, listener, problems), InputError);  // no files for it
 }
 
 }  // namespace
