@@ -109,6 +109,7 @@ bool Import::sweep() { return isWhole_ && rows_.sweep(); }
 
 bool Import::judge() {
   const bool isThere = mapping_.findSwitch();
+  mapping_.wholeIs(isWhole_ || isWaiting_);
   if (isWhole_ || isWaiting_) isWaiting_ = !isThere;
   if (isWhole_ && isWaiting_) events_.switchMissing();
   return false;

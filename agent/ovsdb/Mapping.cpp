@@ -436,10 +436,13 @@ void Mapping::turn(Slot logicalSwitch) {
   turns_.push_back({std::exchange(segment.vni, segment.chosen), logicalSwitch});
 }
 
+// A binding is the operator's, and a controller that sees one go takes back what it was for: where
+// both come in one message, that is meant. What a whole state lacks may also have been lost,
+// though, binding and all: there, what it was for must still be wanted.
 Cause Mapping::causeOf(Slot logicalSwitch, bool isWanted) {
-  const bool isMeant = isWanted && rows_.logicalSwitches[logicalSwitch].row.vni != 0 &&
-                       segments_[logicalSwitch].tags.empty();
-  return isMeant ? Cause::meant : Cause::controller;
+  if (!segments_[logicalSwitch].tags.empty()) return Cause::controller;
+  const bool isThere = isWanted && rows_.logicalSwitches[logicalSwitch].row.vni != 0;
+  return isThere || !isWhole_ ? Cause::meant : Cause::controller;
 }
 
 // What a switch that has another VNI holds is withdrawn under the old one, and evaluated anew.

@@ -59,6 +59,9 @@ class Mapping final : public Rows::Watcher {
   // Whether our own row is there. Raises the problem that it is not, or cures it.
   bool findSwitch();
 
+  // Whether what is evaluated next is a whole state, and not what has happened since one.
+  void wholeIs(bool isWhole) { isWhole_ = isWhole; }
+
   // Does a piece of what is marked. Returns false when all has been said.
   bool advance();
 
@@ -176,6 +179,7 @@ class Mapping final : public Rows::Watcher {
   const Sink sink_;
   Problems& problems_;
 
+  bool isWhole_ = true;
   Slot ownSwitch_ = noSlot;
   Vorn::IpAddr ownAddress_;  // 0.0.0.0: none yet
 

@@ -318,12 +318,11 @@ TEST_F(OvsdbRows, TellsWhatIsMeantFromWhatTheControllerWithdraws) {
   PP 2 ~ 'vlan_bindings':<10,@11> => vni 5001 = 11
   PS 1 ~ 'ports':@3 => MEANT
   PS 1 ~ 'ports':(@3) => BACK
-  PP 3 ~ 'vlan_bindings':<11,@11>; U 31 -; M 51 =>
-      list 5001 * gone; host 5001 :0a gone, meant; host 5001 :0b gone; vni 5001 gone, meant
+  PP 3 ~ 'vlan_bindings':<11,@11>; U 31 -; M 51 => MEANT
   PP 3 ~ 'vlan_bindings':<11,@11>; HOST; LIST => BACK
   LS 11 ~ 'tunnel_key':0 => GONE
   LS 11 ~ 'tunnel_key':5001 => BACK
-  LS 11 ~ 'tunnel_key':(); PS 1 ~ 'ports':@3 => GONE
+  LS 11 ~ 'tunnel_key':(); PS 1 ~ 'ports':@3 => MEANT
   LS 11 ~ 'tunnel_key':5001; PS 1 ~ 'ports':@3 => BACK
   LS 11 - => GONE
   SWITCH => BACK
@@ -352,6 +351,12 @@ TEST_F(OvsdbRows, TellsWhatIsMeantFromWhatTheControllerWithdraws) {
                                           {"LIST", rows[14]}})
     script = replaced(script, word, text);
   expect(script);
+  // A whole state may have lost what it lacks.
+  Imported another;
+  another.play(whole, start);
+  EXPECT_EQ(another.play(whole, startWithout("PP 2, PP 3, U 31, M 51")),
+            "list 5001 * gone; host 5000 :0a gone, meant; host 5001 :0a gone, meant; "
+            "host 5001 :0b gone; vni 5000 gone, meant; vni 5001 gone, meant");
 }
 
 // Its own tag that no other switch has; else a free one, from the last, which is kept for a switch
@@ -726,7 +731,9 @@ TEST(OvsdbRowsAtRandom, DifferencesEndWhereTheWholeStateDoes) {
       const std::string told = database.below(8) == 0
                                    ? followed.play(Imported::whole, database.all("initial"))
                                    : followed.play(Imported::differences, database.differences());
-      EXPECT_EQ(another.play(Imported::wholeRows, database.all("new")), told);
+      // Causes apart: a whole state may lack what has been lost.
+      EXPECT_EQ(replaced(another.play(Imported::wholeRows, database.all("new")), ", meant", ""),
+                replaced(told, ", meant", ""));
       Imported fresh;
       fresh.play(Imported::wholeRows, database.all("new"));
       ASSERT_EQ(withoutGivenVlans(followed.believer.said), withoutGivenVlans(fresh.believer.said))
