@@ -4,6 +4,8 @@
 #include <charconv>
 #include <nlohmann/json.hpp>
 
+#include "agent/base/JsonText.h"
+
 namespace Agent {
 
 void writeQuoted(std::string& out, std::string_view text) {
@@ -14,8 +16,7 @@ void writeQuoted(std::string& out, std::string_view text) {
     out.append("\"").append(text).append("\"");
     return;
   }
-  constexpr bool asciiAlone = true;
-  out += nlohmann::json(text).dump(-1, ' ', asciiAlone, nlohmann::json::error_handler_t::replace);
+  out += jsonText(text);
 }
 
 void writeReal(std::string& out, double number) {

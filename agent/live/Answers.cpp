@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/base/JsonText.h"
 #include "agent/base/Text.h"
 #include "agent/view/FloodSetText.h"
 #include "agent/view/Snapshot.h"
@@ -17,10 +18,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::string lineOf(const Json& object) {
-  constexpr bool asciiAlone = true;
-  return object.dump(-1, ' ', asciiAlone, Json::error_handler_t::replace) + '\n';
-}
+std::string lineOf(const Json& object) { return jsonText(object) + '\n'; }
 
 // Some milliseconds' worth of lines at a time.
 template <class Record, class ToJson>

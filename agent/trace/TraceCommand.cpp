@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "agent/base/ExitStatus.h"
+#include "agent/base/JsonText.h"
 #include "agent/base/Text.h"
 #include "framework/Ringlog/File.h"
 #include "framework/Ringlog/Reader.h"
@@ -154,9 +155,7 @@ class Follower {
   }
 
   // Of ASCII alone: what a terminal acts on is spelled as \u, and so is what is no UTF-8.
-  void printObject(const nlohmann::ordered_json& object) {
-    out_ << object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) << '\n';
-  }
+  void printObject(const nlohmann::ordered_json& object) { out_ << jsonText(object) << '\n'; }
 
   const TraceOptions& options_;
   std::ostream& out_;

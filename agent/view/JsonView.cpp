@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "agent/base/JsonText.h"
 #include "agent/view/FloodSetText.h"
 
 namespace Agent {
@@ -10,11 +11,6 @@ namespace Agent {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-std::string textOf(const Json& json) {
-  constexpr bool asciiAlone = true;
-  return json.dump(-1, ' ', asciiAlone, Json::error_handler_t::replace);
-}
 
 Json jsonOf(const Bridging::VlanId& vlan) { return vlan.value(); }
 Json jsonOf(const Vxlan::VniExt& vni) { return vni.value(); }
@@ -65,7 +61,7 @@ Json jsonOf(const DumpId& dump) { return {{"dump", dump.label}, {"at", dump.at}}
 // The line's brace, and which journal it is of, if that is to be told.
 void begin(std::ostream& out, const std::string& journal) {
   out << '{';
-  if (!journal.empty()) out << "\"journal\": " << textOf(journal) << ", ";
+  if (!journal.empty()) out << "\"journal\": " << jsonText(journal) << ", ";
 }
 
 // `"name": [...]`, a record at a time.
@@ -74,7 +70,7 @@ void printList(std::ostream& out, const char* name, const std::vector<Record>& r
   out << '"' << name << "\": [";
   const char* separator = "";
   for (const Record& record : records) {
-    out << separator << textOf(jsonOf(record));
+    out << separator << jsonText(jsonOf(record));
     separator = ", ";
   }
   out << ']';
@@ -101,13 +97,13 @@ void printChanges(std::ostream& out, const char* name, const ListChanges<Record>
 }
 
 void printClient(std::ostream& out, const ClientSnapshot& client) {
-  out << "{\"vxlanControllerClientMode\": " << textOf(client.vxlanControllerClientMode)
-      << ", \"datapathLearningMode\": " << textOf(client.datapathLearningMode) << ", ";
+  out << "{\"vxlanControllerClientMode\": " << jsonText(client.vxlanControllerClientMode)
+      << ", \"datapathLearningMode\": " << jsonText(client.datapathLearningMode) << ", ";
   printList(out, "vccImportVlans", client.vccImportVlans);
   out << ", ";
   printList(out, "vnis", client.vnis);
-  out << ", \"mlagBum\": " << textOf(client.mlagBum)
-      << ", \"hostTable\": {\"markedForDelCount\": " << textOf(client.hostTable.markedForDelCount)
+  out << ", \"mlagBum\": " << jsonText(client.mlagBum)
+      << ", \"hostTable\": {\"markedForDelCount\": " << jsonText(client.hostTable.markedForDelCount)
       << ", ";
   printList(out, "entries", client.hostTable.entries);
   out << "}}";
@@ -129,7 +125,7 @@ Json statusOf(const Snapshot& snapshot) {
 
 void printJson(std::ostream& out, const Snapshot& snapshot, const std::string& journal) {
   begin(out, journal);
-  out << "\"dump\": " << textOf(snapshot.label) << ", \"at\": " << textOf(snapshot.at)
+  out << "\"dump\": " << jsonText(snapshot.label) << ", \"at\": " << jsonText(snapshot.at)
       << ", \"client\": ";
   if (snapshot.client)
     printClient(out, *snapshot.client);
@@ -139,8 +135,8 @@ void printJson(std::ostream& out, const Snapshot& snapshot, const std::string& j
   printList(out, "hosts", snapshot.hosts);
   out << ", ";
   printList(out, "floodSets", snapshot.floodSets);
-  out << "}, \"clientView\": " << textOf(viewOf(snapshot))
-      << ", \"convergenceStatus\": " << textOf(statusOf(snapshot)) << "}\n";
+  out << "}, \"clientView\": " << jsonText(viewOf(snapshot))
+      << ", \"convergenceStatus\": " << jsonText(statusOf(snapshot)) << "}\n";
 }
 
 void printJson(std::ostream& out, const Diff& diff, const std::string& journal) {
@@ -149,9 +145,9 @@ void printJson(std::ostream& out, const Diff& diff, const std::string& journal) 
     flags[std::string(flag.name)] = {{"before", jsonOf(flag.before)},
                                      {"after", jsonOf(flag.after)}};
   begin(out, journal);
-  out << "\"diff\": " << textOf(diff.now.label) << ", \"at\": " << textOf(diff.now.at)
-      << ", \"since\": " << textOf(diff.since ? jsonOf(*diff.since) : Json(nullptr))
-      << ", \"flags\": " << textOf(flags);
+  out << "\"diff\": " << jsonText(diff.now.label) << ", \"at\": " << jsonText(diff.now.at)
+      << ", \"since\": " << jsonText(diff.since ? jsonOf(*diff.since) : Json(nullptr))
+      << ", \"flags\": " << jsonText(flags);
   printChanges(out, "vccImportVlans", diff.vccImportVlans);
   printChanges(out, "vnis", diff.vnis);
   printChanges(out, "entries", diff.received);
@@ -162,18 +158,19 @@ void printJson(std::ostream& out, const Diff& diff, const std::string& journal) 
 
 void printJson(std::ostream& out, const Turn& turn, const std::string& journal) {
   begin(out, journal);
-  out << "\"turn\": " << textOf(turn.at) << ", \"hosts\": " << turn.hosts
+  out << "\"turn\": " << jsonText(turn.at) << ", \"hosts\": " << turn.hosts
       << ", \"marked\": " << turn.marked << ", \"deleted\": " << turn.deleted
-      << ", \"unicastDeferredDeletionInProgress\": " << textOf(jsonOf(turn.unicastDeferredDeletion))
-      << ", \"bumDeferredDeletionInProgress\": " << textOf(jsonOf(turn.bumDeferredDeletion))
+      << ", \"unicastDeferredDeletionInProgress\": "
+      << jsonText(jsonOf(turn.unicastDeferredDeletion))
+      << ", \"bumDeferredDeletionInProgress\": " << jsonText(jsonOf(turn.bumDeferredDeletion))
       << "}\n";
 }
 
 void printJsonException(std::ostream& out, const std::string& type, std::size_t line,
                         const std::string& text, const std::string& journal) {
   begin(out, journal);
-  out << "\"exception\": " << textOf(type) << ", \"line\": " << line
-      << ", \"text\": " << textOf(text) << "}\n";
+  out << "\"exception\": " << jsonText(type) << ", \"line\": " << line
+      << ", \"text\": " << jsonText(text) << "}\n";
 }
 
 }  // namespace Agent
