@@ -125,6 +125,15 @@ std::string printable(std::string_view text) {
   return shown;
 }
 
+std::string beginningOf(std::string_view text, std::size_t most) {
+  if (text.size() <= most) return std::string(text);
+  const auto continues = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; };
+  constexpr std::size_t longestCharacter = 4;
+  std::size_t end = most;
+  while (end > 0 && most - end + 1 < longestCharacter && continues(text[end])) --end;
+  return std::string(text.substr(0, end)) + "...";
+}
+
 void printColoured(std::ostream& out, Colour colour, const std::string& text) {
   out << codeOf(colour) << text << (colour == Colour::none ? "" : "\033[0m");
 }

@@ -37,6 +37,10 @@ void appendTo(std::string& list, std::string_view separator, std::string_view it
 // of lines, too), and those that are not UTF-8, become \xNN, with two digits of 0 to 9 and A to F.
 std::string printable(std::string_view text);
 
+// The beginning of a text from outside, enough to find it by: what is longer than `most` bytes is
+// cut in front of a character, and "..." stands for the rest.
+std::string beginningOf(std::string_view text, std::size_t most = 80);
+
 enum class Colour { none, added, gone, changed };
 
 // Writes `text` between the terminal's codes of the colour: green, red and yellow.

@@ -5,6 +5,8 @@
 #include <limits>
 #include <system_error>
 
+#include "agent/base/Text.h"
+
 namespace Agent {
 
 namespace {
@@ -12,17 +14,6 @@ namespace {
 constexpr std::string_view numberText = "a whole number from 0 to 4294967295";
 constexpr std::string_view vlanText = "the number of a VLAN";
 constexpr std::string_view vniText = "the number of a VNI";
-
-// A value as an error shows it: its beginning is enough to find it.
-std::string shown(std::string text) {
-  constexpr std::size_t maxLength = 80;
-  if (text.size() <= maxLength) return text;
-  std::size_t end = maxLength;
-  const auto continues = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; };
-  while (end > 0 && continues(text[end])) --end;
-  text.resize(end);
-  return text + "...";
-}
 
 constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
 
@@ -74,8 +65,7 @@ std::string listed(std::span<const Field> fields) {
 Field& fieldNamed(std::string_view name, std::span<Field> fields) {
   const auto field = std::ranges::find(fields, name, &Field::name);
   if (field == fields.end())
-    throw InputError("unknown key \"" + shown(std::string(name)) + "\": expected " +
-                     listed(fields));
+    throw InputError("unknown key \"" + beginningOf(name) + "\": expected " + listed(fields));
   if (field->value) throw InputError(std::string(name) + " is given twice: expected each key once");
   return *field;
 }
@@ -83,13 +73,13 @@ Field& fieldNamed(std::string_view name, std::span<Field> fields) {
 }  // namespace
 
 void refuse(std::string_view what, std::string_view value, std::string_view expected) {
-  throw InputError(std::string(what) + " is \"" + shown(std::string(value)) + "\": expected " +
+  throw InputError(std::string(what) + " is \"" + beginningOf(value) + "\": expected " +
                    std::string(expected));
 }
 
 void refuse(std::string_view what, Json value, std::string_view expected) {
-  throw InputError(std::string(what) + " is " + shown(simdjson::minify(value)) + ": expected " +
-                   std::string(expected));
+  throw InputError(std::string(what) + " is " + beginningOf(simdjson::minify(value)) +
+                   ": expected " + std::string(expected));
 }
 
 std::uint32_t numberOf(std::string_view text, std::string_view what) {

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "agent/base/Text.h"
+
 namespace Agent::Ovsdb {
 
 class Failure final : public std::runtime_error {
@@ -23,8 +25,7 @@ class Failure final : public std::runtime_error {
 // The beginning of what came, enough to know it by.
 inline std::string excerpt(std::string_view text) {
   constexpr std::size_t most = 120;
-  if (text.size() <= most) return std::string(text);
-  return std::string(text.substr(0, most)) + "...";
+  return beginningOf(text, most);
 }
 
 }  // namespace Agent::Ovsdb

@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "agent/base/Text.h"
 #include "model/Vorn/IpGenAddr.h"
 
 namespace Agent::Ovsdb {
@@ -310,9 +311,9 @@ void Mapping::findOwnAddress() {
     }
   }
   if (first == Vorn::IpAddr())
-    problems_.raise(place, shownOf(wrong), "the IPv4 address of our VTEP: the last one stays");
+    problems_.raise(place, beginningOf(wrong), "the IPv4 address of our VTEP: the last one stays");
   else if (!wrong.empty())
-    problems_.raise(place, shownOf(wrong), "addresses of our VTEP");
+    problems_.raise(place, beginningOf(wrong), "addresses of our VTEP");
   else
     problems_.cure(place);
   if (first == Vorn::IpAddr() || first == ownAddress_) return;
@@ -356,7 +357,7 @@ std::vector<Mapping::Choice> Mapping::chooseByVni() {
       continue;
     }
     const auto& holder = switches[first.back().logicalSwitch];
-    refuse(choice.logicalSwitch, "a VNI of its own: it is that of " + shownOf(holder.row.name) +
+    refuse(choice.logicalSwitch, "a VNI of its own: it is that of " + beginningOf(holder.row.name) +
                                      ", " + holder.uuid.stringValue());
   }
   return first;

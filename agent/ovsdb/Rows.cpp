@@ -5,6 +5,7 @@
 #include <iterator>
 #include <utility>
 
+#include "agent/base/Text.h"
 #include "model/Vorn/IpGenAddr.h"
 
 namespace Agent::Ovsdb {
@@ -19,11 +20,11 @@ struct Fault {
 using Verdict = std::optional<Fault>;
 
 Verdict faultOf(Json value, const char* expected) {
-  return Fault{shownOf(simdjson::minify(value)), expected};
+  return Fault{beginningOf(simdjson::minify(value)), expected};
 }
 
 Verdict faultOf(std::string_view text, const char* expected) {
-  return Fault{shownOf(text), expected};
+  return Fault{beginningOf(text), expected};
 }
 
 std::optional<std::string_view> textOf(Json value) {
@@ -400,12 +401,6 @@ bool isVtepAddress(const Vorn::IpAddr& address) {
   return address.value() != 0 && address.value() != everyone && address.value() >> 28 != multicast;
 }
 
-std::string shownOf(std::string_view text) {
-  constexpr std::size_t most = 80;
-  if (text.size() <= most) return std::string(text);
-  return std::string(text.substr(0, most)) + "...";
-}
-
 template <class Act>
 auto Rows::withTable(Table table, Act act) {
   switch (table) {
@@ -438,7 +433,7 @@ void Rows::beginWhole() {
 bool Rows::take(Table table, std::string_view uuid, Json update, Updates::Form form) {
   const auto name = Uuid::parse(uuid);
   if (!name) {
-    raiseMisshapen(placeOf(table, shownOf(uuid)), uuid, "a uuid");
+    raiseMisshapen(placeOf(table, beginningOf(uuid)), uuid, "a uuid");
     return true;
   }
   return withTable(table, [&](auto& rows) { return takeRow(table, rows, *name, update, form); });
@@ -522,7 +517,7 @@ void Rows::faultsAre(Table table, const Uuid& uuid, std::uint8_t& faults, std::u
 
 void Rows::raiseMisshapen(const std::string& place, std::string_view value, const char* why) {
   misshapen_.insert(place);
-  problems_.raise(place, shownOf(value), why);
+  problems_.raise(place, beginningOf(value), why);
 }
 
 bool Rows::sweep() {

@@ -93,9 +93,6 @@ void sortOnce(std::vector<Member>& members) {
 // An address that frames can be sent to: neither 0.0.0.0 nor multicast nor broadcast.
 bool isVtepAddress(const Vorn::IpAddr& address);
 
-// A text from outside as a problem shows it: its beginning.
-std::string shownOf(std::string_view text);
-
 class Rows {
  public:
   // Told of each row that comes, changes and goes, one after the other. `slot` is the row's; a row
