@@ -12,6 +12,9 @@
 
 namespace Agent {
 
+// The one VTI of a live agent, on which all VNIs are mapped.
+inline constexpr const char* vtiName = "Vxlan1";
+
 // Who withdraws: the controller no longer says it, or the operator has taken away what it was for.
 // What is meant waits like the rest, and no hold comes of it.
 enum class Cause : std::uint8_t { controller, meant };

@@ -11,11 +11,8 @@ namespace {
 
 double now() { return Moru::ActivityFacility::current()->now(); }
 
-// The controller's entry of a VNI.
-Moru::Name nameOf(const Vxlan::VniExt& vni) { return std::to_string(vni.value()); }
-
 const Vorn::IntfId& vti() {
-  static const Vorn::IntfId intf(WithdrawalGate::vtiName);
+  static const Vorn::IntfId intf(vtiName);
   return intf;
 }
 
@@ -141,7 +138,7 @@ void WithdrawalGate::flushVnis() {
     const auto found = vnis_.find(vni);
     if (found == vnis_.end() || found->second.entry != Entry::pending) continue;
     found->second.entry = Entry::written;
-    set(ControllerEntry{nameOf(vni)}, {});
+    set(ControllerEntry{entryName(vni)}, {});
   }
   for (const auto& [vni, luggage] : std::exchange(luggage_, {})) {
     const auto found = vnis_.find(vni);
@@ -176,13 +173,13 @@ bool WithdrawalGate::withdrawContents(const Vxlan::VniExt& vni, Vni& entry) {
   for (auto host = entry.hosts.begin(); host; ++host) {
     if (budget_ == 0) return false;
     --budget_;
-    del(ControllerHost{nameOf(vni), host.key()});
+    del(ControllerHost{entryName(vni), host.key()});
     hostGone(entry, host.key());
   }
   if (!converging_)
     for (const auto& [mac, list] : entry.lists) deleteList(vni, mac, list.type);
   entry.lists.clear();
-  if (entry.entry == Entry::written) del(ControllerEntry{nameOf(vni)});
+  if (entry.entry == Entry::written) del(ControllerEntry{entryName(vni)});
   entry.entry = Entry::none;
   areVnisChanged_ = true;
   return true;
@@ -231,7 +228,7 @@ void WithdrawalGate::hostIs(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac,
       hold_->cameBack = true;
     }
   }
-  if (!isWritten) set(ControllerHost{nameOf(vni), mac}, {vtep});
+  if (!isWritten) set(ControllerHost{entryName(vni), mac}, {vtep});
 }
 
 void WithdrawalGate::hostDel(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac, Cause cause) {
@@ -352,20 +349,20 @@ void WithdrawalGate::writeList(const Vxlan::VniExt& vni, const Vorn::EthAddr& ma
   if (list.type == L2Rib::FloodSetType::sendToAny) {
     ControllerMultiPath::Value vteps;
     for (const Member& member : list.members) vteps.push_back(member.vtep);
-    set(ControllerMultiPath{nameOf(vni), mac}, std::move(vteps));
+    set(ControllerMultiPath{entryName(vni), mac}, std::move(vteps));
     return;
   }
   ControllerFlood::Value value;
   for (const Member& member : list.members) value.vteps.emplace_back(member.vtep, true);
-  set(ControllerFlood{nameOf(vni), mac}, std::move(value));
+  set(ControllerFlood{entryName(vni), mac}, std::move(value));
 }
 
 void WithdrawalGate::deleteList(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac,
                                 L2Rib::FloodSetType type) {
   if (type == L2Rib::FloodSetType::sendToAny)
-    del(ControllerMultiPath{nameOf(vni), mac});
+    del(ControllerMultiPath{entryName(vni), mac});
   else
-    del(ControllerFlood{nameOf(vni), mac});
+    del(ControllerFlood{entryName(vni), mac});
 }
 
 // --- Withdrawals ---
@@ -411,7 +408,7 @@ void WithdrawalGate::withdrawHosts(Queue& queue) {
     Vni& entry = vnis_.at(due.vni);
     if (hold_ && host->cause == Cause::controller && entry.missing->is(due.mac, {})) ++missing_;
     hostGone(entry, due.mac);
-    del(ControllerHost{nameOf(due.vni), due.mac});
+    del(ControllerHost{entryName(due.vni), due.mac});
   }
 }
 

@@ -48,8 +48,7 @@ class WithdrawalGate final : public Announcements {
   // Takes the changes in the order in which they are to be applied. It must not call the gate.
   using Sink = std::function<void(Change)>;
 
-  // The VTI that all VNIs are mapped on, and the controller whose state is written.
-  static constexpr const char* vtiName = "Vxlan1";
+  // The controller whose state is written.
   static constexpr const char* controllerName = "controller";
 
   // How many withdrawals go through before everything else has its turn.

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "agent/base/InputError.h"
+#include "agent/base/SortOnce.h"
 #include "model/Bridging/VlanId.h"
 #include "model/Bridging/VlanIdOrNone.h"
 #include "model/Vorn/EthAddr.h"
@@ -89,8 +90,7 @@ std::vector<T> toSet(Json value, std::string_view what, std::string_view expecte
                      T (*convert)(Json, std::string_view)) {
   std::vector<T> members;
   for (const Json member : toArray(value, what, expected)) members.push_back(convert(member, what));
-  std::sort(members.begin(), members.end());
-  members.erase(std::unique(members.begin(), members.end()), members.end());
+  sortOnce(members);
   return members;
 }
 

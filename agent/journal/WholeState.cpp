@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/base/SortOnce.h"
 #include "model/VxlanController/ZepStateV2.h"
 
 namespace Agent {
@@ -46,15 +47,13 @@ VlanVniTables::Value valueOf(const Vxlan::VlanVniMap& map) {
   return value;
 }
 
-Moru::Name nameOf(const Vxlan::VniExt& vni) { return Moru::Name(std::to_string(vni.value())); }
-
 class Writer {
  public:
   Writer(const EmbeddedClient& embedded, const Write& write)
       : store_(embedded.store()), client_(embedded.client().get()), write_(write) {
     for (const auto& [intf, map] : store_.vlanVniMaps->vlanVniMap())
       for (const auto& [vlan, vsp] : map->vlanToVsp())
-        if (!!vsp) vlans_.emplace(nameOf(vsp.vni()).stringValue(), vlan);
+        if (!!vsp) vlans_.emplace(entryName(vsp.vni()).stringValue(), vlan);
   }
 
   void run() {
@@ -116,8 +115,7 @@ class Writer {
       vteps.push_back(vtep);
     std::vector<Vorn::IpAddr> withStale = destsOf(name, mac);
     withStale.insert(withStale.end(), vteps.begin(), vteps.end());
-    std::ranges::sort(withStale);
-    withStale.erase(std::unique(withStale.begin(), withStale.end()), withStale.end());
+    sortOnce(withStale);
     if (withStale != vteps) set(write_, ControllerMultiPath{name, mac}, withStale);
     set(write_, ControllerMultiPath{name, mac}, vteps);
   }
@@ -143,7 +141,7 @@ class Writer {
       const auto map = store_.vlanVniMaps->vlanVniMap(entry.vtiIntfId);
       const Vxlan::VniSourcePair pair = map ? map->vlanToVsp(key.vlan) : Vxlan::VniSourcePair();
       if (!pair) continue;  // its VNI is gone: it is about to go, too
-      const ControllerHost target{nameOf(pair.vni()), key.mac};
+      const ControllerHost target{entryName(pair.vni()), key.mac};
       set(write_, target, {entry.vtepAddr.ip4(), entry.moveCount});
       write_(Change(Del<ControllerHost>{target}));
     }

@@ -75,7 +75,7 @@ LiveAgent::LiveAgent(LiveOptions options, Log& log)
   act(Change(Set<HwBum>{{}, Vxlan::BumReplicationMode::controller}));
   Vti::Value vti;
   vti.controllerClientMode = true;
-  act(Change(Set<Vti>{{Vorn::IntfId(WithdrawalGate::vtiName)}, vti}));
+  act(Change(Set<Vti>{{Vorn::IntfId(vtiName)}, vti}));
   while (!changes_.isEmpty())
     changes_.applyFor(sliceTime, [this](const Change& change) { apply(change); });
   act(Start());

@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "agent/base/SortOnce.h"
 #include "agent/base/Text.h"
 #include "model/Vorn/IpGenAddr.h"
 
@@ -12,7 +13,7 @@ namespace Agent::Ovsdb {
 
 namespace {
 
-constexpr std::uint16_t lastVlan = 4094;
+constexpr std::uint16_t lastVlan = Bridging::VlanId::max;
 
 bool comesLater(const Agenda::Item& left, const Agenda::Item& right) {
   return std::tie(left.vni, left.mac) > std::tie(right.vni, right.mac);
@@ -106,14 +107,11 @@ void Mapping::changed(Slot slot, const UcastMac& before, const UcastMac& now) {
 }
 
 void Mapping::changed(Slot slot, const McastMac& before, const McastMac& now) {
-  const auto isOfList = [](const McastMac& row) {
-    return row.mac.value() != 0 && row.logicalSwitch != noSlot;
-  };
-  if (isOfList(before)) {
+  if (before.isOfSwitch()) {
     std::erase(segments_[before.logicalSwitch].lists[before.mac].rows, slot);
     markListOf(before);
   }
-  if (!isOfList(now)) return;
+  if (!now.isOfSwitch()) return;
   const auto [at, isNew] = segments_[now.logicalSwitch].lists.try_emplace(now.mac);
   if (isNew) rows_.logicalSwitches.refer(now.logicalSwitch);
   at->second.rows.push_back(slot);
@@ -141,13 +139,7 @@ void Mapping::markListOf(const McastMac& row) {
 
 Slot Mapping::hostOf(const HostKey& key) {
   if (const Slot present = hostIndex_.find(key); present != noSlot) return present;
-  Slot slot = static_cast<Slot>(hosts_.size());
-  if (freeHosts_.empty()) {
-    hosts_.emplace_back();
-  } else {
-    slot = freeHosts_.back();
-    freeHosts_.pop_back();
-  }
+  const Slot slot = hosts_.take();
   Segment& segment = segments_[key.logicalSwitch];
   Host& host = hosts_[slot];
   host.logicalSwitch = key.logicalSwitch;
@@ -161,7 +153,7 @@ Slot Mapping::hostOf(const HostKey& key) {
 }
 
 void Mapping::forgetHost(Slot slot) {
-  Host& host = hosts_[slot];
+  const Host& host = hosts_[slot];
   if (host.previous != noSlot)
     hosts_[host.previous].next = host.next;
   else
@@ -169,12 +161,11 @@ void Mapping::forgetHost(Slot slot) {
   if (host.next != noSlot) hosts_[host.next].previous = host.previous;
   hostIndex_.remove({host.logicalSwitch, host.mac});
   rows_.logicalSwitches.unrefer(host.logicalSwitch);
-  host = {};
-  freeHosts_.push_back(slot);
+  hosts_.release(slot);
 }
 
 void Mapping::joinHost(Slot row, const UcastMac& now) {
-  if (now.mac.value() == 0 || now.logicalSwitch == noSlot) return;
+  if (!now.isOfSwitch()) return;
   UcastLinks& links = ucastLinks_[row];
   links.host = hostOf({now.logicalSwitch, now.mac});
   links.nextOfHost = std::exchange(hosts_[links.host].firstRow, row);
@@ -234,7 +225,7 @@ bool Mapping::followSets() {
     return false;
   }
   const McastMac& row = rows_.mcastMacs[static_cast<Slot>(position_++)].row;
-  if (row.mac.value() == 0 || row.logicalSwitch == noSlot || row.locatorSet == noSlot) return true;
+  if (!row.isOfSwitch() || row.locatorSet == noSlot) return true;
   const auto& members = rows_.physicalLocatorSets[row.locatorSet].row.locators;
   const auto isChanged = [this](Slot locator) {
     return locators_[locator].changedIn == evaluation_;
@@ -318,7 +309,7 @@ void Mapping::findOwnAddress() {
     problems_.cure(place);
   if (first == Vorn::IpAddr() || first == ownAddress_) return;
   ownAddress_ = first;
-  Set<Vti> change{Vti{Vorn::IntfId("Vxlan1")}, {}};
+  Set<Vti> change{Vti{Vorn::IntfId(vtiName)}, {}};
   change.value.localVtepAddr = first;
   sink_(change);
   for (const Slot slot : bound_) markLists(slot);

@@ -15,7 +15,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <string>
@@ -187,8 +186,7 @@ class Mapping final : public Rows::Watcher {
   BySlot<UcastLinks> ucastLinks_;
   BySlot<LocatorUse> locators_;
   BySlot<std::uint64_t> setChangedIn_;  // as LocatorUse::changedIn
-  std::deque<Host> hosts_;
-  std::vector<Slot> freeHosts_;
+  SlotPool<Host> hosts_;
   SlotIndex<HostKey, HostHash> hostIndex_;
 
   std::vector<Slot> bound_;              // logical switches with tags; their slots are kept

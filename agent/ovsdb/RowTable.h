@@ -61,6 +61,35 @@ class BySlot {
   std::deque<Element> elements_;
 };
 
+// Elements that come and go. The slot of one that is gone is taken again; it is new then.
+template <class Element>
+class SlotPool {
+ public:
+  Slot take() {
+    if (free_.empty()) {
+      elements_.emplace_back();
+      return size() - 1;
+    }
+    const Slot slot = free_.back();
+    free_.pop_back();
+    return slot;
+  }
+  void release(Slot slot) {
+    elements_[slot] = {};
+    free_.push_back(slot);
+  }
+
+  Element& operator[](Slot slot) { return elements_[slot]; }
+  const Element& operator[](Slot slot) const { return elements_[slot]; }
+
+  // All slots, free ones included.
+  Slot size() const { return static_cast<Slot>(elements_.size()); }
+
+ private:
+  std::deque<Element> elements_;
+  std::vector<Slot> free_;
+};
+
 template <class Row>
 class RowTable {
  public:
@@ -79,13 +108,7 @@ class RowTable {
   // Taken if need be, and then a candidate for being freed.
   Slot slotOf(const Uuid& uuid) {
     if (const Slot present = find(uuid); present != noSlot) return present;
-    Slot slot = static_cast<Slot>(entries_.size());
-    if (free_.empty()) {
-      entries_.emplace_back();
-    } else {
-      slot = free_.back();
-      free_.pop_back();
-    }
+    const Slot slot = entries_.take();
     entries_[slot].uuid = uuid;
     entries_[slot].isTaken = true;
     index_.add(uuid, slot);
@@ -109,11 +132,10 @@ class RowTable {
     if (candidates_.empty()) return false;
     const Slot slot = candidates_.back();
     candidates_.pop_back();
-    Entry& entry = entries_[slot];
+    const Entry& entry = entries_[slot];
     if (!entry.isTaken || entry.isPresent || entry.references != 0) return true;
     index_.remove(entry.uuid);
-    entry = {};
-    free_.push_back(slot);
+    entries_.release(slot);
     return true;
   }
 
@@ -121,7 +143,7 @@ class RowTable {
   const Entry& operator[](Slot slot) const { return entries_[slot]; }
 
   // All slots, free ones included.
-  Slot size() const { return static_cast<Slot>(entries_.size()); }
+  Slot size() const { return entries_.size(); }
 
  private:
   struct Hash {
@@ -129,9 +151,8 @@ class RowTable {
     std::size_t operator()(const Uuid& uuid) const { return mixed(uuid.high, uuid.low); }
   };
 
-  std::deque<Entry> entries_;
+  SlotPool<Entry> entries_;
   SlotIndex<Uuid, Hash> index_;
-  std::vector<Slot> free_;
   std::vector<Slot> candidates_;
 };
 

@@ -5,7 +5,9 @@
 #include <iterator>
 #include <utility>
 
+#include "agent/base/SortOnce.h"
 #include "agent/base/Text.h"
+#include "model/Bridging/VlanId.h"
 #include "model/Vorn/IpGenAddr.h"
 
 namespace Agent::Ovsdb {
@@ -215,7 +217,7 @@ Verdict readDstIp(Vorn::IpAddr& address, Json value) {
   return std::nullopt;
 }
 
-constexpr std::int64_t lastVlan = 4094;
+constexpr std::int64_t lastVlan = Bridging::VlanId::max;
 
 Verdict readVlanBindings(PhysicalPort& port, RowTable<LogicalSwitch>& switches, Json value,
                          bool isDifference) {

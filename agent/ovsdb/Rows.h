@@ -3,7 +3,6 @@
 // and the row is as if it lacked the value.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -73,6 +72,7 @@ struct UcastMac {
   Slot locator = noSlot;
   Slot logicalSwitch = noSlot;
 
+  bool isOfSwitch() const { return mac.value() != 0 && logicalSwitch != noSlot; }
   bool operator==(const UcastMac&) const = default;
 };
 
@@ -81,14 +81,9 @@ struct McastMac {
   Slot locatorSet = noSlot;
   Slot logicalSwitch = noSlot;
 
+  bool isOfSwitch() const { return mac.value() != 0 && logicalSwitch != noSlot; }
   bool operator==(const McastMac&) const = default;
 };
-
-template <class Member>
-void sortOnce(std::vector<Member>& members) {
-  std::sort(members.begin(), members.end());
-  members.erase(std::unique(members.begin(), members.end()), members.end());
-}
 
 // An address that frames can be sent to: neither 0.0.0.0 nor multicast nor broadcast.
 bool isVtepAddress(const Vorn::IpAddr& address);

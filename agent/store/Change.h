@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -70,6 +71,9 @@ struct ControllerEntry {
   };
   Moru::Name name;
 };
+
+// The name of a VNI's entry.
+inline Moru::Name entryName(const Vxlan::VniExt& vni) { return std::to_string(vni.value()); }
 
 struct ControllerHost {
   struct Value {
