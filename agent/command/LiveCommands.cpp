@@ -7,7 +7,6 @@
 #include <unistd.h>
 #include <utility>
 
-#include "Vxlan/Trace.h"
 #include "agent/base/ExitStatus.h"
 #include "agent/base/InputError.h"
 #include "agent/base/Text.h"
@@ -124,9 +123,7 @@ int run(RunOptions options, std::ostream& errors) {
   Ringlog::directoryIs(options.running.ringDirectory);
   std::optional<TraceStream> trace;
   if (options.running.traceLevel)
-    trace.emplace(errors, *options.running.traceLevel,
-                  std::vector<Moru::TraceFacility*>{&Moru::traceFacility, &Ringlog::traceFacility,
-                                                    &Vxlan::traceFacility},
+    trace.emplace(errors, *options.running.traceLevel, clientFacilities(),
                   [] { return rfc3339Text(std::chrono::system_clock::now()); });
   LiveAgent agent(std::move(live), log);
   return ExitStatus::signalled + agent.run();

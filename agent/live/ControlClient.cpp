@@ -88,10 +88,12 @@ void addFields(TextTable& table, const std::string& name, const Json& value) {
 // The answers as tables, by the question.
 class Tables {
  public:
-  explicit Tables(const std::string& what) : what_(what), table_(titles(what)) {}
+  explicit Tables(const std::string& what)
+      : columns_(columnsOf(what)),
+        table_(columns_.empty() ? std::vector<std::string>{"what", "now"} : columns_) {}
 
   void add(const Json& record) {
-    if (columnsOf(what_).empty())
+    if (columns_.empty())
       addFields(table_, "", record);
     else
       addRow(record);
@@ -114,14 +116,9 @@ class Tables {
     return {};
   }
 
-  static std::vector<std::string> titles(const std::string& what) {
-    const auto columns = columnsOf(what);
-    return columns.empty() ? std::vector<std::string>{"what", "now"} : columns;
-  }
-
   void addRow(const Json& record) {
     std::vector<std::string> cells;
-    for (const std::string& key : columnsOf(what_)) {
+    for (const std::string& key : columns_) {
       const Json& value = record.at(key);
       const bool isType = key == "type";
       cells.push_back(isType ? typeText(L2Rib::FloodSetType{value.get<std::uint32_t>()})
@@ -130,7 +127,7 @@ class Tables {
     table_.add(std::move(cells));
   }
 
-  const std::string what_;
+  const std::vector<std::string> columns_;
   TextTable table_;
   bool isEmpty_ = true;
 };

@@ -57,9 +57,13 @@ void Recording::writeState() {
 }
 
 void Recording::write(const Action& action) {
-  if (!isWritten()) return;
+  if (isWritten()) attempt([&] { append(lineText(time(), action)); });
+}
+
+template <class Work>
+void Recording::attempt(Work work) {
   try {
-    append(lineText(time(), action));
+    work();
   } catch (const std::system_error& error) {
     problems_.raise("recording", options_.file, error.what());
     file_ = Descriptor();
@@ -74,12 +78,7 @@ void Recording::append(std::string_view text) {
 void Recording::rotateIfFull() {
   // A state that is as large as a file may be must not be written again and again.
   if (!isWritten() || options_.largest == 0 || size_ < options_.largest + stateSize_) return;
-  try {
-    begin();
-  } catch (const std::system_error& error) {
-    problems_.raise("recording", options_.file, error.what());
-    file_ = Descriptor();
-  }
+  attempt([this] { begin(); });
 }
 
 }  // namespace Agent

@@ -42,6 +42,10 @@ class Recording {
   std::size_t size() const { return size_; }
 
  private:
+  // Does what may fail: that ends the recording.
+  template <class Work>
+  void attempt(Work work);
+
   void begin();
   void append(std::string_view text);
   void writeState();

@@ -3,7 +3,6 @@
 #include <string>
 #include <utility>
 
-#include "Vxlan/Trace.h"
 #include "agent/base/StopSignal.h"
 #include "agent/base/Text.h"
 #include "agent/replay/RecordingTime.h"
@@ -196,9 +195,7 @@ ExitStatus replayOne(const std::string& path, const ReplayOptions& options,
   Replay replay(file, hasStart, options, out, errors);
   std::optional<TraceStream> trace;
   if (traceLevel)
-    trace.emplace(errors, *traceLevel,
-                  std::vector<Moru::TraceFacility*>{&Moru::traceFacility, &Ringlog::traceFacility,
-                                                    &Vxlan::traceFacility},
+    trace.emplace(errors, *traceLevel, clientFacilities(),
                   [&replay] { return secondsText(replay.time()); });
   return replay.run();
 }

@@ -2,9 +2,14 @@
 
 #include <utility>
 
+#include "Vxlan/Trace.h"
 #include "agent/base/Text.h"
 
 namespace Agent {
+
+std::vector<Moru::TraceFacility*> clientFacilities() {
+  return {&Moru::traceFacility, &Ringlog::traceFacility, &Vxlan::traceFacility};
+}
 
 TraceStream::TraceStream(std::ostream& out, unsigned mostLevel,
                          std::vector<Moru::TraceFacility*> facilities,

@@ -13,6 +13,9 @@
 
 namespace Agent {
 
+// Of the client and of what it is written against.
+std::vector<Moru::TraceFacility*> clientFacilities();
+
 // There is one at a time: it has the process's trace sink to itself.
 class TraceStream {
  public:
