@@ -1,0 +1,34 @@
+#include "agent/netlink/Dump.h"
+
+#include <cerrno>
+#include <linux/rtnetlink.h>
+#include <system_error>
+
+namespace Agent::Netlink {
+
+void Dump::send(nlmsghdr& request) {
+  request.nlmsg_seq = ++number_;
+  isInterrupted_ = false;
+  socket_.send(&request, request.nlmsg_len);
+}
+
+Dump::State Dump::step(const Handler& handler) {
+  bool hasEnded = false;
+  const auto take = [&](const nlmsghdr& message) {
+    if (message.nlmsg_seq != number_) return;
+    if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) isInterrupted_ = true;
+    if (message.nlmsg_type == NLMSG_ERROR) {
+      const auto& error = *static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(&message));
+      throw std::system_error(-error.error, std::generic_category(), "cannot dump");
+    }
+    if (message.nlmsg_type == NLMSG_DONE)
+      hasEnded = true;
+    else
+      handler(message);
+  };
+  if (!socket_.receive(take).value_or(true)) return State::interrupted;
+  if (!hasEnded) return State::more;
+  return isInterrupted_ ? State::interrupted : State::ended;
+}
+
+}  // namespace Agent::Netlink
