@@ -119,17 +119,23 @@ class Follower {
   }
 
   const Believer& believer() const { return believer_; }
+  const Agent::Attachments& attachments() const { return attachments_; }
   const std::vector<std::string>& problems() const { return problemsTold_; }
 
  private:
   const std::size_t pieces_;
   Believer believer_;
+  Agent::Attachments attachments_;
   std::vector<std::string> problemsTold_;
   Agent::Problems problems_{
       [this](const std::string& what, const Agent::Problem&) { problemsTold_.push_back(what); }};
   Agent::Ovsdb::Import import_{"us",
                                believer_,
                                [](const Agent::Change&) {},
+                               [this](const Agent::Attachments& now) {
+                                 assertThat(now != attachments_, "nothing is told twice");
+                                 attachments_ = now;
+                               },
                                problems_,
                                {[] {}, [](const std::string&) {}, [] {}}};
 };
@@ -170,12 +176,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto take = [&](const std::string& line) {
     one.take(line);
     other.take(line);
-    assertThat(one.believer() == other.believer() && one.problems() == other.problems(),
+    assertThat(one.believer() == other.believer() && one.problems() == other.problems() &&
+                   one.attachments() == other.attachments(),
                "slices make no difference");
   };
   for (const std::string& frame : frames) take(frame);
   take(R"({"whole":{"Physical_Switch":{"00000000-0000-0000-0000-000000000000":)"
        R"({"initial":{"name":"us"}}}}})");
-  assertThat(one.believer().isEmpty(), "an empty state says nothing");
+  assertThat(one.believer().isEmpty() && one.attachments().ports.empty(),
+             "an empty state says nothing");
   return 0;
 }

@@ -58,7 +58,7 @@ LiveAgent::LiveAgent(LiveOptions options, Log& log)
             }),
       import_(
           options_.switchName, gate_, [this](Change change) { changes_.push(std::move(change)); },
-          problems_,
+          [](const Attachments&) {}, problems_,
           {.caughtUp =
                [this] {
                  isSwitchMissing_ = false;

@@ -8,11 +8,12 @@
 namespace Agent::Ovsdb {
 
 Import::Import(const std::string& switchName, Announcements& announcements, Mapping::Sink sink,
-               Problems& problems, Events events)
+               PortAttachments::Sink attachments, Problems& problems, Events events)
     : events_(std::move(events)),
       announcements_(announcements),
       rows_(problems),
-      mapping_(switchName, rows_, announcements, std::move(sink), problems) {}
+      mapping_(switchName, rows_, announcements, std::move(sink), std::move(attachments),
+               problems) {}
 
 void Import::take(Updates updates) { queue_.emplace_back(std::move(updates)); }
 

@@ -17,6 +17,7 @@
 #include "agent/base/Problems.h"
 #include "agent/gate/Announcements.h"
 #include "agent/ovsdb/Mapping.h"
+#include "agent/ovsdb/PortAttachments.h"
 #include "agent/ovsdb/Rows.h"
 #include "agent/ovsdb/SessionListener.h"
 
@@ -35,7 +36,7 @@ class Import {
 
   // `switchName` is that of the Physical_Switch row that is us.
   Import(const std::string& switchName, Announcements& announcements, Mapping::Sink sink,
-         Problems& problems, Events events);
+         PortAttachments::Sink attachments, Problems& problems, Events events);
 
   // As the session hands it over.
   void take(Updates updates);
@@ -51,6 +52,10 @@ class Import {
   bool hasWork() const { return !queue_.empty(); }
   // In the midst of a message.
   bool isBusy() const { return stage_ != 0 || tables_.has_value(); }
+
+  // What has been said so far, in the midst of a message too: see Mapping.
+  void eachHost(const Mapping::HostVisitor& visit) const { mapping_.eachHost(visit); }
+  void eachList(const Mapping::ListVisitor& visit) const { mapping_.eachList(visit); }
 
   // Slots of rows and hosts, free ones included: they do not become more than there once were at a
   // time.

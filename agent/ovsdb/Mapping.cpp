@@ -15,28 +15,18 @@ namespace {
 
 constexpr std::uint16_t lastVlan = Bridging::VlanId::max;
 
-bool comesLater(const Agenda::Item& left, const Agenda::Item& right) {
-  return std::tie(left.vni, left.mac) > std::tie(right.vni, right.mac);
-}
-
 }  // namespace
 
-Agenda::Item Agenda::take() {
-  if (!isHeap_) std::ranges::make_heap(items_, comesLater);
-  std::ranges::pop_heap(items_, comesLater);
-  const Item item = items_.back();
-  items_.pop_back();
-  isHeap_ = !items_.empty();
-  return item;
-}
-
 Mapping::Mapping(std::string switchName, Rows& rows, Announcements& announcements, Sink sink,
-                 Problems& problems)
+                 PortAttachments::Sink attachments, Problems& problems)
     : switchName_(std::move(switchName)),
       rows_(rows),
       announcements_(announcements),
       sink_(std::move(sink)),
-      problems_(problems) {
+      problems_(problems),
+      attachments_(
+          rows, [this](Slot slot) { return segments_[slot].attached; }, std::move(attachments),
+          problems) {
   rows_.watcherIs(*this);
 }
 
@@ -60,7 +50,8 @@ bool Mapping::advance() {
       &Mapping::followLocators, &Mapping::followSets,    &Mapping::collectBindings,
       &Mapping::mapSwitches,    &Mapping::turnContents,  &Mapping::orderLists,
       &Mapping::orderHosts,     &Mapping::withdrawLists, &Mapping::sayLists,
-      &Mapping::withdrawHosts,  &Mapping::sayHosts,      &Mapping::withdrawVnis};
+      &Mapping::withdrawHosts,  &Mapping::sayHosts,      &Mapping::withdrawVnis,
+      &Mapping::sayAttachments};
   for (; step_ < steps.size(); ++step_)
     if ((this->*steps[step_])()) return true;
   step_ = 0;
@@ -244,12 +235,9 @@ bool Mapping::collectBindings() {
     wasBound_ = std::exchange(bound_, {});
     for (const Slot slot : wasBound_) segments_[slot].tags.clear();
   }
-  if (ownSwitch_ != noSlot) {
-    const auto& ports = rows_.physicalSwitches[ownSwitch_].row.ports;
-    if (ports && position_ < ports->size()) {
-      bindPort((*ports)[position_++]);
-      return true;
-    }
+  if (const auto ports = ownPorts(); position_ < ports.size()) {
+    bindPort(ports[position_++]);
+    return true;
   }
   position_ = 0;
   bindingsChanged_ = false;
@@ -257,62 +245,69 @@ bool Mapping::collectBindings() {
   return false;
 }
 
+std::span<const Slot> Mapping::ownPorts() const {
+  if (ownSwitch_ == noSlot) return {};
+  const auto& ports = rows_.physicalSwitches[ownSwitch_].row.ports;
+  return ports ? std::span<const Slot>(*ports) : std::span<const Slot>();
+}
+
 void Mapping::bindPort(Slot port) {
-  const auto& bindings = rows_.physicalPorts[port].row.vlanBindings;
-  if (!bindings) return;
-  for (const auto& [tag, logicalSwitch] : *bindings) {
-    if (tag < 0 || tag > lastVlan) continue;
+  eachBinding(rows_.physicalPorts[port].row, [this](std::uint16_t tag, Slot logicalSwitch) {
     auto& tags = segments_[logicalSwitch].tags;
     if (tags.empty()) {
       bound_.push_back(logicalSwitch);
       rows_.logicalSwitches.refer(logicalSwitch);
     }
-    tags.push_back(static_cast<std::uint16_t>(tag));
-  }
+    tags.push_back(tag);
+  });
 }
 
 bool Mapping::mapSwitches() {
   if (!switchesChanged_) return false;
   switchesChanged_ = false;
-  findOwnAddress();
+  findOwnAddresses();
   for (const Slot slot : wasBound_) {
     if (!segments_[slot].tags.empty()) continue;
     segments_[slot].assigned = 0;
+    segments_[slot].attached = 0;
     accept(slot);
   }
   countTags();
   turnTo(withVlans(chooseByVni()));
+  chooseAttachments();
   for (const Slot slot : wasBound_) rows_.logicalSwitches.unrefer(slot);
   wasBound_.clear();
   return true;
 }
 
-void Mapping::findOwnAddress() {
+void Mapping::findOwnAddresses() {
   const std::string place = "Physical_Switch " + switchName_ + ": tunnel_ips";
   if (ownSwitch_ == noSlot) return problems_.cure(place);
   std::string wrong;
-  Vorn::IpAddr first;
+  std::vector<Vorn::IpAddr> addresses;
   for (const std::string& text :
        rows_.physicalSwitches[ownSwitch_].row.tunnelIps.value_or(std::vector<std::string>())) {
     const auto address = Vorn::IpAddr::parse(text);
     if (address && isVtepAddress(*address)) {
-      if (first == Vorn::IpAddr()) first = *address;
+      addresses.push_back(*address);
     } else if (wrong.empty() && (address || !Vorn::IpGenAddr::parse(text))) {
       wrong = text;
     }
   }
-  if (first == Vorn::IpAddr())
+  if (addresses.empty())
     problems_.raise(place, beginningOf(wrong), "the IPv4 address of our VTEP: the last one stays");
   else if (!wrong.empty())
     problems_.raise(place, beginningOf(wrong), "addresses of our VTEP");
   else
     problems_.cure(place);
-  if (first == Vorn::IpAddr() || first == ownAddress_) return;
-  ownAddress_ = first;
-  Set<Vti> change{Vti{Vorn::IntfId(vtiName)}, {}};
-  change.value.localVtepAddr = first;
-  sink_(change);
+  if (addresses.empty() || addresses == ownAddresses_) return;
+  const bool isMoved = ownAddresses_.empty() || addresses.front() != ownAddresses_.front();
+  ownAddresses_ = std::move(addresses);
   for (const Slot slot : bound_) markLists(slot);
+  if (!isMoved) return;
+  Set<Vti> change{Vti{Vorn::IntfId(vtiName)}, {}};
+  change.value.localVtepAddr = ownAddresses_.front();
+  sink_(change);
 }
 
 void Mapping::countTags() {
@@ -420,6 +415,21 @@ void Mapping::turnTo(const std::vector<Choice>& choices) {
   for (const Choice& choice : choices) lostVnis_.erase(choice.vni);
 }
 
+// Ports stay attached while the VNI of their switch is gone for a moment, unless it is another's
+// now.
+void Mapping::chooseAttachments() {
+  const auto isTaken = [this](std::uint32_t vni) {
+    return saidVnis_.contains(vni) && !lostVnis_.contains(vni);
+  };
+  for (const Slot slot : bound_) {
+    Segment& segment = segments_[slot];
+    const bool isGone = rows_.logicalSwitches[slot].row.vni == 0;
+    if (!isGone || isTaken(segment.attached)) segment.attached = segment.chosen;
+  }
+  const auto ports = ownPorts();
+  attachments_.begin({ports.begin(), ports.end()}, ownAddresses_);
+}
+
 // Once a switch: a second time there is nothing to do.
 void Mapping::turn(Slot logicalSwitch) {
   Segment& segment = segments_[logicalSwitch];
@@ -506,6 +516,7 @@ bool Mapping::sayLists() {
     else if (!wanted.vteps.empty() && wanted != list.said)
       announcements_.listIs(Vxlan::VniExt(vni), mac, wanted);
     list.said = std::move(wanted);
+    list.saidVni = vni;
   }
   if (!list.rows.empty()) return true;
   lists.erase(at);
@@ -525,7 +536,8 @@ FloodList Mapping::wantedList(Slot logicalSwitch, const List& list) const {
     if (!members) continue;
     for (const Slot member : *members) {
       const Vorn::IpAddr vtep = rows_.physicalLocators[member].row.vtep();
-      if (vtep != Vorn::IpAddr() && vtep != ownAddress_) wanted.vteps.push_back(vtep);
+      const bool isOurs = std::ranges::find(ownAddresses_, vtep) != ownAddresses_.end();
+      if (vtep != Vorn::IpAddr() && !isOurs) wanted.vteps.push_back(vtep);
     }
   }
   sortOnce(wanted.vteps);
@@ -554,6 +566,7 @@ bool Mapping::sayHosts() {
     else if (host.said != wanted)
       announcements_.hostIs(Vxlan::VniExt(vni), host.mac, wanted);
     host.said = wanted;
+    host.saidVni = vni;
   }
   if (host.firstRow == noSlot) forgetHost(slot);
   return true;
@@ -578,6 +591,23 @@ bool Mapping::withdrawVnis() {
   saidVnis_.erase(first->first);
   lostVnis_.erase(first);
   return true;
+}
+
+bool Mapping::sayAttachments() { return attachments_.advance(); }
+
+// What has been said.
+
+void Mapping::eachHost(const HostVisitor& visit) const {
+  for (Slot slot = 0; slot < hosts_.size(); ++slot) {
+    const Host& host = hosts_[slot];
+    if (host.said != Vorn::IpAddr()) visit(Vxlan::VniExt(host.saidVni), host.mac, host.said);
+  }
+}
+
+void Mapping::eachList(const ListVisitor& visit) const {
+  for (const Segment& segment : segments_.all())
+    for (const auto& [mac, list] : segment.lists)
+      if (!list.said.vteps.empty()) visit(Vxlan::VniExt(list.saidVni), mac, list.said);
 }
 
 }  // namespace Agent::Ovsdb

@@ -1,5 +1,5 @@
-// What the rows mean to the client: VNIs with their VLANs, hosts and flood lists, and the address
-// of our own VTEP.
+// What the rows mean: to the client, VNIs with their VLANs, hosts and flood lists, and the address
+// of our own VTEP; to the data plane, what our ports are attached to.
 //
 // Changes of rows only mark what they touch. When a message has been taken whole, advance()
 // evaluates what is marked, piece by piece, and says what has become different:
@@ -9,6 +9,7 @@
 //   3. lists, by VNI and MAC: first those of switches that have lost their VNI, withdrawn under it
 //   4. hosts, likewise
 //   5. VNIs that are withdrawn, ascending
+//   6. the attachments of our ports
 //
 // So the order depends on what the rows say alone, and not on how they came.
 #pragma once
@@ -17,43 +18,32 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "agent/base/Problems.h"
 #include "agent/gate/Announcements.h"
+#include "agent/ovsdb/Agenda.h"
+#include "agent/ovsdb/PortAttachments.h"
 #include "agent/ovsdb/Rows.h"
 #include "agent/store/Change.h"
 
 namespace Agent::Ovsdb {
 
-// Items by VNI and MAC: filled first, then taken out in ascending order. A heap, because sorting a
-// million would take too long for one piece of work.
-class Agenda {
- public:
-  struct Item {
-    std::uint32_t vni;
-    Slot slot;
-    std::uint64_t mac;
-  };
-
-  bool isEmpty() const { return items_.empty(); }
-  void add(const Item& item) { items_.push_back(item); }
-  Item take();
-
- private:
-  std::vector<Item> items_;
-  bool isHeap_ = false;
-};
-
 class Mapping final : public Rows::Watcher {
  public:
   using Sink = std::function<void(Change)>;
 
+  using HostVisitor =
+      std::function<void(const Vxlan::VniExt&, const Vorn::EthAddr&, const Vorn::IpAddr&)>;
+  using ListVisitor =
+      std::function<void(const Vxlan::VniExt&, const Vorn::EthAddr&, const FloodList&)>;
+
   // `switchName` is that of the Physical_Switch row that is us. Changes of the VTI go to `sink`.
   Mapping(std::string switchName, Rows& rows, Announcements& announcements, Sink sink,
-          Problems& problems);
+          PortAttachments::Sink attachments, Problems& problems);
 
   // Whether our own row is there. Raises the problem that it is not, or cures it.
   bool findSwitch();
@@ -63,6 +53,10 @@ class Mapping final : public Rows::Watcher {
 
   // Does a piece of what is marked. Returns false when all has been said.
   bool advance();
+
+  // What has been said last of each host and list, and not been withdrawn; in any order.
+  void eachHost(const HostVisitor& visit) const;
+  void eachList(const ListVisitor& visit) const;
 
   // Slots of hosts, free ones included.
   std::size_t slots() const { return hosts_.size(); }
@@ -82,6 +76,7 @@ class Mapping final : public Rows::Watcher {
     Vorn::EthAddr mac;
     bool isMarked = false;
     Vorn::IpAddr said;  // 0.0.0.0: nothing
+    std::uint32_t saidVni = 0;
     Slot firstRow = noSlot;
     Slot previous = noSlot;  // of the same switch
     Slot next = noSlot;
@@ -110,6 +105,7 @@ class Mapping final : public Rows::Watcher {
     std::vector<Slot> rows;
     bool isMarked = false;
     FloodList said;  // no VTEPs: nothing
+    std::uint32_t saidVni = 0;
   };
   // What a logical switch is to us.
   struct Segment {
@@ -117,6 +113,7 @@ class Mapping final : public Rows::Watcher {
     std::uint16_t assigned = 0;       // the VLAN that it was given for want of a tag of its own
     std::uint32_t vni = 0;            // under which its hosts and lists are said; 0: they are not
     std::uint32_t chosen = 0;         // what `vni` is to become
+    std::uint32_t attached = 0;       // the VNI of its ports; 0: none
     bool isRefused = false;           // there is a problem with its VNI
     Slot firstHost = noSlot;
     std::map<Vorn::EthAddr, List> lists;
@@ -145,8 +142,10 @@ class Mapping final : public Rows::Watcher {
   bool withdrawHosts();
   bool sayHosts();
   bool withdrawVnis();
+  bool sayAttachments();
 
-  void findOwnAddress();
+  void findOwnAddresses();
+  std::span<const Slot> ownPorts() const;
   void bindPort(Slot port);
   void countTags();
   std::vector<Choice> chooseByVni();
@@ -155,6 +154,7 @@ class Mapping final : public Rows::Watcher {
   void refuse(Slot logicalSwitch, const std::string& why);
   void accept(Slot logicalSwitch);
   void turnTo(const std::vector<Choice>& choices);
+  void chooseAttachments();
   void turn(Slot logicalSwitch);
 
   void markHost(Slot host);
@@ -177,10 +177,11 @@ class Mapping final : public Rows::Watcher {
   Announcements& announcements_;
   const Sink sink_;
   Problems& problems_;
+  PortAttachments attachments_;
 
   bool isWhole_ = true;
   Slot ownSwitch_ = noSlot;
-  Vorn::IpAddr ownAddress_;  // 0.0.0.0: none yet
+  std::vector<Vorn::IpAddr> ownAddresses_;  // the first is that of our VTEP; empty: none yet
 
   BySlot<Segment> segments_;  // by logical switch
   BySlot<UcastLinks> ucastLinks_;

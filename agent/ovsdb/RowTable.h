@@ -56,6 +56,7 @@ class BySlot {
     if (slot >= elements_.size()) elements_.resize(std::size_t{slot} + 1);
     return elements_[slot];
   }
+  const std::deque<Element>& all() const { return elements_; }
 
  private:
   std::deque<Element> elements_;

@@ -271,7 +271,7 @@ Verdict readColumn(Rows&, LogicalSwitch& row, const Column& column) {
 }
 
 Verdict readColumn(Rows& rows, PhysicalPort& row, const Column& column) {
-  if (column.is(Columns::name)) return std::nullopt;
+  if (column.is(Columns::name)) return readName(row.name, column.value);
   return readVlanBindings(row, rows.logicalSwitches, column.value, column.isDifference);
 }
 

@@ -17,6 +17,7 @@
 #include "agent/ovsdb/RowTable.h"
 #include "agent/ovsdb/Schema.h"
 #include "agent/ovsdb/SessionListener.h"
+#include "model/Bridging/VlanId.h"
 #include "model/Vorn/EthAddr.h"
 #include "model/Vorn/IpAddr.h"
 
@@ -39,11 +40,21 @@ struct LogicalSwitch {
 };
 
 struct PhysicalPort {
+  std::string name;
   // By their tags, those that are no VLANs included.
   Members<std::pair<std::int64_t, Slot>> vlanBindings{std::in_place};
 
   bool operator==(const PhysicalPort&) const = default;
 };
+
+// Calls act(tag, logicalSwitch) for each binding of a tag that is a VLAN, or 0; ascending.
+template <class Act>
+void eachBinding(const PhysicalPort& port, Act act) {
+  if (!port.vlanBindings) return;
+  for (const auto& [tag, logicalSwitch] : *port.vlanBindings)
+    if (tag >= 0 && tag <= Bridging::VlanId::max)
+      act(static_cast<std::uint16_t>(tag), logicalSwitch);
+}
 
 struct PhysicalSwitch {
   std::string name;

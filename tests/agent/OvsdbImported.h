@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -158,9 +159,23 @@ class Imported {
 
   std::string playText(Message form, const std::string& tables) {
     take(form, tables);
-    while (import.stepPieces(1)) {
-    }
+    while (import.stepPieces(1))
+      if (looksAlways) expectShown();
+    expectShown();
+    EXPECT_EQ(saidBefore.value_or(believer.told.size()), believer.told.size()) << "told too early";
+    saidBefore.reset();
     return said();
+  }
+
+  // What the import shows of what it has said is what has been told.
+  void expectShown() const {
+    Believer shown;
+    for (const auto& [what, value] : believer.said)
+      if (what.starts_with("vni")) shown.said.emplace(what, value);
+    const Import& asked = import;
+    asked.eachHost([&](const auto&... host) { shown.hostIs(host...); });
+    asked.eachList([&](const auto&... list) { shown.listIs(list...); });
+    EXPECT_EQ(shown.said, believer.said);
   }
 
   void take(Message form, const std::string& tables) {
@@ -187,8 +202,20 @@ class Imported {
     return joined(all);
   }
 
+  // "ADDRESS ...; PORT/TAG VNI; ...", as told last.
+  std::string attachmentsNow() const {
+    std::ostringstream all;
+    for (const auto& address : attachments.ownAddresses) all << ' ' << address;
+    for (const auto& [port, tag, vni] : attachments.ports)
+      all << "; " << port << '/' << tag << ' ' << vni;
+    return shortened(all.str());
+  }
+
   Believer believer;
-  std::string events;  // each with "; " behind it
+  Agent::Attachments attachments;
+  std::optional<std::size_t> saidBefore;  // them, in a message
+  bool looksAlways = false;               // at what is shown: in the midst of messages, too
+  std::string events;                     // each with "; " behind it
   int problemsTold = 0;
   Agent::Problems problems{[this](const std::string&, const Agent::Problem&) { ++problemsTold; }};
   Import import{"us",
@@ -197,6 +224,11 @@ class Imported {
                   const auto& vti = std::get<Agent::Set<Agent::Vti>>(change);
                   believer.told.push_back(vti.target.intf.stringValue() + ' ' +
                                           vti.value.localVtepAddr.value().stringValue());
+                },
+                [this](const Agent::Attachments& now) {
+                  EXPECT_NE(now, attachments) << "told again";
+                  attachments = now;
+                  saidBefore = believer.told.size();
                 },
                 problems,
                 {[this] { events += "caught up; "; },

@@ -7,21 +7,14 @@
 
 #include "tests/agent/OvsdbImported.h"
 
+namespace AgentTest {
 namespace {
-
-using AgentTest::Imported;
-using AgentTest::joined;
-using AgentTest::Lines;
-using AgentTest::replaced;
-using AgentTest::split;
-using AgentTest::tableNames;
-using AgentTest::uuidText;
 
 // Two ports, three switches of which two have a VNI, hosts and a list.
 const std::string start =
     "PS 1 initial 'name':'us','tunnel_ips':'.1','ports':(@2,@3); "
-    "PP 2 initial 'vlan_bindings':<10,@11|20,@12>; "
-    "PP 3 initial 'vlan_bindings':<0,@12|11,@11|30,@13>; "
+    "PP 2 initial 'name':'p2','vlan_bindings':<10,@11|20,@12>; "
+    "PP 3 initial 'name':'p3','vlan_bindings':<0,@12|11,@11|30,@13>; "
     "LS 11 initial 'name':'one','tunnel_key':5001,'replication_mode':'source_node'; "
     "LS 12 initial 'name':'two','tunnel_key':(5000); "
     "LS 13 initial 'name':'three','tunnel_key':(); "
@@ -39,10 +32,14 @@ const std::string announced =
 const std::string startSaid = "Vxlan1 10.0.0.1; " + announced + "; host 5001 :0b = .2";
 
 // Plays scripts of lines "MESSAGE => WHAT IS SAID", which go on where they are indented. A message
-// has rows, or "whole": that is `start` without the rows that it names. "problems" behind it asks.
+// has rows, or "whole": that is `start` without the rows that it names. "problems" behind it asks
+// for them, and "ports" for attachments.
 class OvsdbRows : public testing::Test, public Imported {
  protected:
-  void SetUp() override { ASSERT_EQ(play(whole, start), startSaid); }
+  void SetUp() override {
+    looksAlways = true;
+    ASSERT_EQ(play(whole, start), startSaid);
+  }
 
   static std::string startWithout(const std::string& gone) {
     std::string kept;
@@ -53,10 +50,11 @@ class OvsdbRows : public testing::Test, public Imported {
 
   std::string outcome(std::string message) {
     const bool asks = message.ends_with("problems");
-    if (asks) message.resize(message.size() - 8);
+    const bool asksForPorts = message.ends_with("ports");
+    if (asks || asksForPorts) message.resize(message.size() - (asks ? 8 : 5));
     const std::string said = message.starts_with("whole") ? play(whole, startWithout(message))
                                                           : play(differences, message);
-    return asks ? joined({said, problemsNow()}) : said;
+    return joined({said, asks ? problemsNow() : asksForPorts ? attachmentsNow() : ""});
   }
 
   void expect(const std::string& script) {
@@ -114,10 +112,10 @@ TEST_F(OvsdbRows, FollowsLists) {
   SET 41 ~ 'locators':@22 => list 5001 ff:ff:ff:ff:ff:fe gone; list 5001 * gone
   PS 1 ~ 'tunnel_ips':'.1'; problems => Physical_Switch us: tunnel_ips = 
   PS 1 ~ 'tunnel_ips':('.3','.10','::1','0.0.0.0'); problems =>
-      Vxlan1 10.0.0.10; list 5001 ff:ff:ff:ff:ff:fe = any .1; list 5001 * = any .1;
-      Physical_Switch us: tunnel_ips = 0.0.0.0
+      Vxlan1 10.0.0.10; list 5000 01:00:5e:00:00:01 = any .2;
+      list 5001 ff:ff:ff:ff:ff:fe = any .1; list 5001 * = any .1; Physical_Switch us: tunnel_ips = 0.0.0.0
   PS 1 ~ 'tunnel_ips':('.10','0.0.0.0'); problems =>
-      Vxlan1 10.0.0.3; list 5000 01:00:5e:00:00:01 = any .2
+      Vxlan1 10.0.0.3
 )");
 }
 
@@ -196,7 +194,7 @@ TEST_F(OvsdbRows, GivesEachVniAVlan) {
       Physical_Port @3: vlan_bindings = -1
   PP 3 ~ 'vlan_bindings':<-1,@12|5000,@12>; problems => Physical_Port @3: vlan_bindings = 4095
   PP 3 ~ 'vlan_bindings':<4095,@12>; problems =>
-  PS 1 ~ 'ports':@4; PP 4 + 'vlan_bindings':<)" +
+  PS 1 ~ 'ports':@4; PP 4 + 'name':'p4','vlan_bindings':<)" +
          all + R"(>; problems =>
       list 5001 * gone; host 5001 :0a gone; host 5001 :0b gone; host 16777215 :0c gone;
       vni 5001 gone; vni 16777215 gone; Logical_Switch @11: VNI = 5001;
@@ -227,6 +225,62 @@ TEST_F(OvsdbRows, GivesAVniToOneSwitch) {
   PS 1 ~ 'ports':(@2,@3) =>
       vni 5000 = 20; vni 5001 = 10; list 5001 * = all .2 .3; host 5000 :0a = .3;
       host 5001 :0a = .1; host 5001 :0b = .2
+)");
+}
+
+// They stay for a switch whose VNI is gone for a moment, as long as no other switch has it.
+TEST_F(OvsdbRows, TellsWhatPortsAreAttachedTo) {
+  std::string script = R"(
+  ports => ALL
+  LS 11 ~ 'tunnel_key':(); LS 12 ~ 'tunnel_key':-7; ports => GONE; host 5000 :0a gone;
+      host 5001 :0a gone; host 5001 :0b gone; vni 5000 gone; vni 5001 gone; ALL
+  LS 13 ~ 'tunnel_key':5001; ports =>
+      vni 5001 = 30; host 5001 :0c = .3;  .1; p2/20 5000; p3/0 5000; p3/30 5001
+  LS 13 ~ 'tunnel_key':0; ports =>
+      host 5001 :0c gone; vni 5001 gone;  .1; p2/20 5000; p3/0 5000; p3/30 5001
+  LS 11 ~ 'tunnel_key':5001; LS 12 ~ 'tunnel_key':5000; ports =>
+      vni 5000 = 20; vni 5001 = 10; list 5001 * = all .2 .3; host 5000 :0a = .3; host 5001 :0a = .1;
+      host 5001 :0b = .2; ALL
+  LS 11 ~ 'tunnel_key':5002; LS 12 ~ 'tunnel_key':5001; LS 13 ~ 'tunnel_key':5001 =>
+      vni 5001 = 30; vni 5002 = 10; GONE; list 5002 * = all .2 .3; host 5000 :0a gone;
+      host 5001 :0a gone; host 5001 :0b gone; host 5001 :0c = .3; host 5002 :0a = .1;
+      host 5002 :0b = .2; vni 5000 gone
+  ports =>  .1; p2/10 5002; p3/11 5002; p3/30 5001
+  LS 12 ~ 'tunnel_key':(); LS 13 ~ 'tunnel_key':(); ports =>
+      host 5001 :0c gone; vni 5001 gone;  .1; p2/10 5002; p3/11 5002; p3/30 5001
+  PP 3 ~ 'vlan_bindings':<30,@13>; ports =>  .1; p2/10 5002; p3/11 5002
+  PP 3 ~ 'vlan_bindings':<30,@13>; PP 2 ~ 'name':'p4'; ports =>  .1; p3/11 5002; p4/10 5002
+  PS 1 ~ 'tunnel_ips':('.10','.2','::1'); ports =>
+      list 5002 * = all .3;  .1 .10 .2; p3/11 5002; p4/10 5002
+  PS 1 ~ 'tunnel_ips':('.1','.10','.2'); ports =>  .1 .10 .2; p3/11 5002; p4/10 5002
+  PS 1 -; ports => list 5002 * gone, meant; host 5002 :0a gone, meant; host 5002 :0b gone, meant;
+      vni 5002 gone, meant;  .1 .10 .2
+)";
+  script = replaced(script, "ALL", " .1; p2/10 5001; p2/20 5000; p3/0 5000; p3/11 5001");
+  expect(replaced(script, "GONE", "list 5001 * gone"));
+}
+
+TEST_F(OvsdbRows, AttachesPortsByNamesOfInterfaces) {
+  const auto expectProblem = [&](const std::string& name, const std::string& problem) {
+    const std::string escaped = replaced(replaced(name, ".", "\\u002e"), "\t", "\\t");
+    play(differences, "PP 2 ~ 'name':'" + escaped + "'");
+    play(differences, "PS 1 ~ 'tunnel_ips':'.9'");  // is no reason to tell it again
+    EXPECT_EQ(problemsNow(), problem);
+    EXPECT_EQ(attachments.ports.size(), problem.empty() ? 4U : 2U) << name;
+  };
+  for (const char* const name :
+       {"", ".", "..", "a b", "/p", "p:", "p\x7f", "p\t", "0123456789abcdef"})
+    expectProblem(name, std::string("Physical_Port @2: interface = ") + name);
+  EXPECT_EQ(problemsTold, 9);
+  for (const char* const name : {"...", "a", "0123456789abcde", "\u00e9"}) expectProblem(name, "");
+  // One name, two ports: that of the lower uuid has it, if it binds.
+  expectProblem("p3", "Physical_Port @3: interface = p3");
+  expect(R"(
+  ports =>  .1; p3/10 5001; p3/20 5000
+  PP 2 ~ 'vlan_bindings':<10,@11|20,@12>; ports =>
+      vni 5000 = 4094; vni 5001 = 11;  .1; p3/0 5000; p3/11 5001
+  PP 2 ~ 'vlan_bindings':<10,@11|20,@12>; PS 1 ~ 'ports':@3; problems =>
+      vni 5000 = 20; vni 5001 = 10
 )");
 }
 
@@ -390,3 +444,4 @@ TEST_F(OvsdbRows, TakesNoMoreSlotsThanThereAreRows) {
 }
 
 }  // namespace
+}  // namespace AgentTest

@@ -8,12 +8,8 @@
 
 #include "tests/agent/OvsdbImported.h"
 
+namespace AgentTest {
 namespace {
-
-using AgentTest::Imported;
-using AgentTest::joined;
-using AgentTest::Lines;
-using AgentTest::replaced;
 
 // A database of the test's own, which changes at random and knows what it would send.
 class Database {
@@ -25,7 +21,11 @@ class Database {
   void change() {
     before_ = rows_;
     for (int count = below(6); count >= 0; --count) changeRow();
+    attach();
   }
+
+  // As Imported has them.
+  std::string attachments() const { return attachments_; }
 
   std::string differences() const {
     Lines lines;
@@ -91,6 +91,33 @@ class Database {
     return different;
   }
 
+  // Of the bound switches, the VNI that each has, or had last.
+  void attach() {
+    std::map<std::string, std::string> vnis;
+    std::map<std::string, std::string> ports;
+    std::string taken;
+    for (const std::string number : {"2", "3"}) {
+      if (!rows_.contains("PP " + number) || !rows_["PS 1"]["ports"].contains('@' + number))
+        continue;
+      Row& port = rows_["PP " + number];
+      const std::string name = port["name"][""];
+      const bool isNamed = name != "'a/b'" && name != taken;
+      if (isNamed) taken = name;
+      for (const auto& [tag, logicalSwitch] : port["vlan_bindings"]) {
+        const auto row = rows_.find("LS " + logicalSwitch.substr(1));
+        const std::string key = row == rows_.end() ? "" : row->second["tunnel_key"][""];
+        const std::string vni = key.size() == 4 ? key : vnis_[logicalSwitch];
+        vnis[logicalSwitch] = vni;
+        if (isNamed && !vni.empty()) ports["; " + name.substr(1, 2) + '/' + tag + ' '] = vni;
+      }
+    }
+    vnis_ = vnis;
+    attachments_.clear();
+    for (const auto& [address, value] : rows_["PS 1"]["tunnel_ips"])
+      attachments_ += " ." + address.substr(8, address.size() - 9);
+    for (const auto& [port, vni] : ports) attachments_ += port + vni;
+  }
+
   std::string one(int first, int count) { return '@' + std::to_string(first + below(count)); }
   Column some(int first, int count) {
     Column members;
@@ -112,10 +139,14 @@ class Database {
     };
     if (number == 0) {
       rows_["PS 1"]["ports"] = below(3) == 0 ? some(2, 2) : Column{{"@2", ""}, {"@3", ""}};
+      auto& addresses = rows_["PS 1"]["tunnel_ips"] = {{"'10.0.0.1'", ""}};
+      if (below(2) == 0) addresses["'10.0.0." + std::to_string(2 + below(9)) + "'"] = "";
     } else if (number == 1) {
-      if (Row* port = row("PP", 2, 2))
+      if (Row* port = row("PP", 2, 2)) {
+        (*port)["name"][""] = Lines{"'p2'", "'p3'", "'a/b'"}[static_cast<std::size_t>(below(3))];
         (*port)["vlan_bindings"] = {{std::to_string(below(3)), one(11, 3)},
-                                    {std::to_string(below(3) + 10), one(11, 3)}};
+                                    {std::to_string(below(3) + 3), one(11, 3)}};
+      }
     } else if (number == 2) {
       const int name = below(3);
       if (Row* logicalSwitch = row("LS", 11 + name, 1)) {
@@ -147,6 +178,8 @@ class Database {
   std::mt19937 random_;
   std::map<std::string, Row> rows_;
   std::map<std::string, Row> before_;
+  std::map<std::string, std::string> vnis_;  // by logical switch
+  std::string attachments_;
 };
 
 // After each message, all that has been said so far is what the whole state says to one who has
@@ -178,6 +211,8 @@ TEST(OvsdbRowsAtRandom, DifferencesEndWhereTheWholeStateDoes) {
       ASSERT_EQ(withoutGivenVlans(followed.believer.said), withoutGivenVlans(fresh.believer.said))
           << "seed " << seed << ", message " << message;
       ASSERT_EQ(followed.problemsNow(), fresh.problemsNow());
+      ASSERT_EQ(followed.attachmentsNow(), database.attachments());
+      ASSERT_EQ(another.attachmentsNow(), database.attachments());
       ASSERT_EQ(followed.events, "");
       facts += followed.believer.said.size();
     }
@@ -186,3 +221,4 @@ TEST(OvsdbRowsAtRandom, DifferencesEndWhereTheWholeStateDoes) {
 }
 
 }  // namespace
+}  // namespace AgentTest
