@@ -3,10 +3,13 @@
 #include <cerrno>
 #include <linux/rtnetlink.h>
 #include <system_error>
+#include <utility>
 
 namespace Agent::Netlink {
 
+// A socket has one dump at a time: what is left of another is left with its socket.
 void Dump::send(nlmsghdr& request) {
+  if (std::exchange(isUnderWay_, true)) socket_ = Socket(Socket::Mode::blocking);
   request.nlmsg_seq = ++number_;
   isInterrupted_ = false;
   socket_.send(&request, request.nlmsg_len);
@@ -28,6 +31,7 @@ Dump::State Dump::step(const Handler& handler) {
   };
   if (!socket_.receive(take).value_or(true)) return State::interrupted;
   if (!hasEnded) return State::more;
+  isUnderWay_ = false;
   return isInterrupted_ ? State::interrupted : State::ended;
 }
 

@@ -20,8 +20,8 @@ class Dump {
   // Throws std::system_error.
   Dump() : socket_(Socket::Mode::blocking) {}
 
-  // `type` is one of RTM_GET...; `header` is its family's own. What is left of an earlier one is
-  // passed over.
+  // `type` is one of RTM_GET...; `header` is its family's own. An earlier one that has not ended is
+  // given up.
   template <class Header>
   void begin(std::uint16_t type, const Header& header) {
     request_.clear();
@@ -50,6 +50,7 @@ class Dump {
   Socket socket_;
   Batch request_;
   std::uint32_t number_ = 0;
+  bool isUnderWay_ = false;
   bool isInterrupted_ = false;
 };
 

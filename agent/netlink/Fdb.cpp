@@ -18,7 +18,21 @@ Vorn::EthAddr macOf(const nlattr& attribute) {
   return Vorn::EthAddr::fromValue(value);
 }
 
+constexpr Vorn::EthAddr broadcast = Vorn::EthAddr::fromValue(0xffffffffffff);
+
 }  // namespace
+
+Vorn::EthAddr kernelMac(const Vorn::EthAddr& mac) {
+  return mac == broadcast ? Vorn::EthAddr() : mac;
+}
+
+Vorn::EthAddr floodMac(const Vorn::EthAddr& mac) {
+  return mac == Vorn::EthAddr() ? broadcast : mac;
+}
+
+bool isFdbEntry(const nlmsghdr& message) {
+  return static_cast<const ndmsg*>(mnl_nlmsg_get_payload(&message))->ndm_family == AF_BRIDGE;
+}
 
 FdbEntry fdbEntryOf(const nlmsghdr& message) {
   const auto& header = *static_cast<const ndmsg*>(mnl_nlmsg_get_payload(&message));

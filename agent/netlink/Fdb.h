@@ -10,8 +10,10 @@
 
 namespace Agent::Netlink {
 
-// The mark of an entry of ours: this state, and NTF_EXT_LEARNED.
-inline constexpr std::uint16_t ourState = NUD_NOARP | NUD_PERMANENT;
+// The mark of an entry of ours: this state, and NTF_EXT_LEARNED. Who adds entries by hand with the
+// tools at hand, or learns them from other protocols, always has NUD_NOARP or NUD_REACHABLE beside
+// it or instead.
+inline constexpr std::uint16_t ourState = NUD_PERMANENT;
 
 struct FdbEntry {
   enum class Of : std::uint8_t { device, bridge };
@@ -24,6 +26,14 @@ struct FdbEntry {
   std::uint32_t nexthop = 0;  // its identifier in place of `dst`
   bool isOurs = false;        // has the mark. A bridge shows the flag alone
 };
+
+// The kernel keeps where unknown frames are flooded to under the MAC zero; everybody else, under
+// the broadcast address. Each turns one into the other, and leaves every other MAC.
+Vorn::EthAddr kernelMac(const Vorn::EthAddr& mac);
+Vorn::EthAddr floodMac(const Vorn::EthAddr& mac);
+
+// RTM_NEWNEIGH and RTM_DELNEIGH are also of neighbours.
+bool isFdbEntry(const nlmsghdr& message);
 
 // What RTM_NEWNEIGH or RTM_DELNEIGH of AF_BRIDGE says.
 FdbEntry fdbEntryOf(const nlmsghdr& message);

@@ -50,6 +50,9 @@ std::array<sock_filter, 9> filter() {
 
 Monitor::Monitor(int bufferSize) : socket_(Socket::Mode::nonBlocking, groups) {
   if (bufferSize == 0) return;
+  // Who may administer the machine may have more than the system allows others.
+  if (setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &bufferSize, sizeof bufferSize) == 0)
+    return;
   if (setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUF, &bufferSize, sizeof bufferSize) != 0)
     failWithErrno("cannot set the buffer of a netlink socket");
 }
@@ -64,14 +67,19 @@ Monitor::State Monitor::drain(const Handler& handler) {
   return State::more;
 }
 
+void Monitor::forget() {
+  constexpr int mostDrains = 64;  // others may never rest
+  for (int i = 0; i < mostDrains; ++i)
+    if (drain([](const nlmsghdr&) {}) == State::drained) return;
+}
+
 void Monitor::oursAreUntold(bool untold) {
   if (untold == untold_) return;
   untold_ = untold;
   auto instructions = filter();
-  const sock_fprog program{static_cast<unsigned short>(instructions.size()), instructions.data()};
-  const int done =
-      untold ? setsockopt(descriptor(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program)
-             : setsockopt(descriptor(), SOL_SOCKET, SO_DETACH_FILTER, nullptr, 0);
+  sock_fprog program{static_cast<unsigned short>(instructions.size()), instructions.data()};
+  const int option = untold ? SO_ATTACH_FILTER : SO_DETACH_FILTER;  // the latter reads no program
+  const int done = setsockopt(descriptor(), SOL_SOCKET, option, &program, sizeof program);
   if (done != 0) failWithErrno("cannot filter a netlink socket");
 }
 

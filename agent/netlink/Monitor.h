@@ -25,6 +25,10 @@ class Monitor {
   // Hands over what has come, some thousand messages at most.
   State drain(const Handler& handler);
 
+  // Passes over what has come. Behind an overrun, before all is read anew: what is left is older
+  // than what was lost.
+  void forget();
+
   // Whether news of FDB entries that look like ours go untold. For the time in which there are more
   // of them than the socket could hold.
   void oursAreUntold(bool untold);

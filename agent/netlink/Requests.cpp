@@ -4,7 +4,6 @@
 #include <cstring>
 #include <linux/nexthop.h>
 #include <linux/rtnetlink.h>
-#include <system_error>
 
 #include "agent/netlink/Attributes.h"
 
@@ -72,8 +71,8 @@ void requirePermission(Requests& requests) {
   mnl_attr_put_u32(&request, NHA_ID, UINT32_MAX);
   const auto refusal = requests.send(batch);
   if (refusal && refusal->error == EPERM)
-    throw std::system_error(EPERM, std::generic_category(),
-                            "cannot change the network: CAP_NET_ADMIN is needed");
+    throw NotPermitted(EPERM, std::generic_category(),
+                       "cannot change the network: CAP_NET_ADMIN is needed");
 }
 
 }  // namespace Agent::Netlink

@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "agent/netlink/Batch.h"
 #include "agent/netlink/Socket.h"
@@ -37,7 +38,11 @@ class Requests {
   std::uint32_t lastNumber_ = 0;
 };
 
-// Throws std::system_error if this process may not change the network: EPERM.
+struct NotPermitted : std::system_error {
+  using std::system_error::system_error;
+};
+
+// Throws NotPermitted if this process may not change the network.
 void requirePermission(Requests& requests);
 
 }  // namespace Agent::Netlink
