@@ -84,12 +84,8 @@ class Mapping final : public Rows::Watcher {
   struct HostKey {
     Slot logicalSwitch;
     Vorn::EthAddr mac;
+    std::size_t hash() const noexcept { return mixed(logicalSwitch, mac.value()); }
     bool operator==(const HostKey&) const = default;
-  };
-  struct HostHash {
-    std::size_t operator()(const HostKey& key) const noexcept {
-      return mixed(key.logicalSwitch, key.mac.value());
-    }
   };
   struct UcastLinks {
     Slot host = noSlot;
@@ -188,7 +184,7 @@ class Mapping final : public Rows::Watcher {
   BySlot<LocatorUse> locators_;
   BySlot<std::uint64_t> setChangedIn_;  // as LocatorUse::changedIn
   SlotPool<Host> hosts_;
-  SlotIndex<HostKey, HostHash> hostIndex_;
+  SlotIndex<HostKey> hostIndex_;
 
   std::vector<Slot> bound_;              // logical switches with tags; their slots are kept
   std::vector<Slot> wasBound_;           // the same, before the bindings changed

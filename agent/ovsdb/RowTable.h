@@ -7,43 +7,34 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <unordered_map>
 #include <vector>
 
 #include "agent/ovsdb/Uuid.h"
+#include "framework/Moru/Collections/HashMap2018.h"
 
 namespace Agent::Ovsdb {
 
 using Slot = std::uint32_t;
 inline constexpr Slot noSlot = 0xffffffff;
 
-// Spreads keys of one or two words over all bits.
-constexpr std::size_t mixed(std::uint64_t high, std::uint64_t low) {
-  std::uint64_t word = (high ^ (low << 32 | low >> 32)) * 0x9e3779b97f4a7c15;
-  word = (word ^ word >> 29) * 0xbf58476d1ce4e5b9;
-  return word ^ word >> 32;
-}
-
-// Finds slots by keys. It is many maps, so that none is ever rehashed for long.
-template <class Key, class Hash>
+// Finds slots by keys. It is many maps, so that none ever grows for long.
+template <class Key>
 class SlotIndex {
  public:
   Slot find(const Key& key) const {
-    const auto& part = partOf(key);
-    const auto found = part.find(key);
-    return found == part.end() ? noSlot : found->second;
+    const Slot* const found = partOf(key).find(key);
+    return found ? *found : noSlot;
   }
-  void add(const Key& key, Slot slot) { partOf(key).emplace(key, slot); }
-  void remove(const Key& key) { partOf(key).erase(key); }
+  void add(const Key& key, Slot slot) { partOf(key).is(key, slot); }
+  void remove(const Key& key) { partOf(key).del(key); }
 
  private:
   static constexpr std::size_t parts = 64;
-  using Part = std::unordered_map<Key, Slot, Hash>;
+  using Part = Moru::HashMap2018<Key, Slot>;
 
-  // By the upper bits: a map takes its key's bucket from the whole of the hash.
-  static std::size_t indexOf(const Key& key) { return Hash()(key) >> 58; }
-  Part& partOf(const Key& key) { return parts_[indexOf(key)]; }
-  const Part& partOf(const Key& key) const { return parts_[indexOf(key)]; }
+  // By the lower bits: a map takes a key's place from the upper ones.
+  Part& partOf(const Key& key) { return parts_[key.hash() % parts]; }
+  const Part& partOf(const Key& key) const { return parts_[key.hash() % parts]; }
 
   std::array<Part, parts> parts_;
 };
@@ -147,13 +138,8 @@ class RowTable {
   Slot size() const { return entries_.size(); }
 
  private:
-  struct Hash {
-    // Not noexcept: so the maps keep the hashes, and look at fewer of the rows' names.
-    std::size_t operator()(const Uuid& uuid) const { return mixed(uuid.high, uuid.low); }
-  };
-
   SlotPool<Entry> entries_;
-  SlotIndex<Uuid, Hash> index_;
+  SlotIndex<Uuid> index_;
   std::vector<Slot> candidates_;
 };
 

@@ -10,6 +10,13 @@
 
 namespace Agent::Ovsdb {
 
+// Spreads keys of one or two words over all bits.
+constexpr std::size_t mixed(std::uint64_t high, std::uint64_t low) {
+  std::uint64_t word = (high ^ (low << 32 | low >> 32)) * 0x9e3779b97f4a7c15;
+  word = (word ^ word >> 29) * 0xbf58476d1ce4e5b9;
+  return word ^ word >> 32;
+}
+
 // Ordered as its text is.
 struct Uuid {
   std::uint64_t high = 0;
@@ -44,6 +51,8 @@ struct Uuid {
     }
     return text;
   }
+
+  constexpr std::size_t hash() const noexcept { return mixed(high, low); }
 
   friend bool operator==(const Uuid&, const Uuid&) = default;
   friend auto operator<=>(const Uuid&, const Uuid&) = default;
