@@ -12,7 +12,7 @@ using Command = std::function<int(std::ostream& out, std::ostream& errors)>;
 constexpr const char* exitCodes =
     "Exit status: 0 done; 1 a malformed line, or a file that cannot be read or\n"
     "written; 2 an exception of the data model or of the client, or a damaged trace\n"
-    "ring file; 3 a replay that does not come to rest; 64 wrong usage; 128+N ended by\n"
-    "signal N.";
+    "ring file; 3 a replay that does not come to rest; 64 wrong usage; 77 the kernel\n"
+    "cannot be programmed for want of permission; 128+N ended by signal N.";
 
 }  // namespace Agent

@@ -14,6 +14,7 @@
 #include "agent/command/RunningOptions.h"
 #include "agent/live/ControlClient.h"
 #include "agent/live/LiveAgent.h"
+#include "agent/netlink/Requests.h"
 #include "agent/trace/TraceStream.h"
 #include "framework/Ringlog/Ring.h"
 
@@ -23,11 +24,14 @@ namespace {
 
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
 
+constexpr const char* defaultDataPlane = "linux";
+
 struct RunOptions {
   LiveOptions live{};
   RunningOptions running{};
   std::string database{};
-  std::string dataPlane = "none";
+  std::string dataPlane = defaultDataPlane;
+  std::string links = "manage";
 };
 
 CLI::Validator remotes() {
@@ -89,9 +93,17 @@ void addGateOptions(CLI::App& command, GateOptions& gate) {
 void addOutputOptions(CLI::App& command, RunOptions& options) {
   command
       .add_option("--data-plane", options.dataPlane,
-                  "none: decides and shows, and programs nothing")
-      ->check(oneOf({"none"}))
+                  "linux: programs the kernel with what it decides; none: decides and shows alone")
+      ->check(oneOf({"linux", "none"}))
       ->type_name("WHICH")
+      ->capture_default_str();
+  command
+      .add_option(
+          "--links", options.links,
+          "Of the kernel; manage: makes a vxlan device for each VNI, and bridges where they "
+          "lack; adopt: makes and changes none, and uses those that are there")
+      ->check(oneOf({"manage", "adopt"}))
+      ->type_name("HOW")
       ->capture_default_str();
   command
       .add_option("--record", options.live.recording.file,
@@ -114,6 +126,8 @@ void addOutputOptions(CLI::App& command, RunOptions& options) {
 int run(RunOptions options, std::ostream& errors) {
   LiveOptions& live = options.live;
   live.database.remotes = Ovsdb::parseRemotes(options.database);
+  live.programsKernel = options.dataPlane == "linux";
+  live.managesLinks = options.links == "manage";
   live.maxProcessTime = options.running.maxProcessTime;
   live.recording.largest *= mebibyte;
   live.version = VXLAN_VERSION;
@@ -125,8 +139,13 @@ int run(RunOptions options, std::ostream& errors) {
   if (options.running.traceLevel)
     trace.emplace(errors, *options.running.traceLevel, clientFacilities(),
                   [] { return rfc3339Text(std::chrono::system_clock::now()); });
-  LiveAgent agent(std::move(live), log);
-  return ExitStatus::signalled + agent.run();
+  try {
+    LiveAgent agent(std::move(live), log);
+    return ExitStatus::signalled + agent.run();
+  } catch (const Netlink::NotPermitted& error) {
+    errors << "vxlan-agent: " << error.what() << '\n';
+    return ExitStatus::notPermitted;
+  }
 }
 
 Command addRun(CLI::App& program) {
@@ -147,6 +166,12 @@ Command addRun(CLI::App& program) {
   return [options](std::ostream&, std::ostream& errors) { return run(*options, errors); };
 }
 
+constexpr const char* doctorHelp =
+    "A line a difference between what the database says, what the client has decided\n"
+    "and what the kernel has, read anew, with its reason: waiting in the gate, held,\n"
+    "marked, refused, foreign, behind our own VTEP, or waiting to be programmed. Exit\n"
+    "status 1 as well if one has none.\n\n";
+
 Command addQuestion(CLI::App& program, const std::string& name, const std::string& what) {
   struct Options {
     Question question{};
@@ -155,7 +180,7 @@ Command addQuestion(CLI::App& program, const std::string& name, const std::strin
   auto options = std::make_shared<Options>();
   options->question.what = name;
   CLI::App& command = *program.add_subcommand(name, what);
-  command.footer(exitCodes);
+  command.footer((name == "doctor" ? doctorHelp : "") + std::string(exitCodes));
   if (name == "hosts") command.add_option("MAC", options->question.mac, "This one alone");
   command.add_option("--format", options->format, "table or json, an object a line")
       ->check(oneOf({"table", "json"}))
@@ -180,6 +205,7 @@ void addLiveCommands(CLI::App& program, std::map<std::string, Command>& commands
       {"hosts", "The hosts that the running agent has decided on"},
       {"floods", "Its flood sets"},
       {"problems", "What is wrong with what it is given"},
+      {"doctor", "What differs between database, client and kernel"},
       {"release", "End a hold of the running agent"}};
   for (const auto& [name, what] : questions) commands[name] = addQuestion(program, name, what);
 }

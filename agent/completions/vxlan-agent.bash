@@ -33,7 +33,8 @@ _vxlan_agent_value() {
     run:--record) _vxlan_agent_files .jsonl ;;
     run:--private-key | run:--certificate | run:--ca-cert) _vxlan_agent_files .pem ;;
     run:--control | question:--control) _vxlan_agent_files .sock ;;
-    run:--data-plane) _vxlan_agent_reply none ;;
+    run:--data-plane) _vxlan_agent_reply linux none ;;
+    run:--links) _vxlan_agent_reply manage adopt ;;
     replay:--max-process-time | replay:--time-per-read | replay:--rows | trace:--grep) ;;
     generate:--help | run:--help | run:--trace) return 1 ;;
     generate:--* | run:--*) ;;
@@ -56,12 +57,12 @@ _vxlan_agent() {
   COMPREPLY=()
 
   if ((COMP_CWORD == 1)); then
-    _vxlan_agent_reply run status hosts floods problems release replay trace check generate \
-      --help --version
+    _vxlan_agent_reply run status hosts floods problems doctor release replay trace check \
+      generate --help --version
     return
   fi
   case $command in
-    status | hosts | floods | problems | release) command=question ;;
+    status | hosts | floods | problems | doctor | release) command=question ;;
   esac
 
   # "--option=value" comes as three words, or as two while the value is empty.
@@ -80,8 +81,8 @@ _vxlan_agent() {
   case $command:$_vxlan_agent_typed in
     run:*)
       _vxlan_agent_reply --database --switch --private-key --certificate --ca-cert --config \
-        --withdraw-delay --hold-above --hold-min --hold-time --settle --data-plane --record \
-        --record-size --control --max-process-time --trace --ring --help
+        --withdraw-delay --hold-above --hold-min --hold-time --settle --data-plane --links \
+        --record --record-size --control --max-process-time --trace --ring --help
       ;;
     question:*) _vxlan_agent_reply --format --control --help ;;
     replay:-*)

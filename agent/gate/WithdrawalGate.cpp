@@ -252,6 +252,17 @@ bool WithdrawalGate::isWaiting(const Vxlan::VniExt& vni, const Vorn::EthAddr& ma
   return host != nullptr && host->withdrawal != none;
 }
 
+bool WithdrawalGate::isListWaiting(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac) const {
+  const auto entry = vnis_.find(vni);
+  if (entry == vnis_.end()) return false;
+  const auto at = entry->second.lists.find(mac);
+  if (at == entry->second.lists.end()) return false;
+  const List& list = at->second;
+  return list.withdrawal != none || list.isDue ||
+         std::ranges::any_of(list.members,
+                             [](const Member& each) { return each.withdrawal != none; });
+}
+
 void WithdrawalGate::startWaiting(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac, Host& host,
                                   Cause cause) {
   host.withdrawal = enqueue(cause == Cause::meant ? meantHostQueue_ : hostQueue_, vni, mac);

@@ -102,6 +102,8 @@ class WithdrawalGate final : public Announcements {
   std::size_t hosts() const { return hosts_; }
   std::size_t waiting() const { return waiting_; }
   bool isWaiting(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac) const;
+  // Of a list or of one of its VTEPs.
+  bool isListWaiting(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac) const;
 
  private:
   class MoruClock;

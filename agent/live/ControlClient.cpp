@@ -89,7 +89,8 @@ void addFields(TextTable& table, const std::string& name, const Json& value) {
 class Tables {
  public:
   explicit Tables(const std::string& what)
-      : columns_(columnsOf(what)),
+      : nothing_(what == "doctor" ? "nothing differs" : "none"),
+        columns_(columnsOf(what)),
         table_(columns_.empty() ? std::vector<std::string>{"what", "now"} : columns_) {}
 
   void add(const Json& record) {
@@ -102,7 +103,7 @@ class Tables {
 
   void print(std::ostream& out) const {
     if (isEmpty_)
-      out << "none\n";
+      out << nothing_ << '\n';
     else
       table_.print(out);
   }
@@ -113,6 +114,7 @@ class Tables {
     if (what == "hosts") return {"mac", "vlan", "vni", "vtep", "marked", "waiting"};
     if (what == "floods") return {"vlan", "vni", "mac", "type", "vteps"};
     if (what == "problems") return {"since", "what", "value", "why"};
+    if (what == "doctor") return {"vni", "mac", "database", "client", "kernel", "reason"};
     return {};
   }
 
@@ -127,6 +129,7 @@ class Tables {
     table_.add(std::move(cells));
   }
 
+  const char* const nothing_;
   const std::vector<std::string> columns_;
   TextTable table_;
   bool isEmpty_ = true;
@@ -140,16 +143,18 @@ ExitStatus ask(const Question& question, std::ostream& out) {
   if (!question.mac.empty()) asked["mac"] = question.mac;
   agent.write(asked.dump() + '\n');
   Tables tables(question.what);
+  ExitStatus status = ExitStatus::done;
   for (std::string line; agent.read(line);) {
     const Json record = Json::parse(line);
     if (record.contains("error")) throw InputError(record["error"].get<std::string>());
+    if (question.what == "doctor" && record.at("reason").is_null()) status = ExitStatus::failed;
     if (question.json)
       out << line << '\n';
     else
       tables.add(record);
   }
   if (!question.json) tables.print(out);
-  return ExitStatus::done;
+  return status;
 }
 
 }  // namespace Agent

@@ -11,11 +11,12 @@ namespace Agent {
 
 struct Question {
   std::string control;  // the socket; empty: the only one of the machine
-  std::string what;     // hosts, floods, problems, status or release
+  std::string what;     // hosts, floods, problems, doctor, status or release
   std::string mac;      // hosts: of this one alone; empty: all
   bool json = false;    // the answer as it comes
 };
 
+// Returns `failed` if the doctor has found a difference without a reason, else `done`.
 // Throws std::system_error if no agent answers, InputError where it is not clear which, or where
 // the agent does not understand.
 ExitStatus ask(const Question& question, std::ostream& out);

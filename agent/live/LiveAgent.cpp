@@ -10,6 +10,7 @@
 #include "agent/base/Text.h"
 #include "agent/journal/Path.h"
 #include "agent/journal/WholeState.h"
+#include "agent/live/Doctor.h"
 #include "agent/live/Notify.h"
 #include "framework/Moru/ActivityFacility.h"
 #include "framework/Moru/Exception.h"
@@ -58,7 +59,10 @@ LiveAgent::LiveAgent(LiveOptions options, Log& log)
             }),
       import_(
           options_.switchName, gate_, [this](Change change) { changes_.push(std::move(change)); },
-          [](const Attachments&) {}, problems_,
+          [this](const Attachments& attachments) {
+            if (programming_) programming_->attachmentsAre(attachments);
+          },
+          problems_,
           {.caughtUp =
                [this] {
                  isSwitchMissing_ = false;
@@ -79,6 +83,9 @@ LiveAgent::LiveAgent(LiveOptions options, Log& log)
   while (!changes_.isEmpty())
     changes_.applyFor(sliceTime, [this](const Change& change) { apply(change); });
   act(Start());
+  if (options_.programsKernel)
+    programming_.emplace(ProgrammingOptions{options_.managesLinks, options_.switchName}, io_,
+                         embedded_, gate_, problems_, log_, [this] { loop_.wake(); });
 }
 
 LiveAgent::~LiveAgent() = default;
@@ -129,7 +136,19 @@ bool LiveAgent::work() {
     changes_.applyFor(sliceTime, [this](const Change& change) { apply(change); });
   recording_.rotateIfFull();
   tellConvergence();
-  return import_.hasWork() || !changes_.isEmpty();
+  const bool isProgramming = program();
+  return import_.hasWork() || !changes_.isEmpty() || isProgramming;
+}
+
+// What a message changes is programmed together: flood sets that share a group move with it only
+// then. But it is not waited for without end.
+bool LiveAgent::program() {
+  constexpr double longestWait = 0.1;  // seconds
+  if (!programming_) return false;
+  const bool isSettled = changes_.isEmpty() && !import_.hasWork();
+  if (isSettled) lastSettled_ = now();
+  if (!isSettled && now() < lastSettled_ + longestWait) return true;
+  return programming_->work(sliceTime, isSettled);
 }
 
 void LiveAgent::act(const Action& action) {
@@ -194,6 +213,9 @@ Answer LiveAgent::answer(const std::string& question) {
   if (what == "status") return lineAnswer(status());
   if (what == "floods") return floodsAnswer(embedded_);
   if (what == "problems") return problemsAnswer(problems_);
+  if (what == "doctor")
+    return doctorAnswer(
+        {import_, gate_, embedded_, programming_ ? &programming_->plane() : nullptr});
   if (what == "hosts") {
     std::optional<Vorn::EthAddr> mac;
     if (const std::string text = textAt("mac"); !text.empty()) {
@@ -209,7 +231,7 @@ Answer LiveAgent::answer(const std::string& question) {
     if (wasHeld) log_.notice("the hold is ended by the operator");
     return lineAnswer({{"released", wasHeld}});
   }
-  throw InputError('"' + what + "\": expected status, hosts, floods, problems or release");
+  throw InputError('"' + what + "\": expected status, hosts, floods, problems, doctor or release");
 }
 
 std::string LiveAgent::timeText(double at) const {
@@ -231,6 +253,7 @@ Object LiveAgent::status() const {
   const auto& convergence = store.zepConvergenceStatus;
   const double due = Moru::ActivityFacility::current()->nextDue();
   const std::string reasons = because();
+  const auto hosts = programming_ ? programming_->plane().status().hosts : Kernel::Fdb::Counts();
   return {{"switch", options_.switchName},
           {"database",
            {{"state", nameOf(session_.state())},
@@ -244,16 +267,17 @@ Object LiveAgent::status() const {
            {{"wanted", store.l2RibZepInput->host().size()},
             {"marked", embedded_.client()->hostTable()->markedForDelCount()},
             {"waiting", gate_.waiting()},
-            {"programmed", 0},
-            {"refused", 0},
-            {"foreign", 0}}},
+            {"programmed", hosts.programmed},
+            {"refused", hosts.refused},
+            {"foreign", hosts.foreign}}},
           {"vnis", store.controllerStatusBaseDir->entityPtr().size()},
           {"problems", problems_.all().size()},
           {"clocks",
            {{"unicastDeferredDeletion", convergence->unicastDeferredDeletionInProgress()},
             {"bumDeferredDeletion", convergence->bumDeferredDeletionInProgress()},
             {"nextDue", due == Moru::Clock::never ? Object(nullptr) : Object(timeText(due))}}},
-          {"dataPlane", "none"},
+          {"dataPlane", programming_ ? "linux" : "none"},
+          {"kernel", programming_ ? programming_->status() : Object(nullptr)},
           {"recording", recording_.file().empty() ? Object(nullptr)
                                                   : Object({{"file", recording_.file()},
                                                             {"bytes", recording_.size()},

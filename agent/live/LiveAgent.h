@@ -1,7 +1,8 @@
 // The live agent: follows a database, lets the client decide, and answers for it.
 //
 //   Session ──> Import ──> WithdrawalGate ──> ChangeQueue ──> StateStore ──> the client
-//                                                  └──> Recording
+//                 │                                └──> Recording                 │
+//                 └──────────────── Attachments ───────────> Programming <────────┘
 //
 // One thread; every piece of work takes some milliseconds at most, so that probes and questions are
 // answered meanwhile, whatever comes.
@@ -21,6 +22,7 @@
 #include "agent/live/ControlServer.h"
 #include "agent/live/EventLoop.h"
 #include "agent/live/Log.h"
+#include "agent/live/Programming.h"
 #include "agent/live/Recording.h"
 #include "agent/ovsdb/Import.h"
 #include "agent/ovsdb/Session.h"
@@ -32,6 +34,8 @@ struct LiveOptions {
   Ovsdb::SessionOptions database{};
   std::string switchName{};  // of the Physical_Switch row that is us
   GateOptions gate{};
+  bool programsKernel = false;  // else it decides and shows alone
+  bool managesLinks = true;     // makes vxlan devices and bridges; else those that are there serve
   std::optional<double> maxProcessTime{};  // of the client, in seconds
   RecordingOptions recording{};
   std::string control{};  // the control socket's path
@@ -57,6 +61,7 @@ class LiveAgent final : private Ovsdb::SessionListener {
   void caughtUp() override;
 
   bool work();
+  bool program();
   void act(const Action& action);
   void apply(const Change& change);
   void tell(const std::string& what, const Problem& problem);
@@ -82,10 +87,12 @@ class LiveAgent final : private Ovsdb::SessionListener {
   WithdrawalGate gate_;
   Ovsdb::Import import_;
   Ovsdb::Session session_;
+  std::optional<Programming> programming_;
   ControlServer control_;
 
   bool isSwitchMissing_ = false;
   std::string convergence_;  // as it was told last
+  double lastSettled_ = 0;   // when all that the database had said was in the store
   double toldSince_ = 0;     // of the problems told
   std::size_t told_ = 0;
 };
