@@ -3,14 +3,7 @@
 import re
 import subprocess
 
-from harness import PATIENCE, SCHEMA, Server, wait_for
-
-
-def run(*command):
-    words = [str(word) for word in command]
-    done = subprocess.run(words, capture_output=True, text=True, timeout=PATIENCE)
-    assert done.returncode == 0, f"{words}: {done.stderr}"
-    return done.stdout
+from harness import PATIENCE, SCHEMA, Server, run, wait_for
 
 
 class Member(Server):

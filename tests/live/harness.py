@@ -2,6 +2,7 @@
 processes in a directory of the test's own, each ended by its own id."""
 
 import contextlib
+import ipaddress
 import json
 import os
 import pathlib
@@ -17,6 +18,15 @@ AGENT = os.environ["VXLAN_AGENT"]
 SCHEMA = pathlib.Path("/usr/share/openvswitch/vtep.ovsschema")
 PATIENCE = 20  # seconds that something may take to come about on a busy machine
 BROADCAST = "ff:ff:ff:ff:ff:ff"
+TO_ALL, TO_ANY = 1, 2
+COLUMNS = {
+    "Physical_Port": ["vlan_bindings"],
+    "Logical_Switch": ["tunnel_key", "replication_mode"],
+    "Physical_Locator": ["dst_ip"],
+    "Physical_Locator_Set": ["locators"],
+    "Ucast_Macs_Remote": ["MAC", "locator", "logical_switch"],
+    "Mcast_Macs_Remote": ["MAC", "locator_set", "logical_switch"],
+}
 
 
 def wait_for(what, condition, patience=PATIENCE):
@@ -37,6 +47,14 @@ def answers(path):
         probe.connect(str(path))
         return True
     return False
+
+
+def run(*command, **options):
+    """What a command prints; fails if it does."""
+    words = [str(word) for word in command]
+    done = subprocess.run(words, capture_output=True, text=True, timeout=PATIENCE, **options)
+    assert done.returncode == 0, f"{words}: {done.stderr}{done.stdout}"
+    return done.stdout
 
 
 class Process:
@@ -84,6 +102,11 @@ class Process:
         except subprocess.TimeoutExpired:
             self._child.kill()
             raise
+
+
+def members(value):
+    """Of a set, of which one is written bare."""
+    return value[1] if value[0] == "set" else [value]
 
 
 class Server:
@@ -187,6 +210,49 @@ class Database:
             assert piece, "the database server has closed the connection"
             self._pending += piece.decode()
 
+    def tables(self):
+        """{table: {uuid: row}}, all of one moment."""
+        columns = {table: ["_uuid", *names] for table, names in COLUMNS.items()}
+        results = self.transact(
+            *(
+                {"op": "select", "table": table, "where": [], "columns": names}
+                for table, names in columns.items()
+            )
+        )
+        return {
+            table: {row["_uuid"][1]: row for row in result["rows"]}
+            for table, result in zip(columns, results)
+        }
+
+    def published(self):
+        """What it has for us, where all rows are good: {(VNI, MAC): VTEPs} of hosts, and
+        {(VNI, MAC): (TYPE, VTEPs)} of flood sets, all VTEPs ascending, our own among them."""
+        tables = self.tables()
+        switches = {}
+        for port in tables["Physical_Port"].values():
+            for _, (_, uuid) in port["vlan_bindings"][1]:
+                switch = tables["Logical_Switch"][uuid]
+                if isinstance(switch["tunnel_key"], int) and switch["tunnel_key"] > 0:
+                    switches[uuid] = switch
+        hosts, floods = {}, {}
+        for row in tables["Ucast_Macs_Remote"].values():
+            switch = switches.get(row["logical_switch"][1])
+            if switch:
+                vteps = hosts.setdefault((switch["tunnel_key"], row["MAC"]), [])
+                vteps.append(tables["Physical_Locator"][row["locator"][1]]["dst_ip"])
+        for row in tables["Mcast_Macs_Remote"].values():
+            switch = switches.get(row["logical_switch"][1])
+            locators = tables["Physical_Locator_Set"][row["locator_set"][1]]["locators"]
+            if switch:
+                mac = BROADCAST if row["MAC"] == "unknown-dst" else row["MAC"]
+                kind = TO_ALL if switch["replication_mode"] == "source_node" else TO_ANY
+                _, vteps = floods.setdefault((switch["tunnel_key"], mac), (kind, []))
+                uuids = [uuid for _, uuid in members(locators)]
+                vteps += [tables["Physical_Locator"][uuid]["dst_ip"] for uuid in uuids]
+        for vteps in (*hosts.values(), *(vteps for _, vteps in floods.values())):
+            vteps.sort(key=ipaddress.ip_address)
+        return hosts, floods
+
     def _locator(self, vtep):
         """The operations that make a locator, and how to refer to it."""
         where = [["dst_ip", "==", vtep]]
@@ -236,6 +302,22 @@ class Database:
         update = {"op": "update", "table": "Ucast_Macs_Remote", "where": where, "row": row}
         return [*made, update]
 
+    def ways_to_move(self, between=lambda: None):
+        """The three that controllers have; `between` is called between two messages."""
+
+        def in_two_messages(mac, vtep):
+            self.withdraw(mac)
+            between()
+            self.announce("ls1", {mac: vtep})
+
+        def in_one(mac, vtep):
+            self.transact(*self.deletion(mac), *self.insertion("ls1", {mac: vtep}))
+
+        def in_place(mac, vtep):
+            self.transact(*self.modification(mac, vtep))
+
+        return in_place, in_one, in_two_messages
+
     def move_all(self, switch, vtep):
         """All hosts of a switch, in one transaction."""
         made, locator = self._locator(vtep)
@@ -275,12 +357,12 @@ def replay(journal):
 class Agent:
     """A vxlan-agent run, and what it answers."""
 
-    def __init__(self, directory, remote, *options, switch="tor", name="agent"):
+    def __init__(self, directory, remote, *options, switch="tor", name="agent", plane="none"):
         self.control = directory / f"{name}.sock"
         self.recording = directory / f"{name}.jsonl"
         source = [f"--database={remote}", f"--switch={switch}"] if remote else []
         self._start = lambda: Process(
-            name, directory, AGENT, "run", *source, "--data-plane=none",
+            name, directory, AGENT, "run", *source, f"--data-plane={plane}",
             f"--control={self.control}", f"--record={self.recording}", *options,
         )  # fmt: skip
         self.process = None
@@ -390,6 +472,8 @@ class LiveTest(unittest.TestCase):
     """Has a directory. What is started is ended behind each test, and what each agent said last is
     compared with what its recording replays to."""
 
+    agent_class = Agent
+
     def setUp(self):
         self.directory = pathlib.Path(tempfile.mkdtemp(prefix="vxlan-live-"))
         self.addCleanup(shutil.rmtree, self.directory)
@@ -411,7 +495,7 @@ class LiveTest(unittest.TestCase):
         return database
 
     def follow(self, remote, *options, **more):
-        agent = Agent(self.directory, remote, *options, **more)
+        agent = self.agent_class(self.directory, remote, *options, **more)
         self.addCleanup(lambda: agent.process.kill())
         self.agents.append(agent)
         return agent

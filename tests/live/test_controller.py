@@ -4,19 +4,10 @@ import os
 import signal
 import unittest
 
-from cluster import run
-from harness import BROADCAST, LiveTest, Process, hosts_of, wait_for
+from harness import LiveTest, Process, hosts_of, run, wait_for
 
 SCHEMAS = "/usr/share/ovn"
 VTEPS = ("10.0.0.2", "10.0.0.3")
-COLUMNS = {
-    "Logical_Switch": ["tunnel_key"],
-    "Physical_Port": ["vlan_bindings"],
-    "Physical_Locator": ["dst_ip"],
-    "Physical_Locator_Set": ["locators"],
-    "Ucast_Macs_Remote": ["MAC", "locator", "logical_switch"],
-    "Mcast_Macs_Remote": ["locator_set", "logical_switch"],
-}
 
 
 class ControllerTest(LiveTest):
@@ -101,41 +92,10 @@ class ControllerTest(LiveTest):
         port = self._port(mac)
         self.in_south(f"lsp-unbind {port}", f"lsp-bind {port} {vtep}")
 
-    def tables(self):
-        """{table: {uuid: row}}, all of one moment."""
-        results = self.database.transact(
-            *(
-                {"op": "select", "table": table, "where": [], "columns": ["_uuid", *columns]}
-                for table, columns in COLUMNS.items()
-            )
-        )
-        return {
-            table: {row["_uuid"][1]: row for row in result["rows"]}
-            for table, result in zip(COLUMNS, results)
-        }
-
     def published(self):
-        """The hosts and the flood sets that the database has for us, in our own words."""
-        tables = self.tables()
-        vnis = {}
-        for port in tables["Physical_Port"].values():
-            for _, (_, switch) in port["vlan_bindings"][1]:
-                key = tables["Logical_Switch"][switch]["tunnel_key"]
-                if isinstance(key, int) and key > 0:
-                    vnis[switch] = key
-        address = {uuid: row["dst_ip"] for uuid, row in tables["Physical_Locator"].items()}
-        hosts, floods = {}, {}
-        for row in tables["Ucast_Macs_Remote"].values():
-            if row["logical_switch"][1] in vnis:
-                hosts[row["MAC"]] = address[row["locator"][1]]
-        for row in tables["Mcast_Macs_Remote"].values():
-            kind, members = tables["Physical_Locator_Set"][row["locator_set"][1]]["locators"]
-            members = [uuid for _, uuid in members] if kind == "set" else [members]
-            vteps = sorted(address[uuid] for uuid in members)
-            vni = vnis.get(row["logical_switch"][1])
-            if vni and vteps:
-                floods[(vni, BROADCAST)] = (1, vteps)
-        return hosts, floods
+        """The hosts and the flood sets that the database has for us."""
+        hosts, floods = self.database.published()
+        return {mac: vteps[0] for (_, mac), vteps in hosts.items()}, floods
 
     def check(self, hosts):
         """The database comes to have these hosts, and the agent what the database has."""

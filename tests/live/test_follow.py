@@ -6,12 +6,11 @@ import stat
 import time
 import unittest
 
-from harness import BROADCAST, LiveTest, hosts_of, run_agent, wait_for
+from harness import BROADCAST, TO_ALL, TO_ANY, LiveTest, hosts_of, run_agent, wait_for
 
 DELAY = 0.5  # seconds that withdrawals wait; a machine that is busy takes a part of them
 QUICK = (f"--withdraw-delay={DELAY}", "--settle=1")
 HOST, OTHER, THIRD = hosts_of(3)
-TO_ALL, TO_ANY = 1, 2
 
 
 class FollowTest(LiveTest):
@@ -45,19 +44,7 @@ class FollowTest(LiveTest):
 class Hosts(FollowTest):
     def test_come_move_and_go(self):
         database = self.database
-
-        def in_two_messages(mac, vtep):
-            database.withdraw(mac)
-            time.sleep(0.08)  # as long as real controllers leave between them
-            database.announce("ls1", {mac: vtep})
-
-        moves = (
-            lambda mac, vtep: database.transact(*database.modification(mac, vtep)),
-            lambda mac, vtep: database.transact(
-                *database.deletion(mac), *database.insertion("ls1", {mac: vtep})
-            ),
-            in_two_messages,
-        )
+        moves = database.ways_to_move(lambda: time.sleep(0.08))  # as real controllers
         published = {HOST: "10.0.0.1", OTHER: "10.0.0.1"}
         database.announce("ls1", published)
         self.agent.wait_hosts(published)
