@@ -79,6 +79,25 @@ std::size_t Fdb::wanters(GroupId group) const {
   return at == wanters_.end() ? 0 : at->second;
 }
 
+Fdb::Unicast& Fdb::unicastOf(Vni& vni, const Vorn::EthAddr& mac) {
+  if (Unicast* const entry = vni.unicasts.find(mac)) return *entry;
+  vni.unicasts.is(mac, {});
+  return *vni.unicasts.find(mac);
+}
+
+// The entry of either kind, if there is one.
+template <class Vnis, class Visit>
+void Fdb::visit(Vnis& vnis, const Key& key, Visit visit) {
+  const auto at = vnis.find(key.first);
+  if (at == vnis.end()) return;
+  if (!isFlood(key.second)) {
+    if (auto* const entry = at->second.unicasts.find(key.second)) visit(*entry);
+    return;
+  }
+  const auto flood = at->second.floods.find(key.second);
+  if (flood != at->second.floods.end()) visit(flood->second);
+}
+
 // --- What is wanted ---
 
 template <class Entry>
@@ -88,17 +107,13 @@ void Fdb::enqueue(const Key& key, Entry& entry) {
 }
 
 void Fdb::unicastIs(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac, const Route& route) {
-  auto& unicasts = vnis_[vni].unicasts;
-  Unicast* entry = unicasts.find(mac);
-  if (!entry) {
-    if (route.isNone()) return;
-    unicasts.is(mac, {});
-    entry = unicasts.find(mac);
-  }
-  if (entry->wanted == route) return;
-  wantGroup(entry->wanted.group, route.group);
-  change(*entry, [&route](Unicast& each) { each.wanted = route; });
-  enqueue({vni, mac}, *entry);
+  Vni& all = vnis_[vni];
+  if (route.isNone() && !all.unicasts.contains(mac)) return;
+  Unicast& entry = unicastOf(all, mac);
+  if (entry.wanted == route) return;
+  wantGroup(entry.wanted.group, route.group);
+  change(entry, [&route](Unicast& each) { each.wanted = route; });
+  enqueue({vni, mac}, entry);
 }
 
 void Fdb::floodIs(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac, const FloodRoute& route) {
@@ -121,14 +136,9 @@ std::vector<Vorn::EthAddr> Fdb::wanted(const Vxlan::VniExt& vni) const {
 }
 
 GroupId Fdb::wantedGroup(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac) const {
-  const auto at = vnis_.find(vni);
-  if (at == vnis_.end()) return 0;
-  if (!isFlood(mac)) {
-    const Unicast* const entry = at->second.unicasts.find(mac);
-    return entry ? entry->wanted.group : 0;
-  }
-  const auto flood = at->second.floods.find(mac);
-  return flood == at->second.floods.end() ? 0 : flood->second.wanted.group;
+  GroupId group = 0;
+  visit(vnis_, {vni, mac}, [&group](const auto& entry) { group = entry.wanted.group; });
+  return group;
 }
 
 bool Fdb::isForeign(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac, const Route& route) const {
@@ -139,30 +149,24 @@ bool Fdb::isForeign(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac, const Ro
 Fdb::State Fdb::state(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac) const {
   const auto at = vnis_.find(vni);
   if (at == vnis_.end() || !at->second.device) return State::noDevice;
-  const auto stateOf = [](const auto& entry) {
-    if (entry.wanted.isNone()) return State::left;
-    return entry.isQueued || entry.programmed != entry.wanted ? State::waiting : State::programmed;
-  };
-  if (isFlood(mac)) {
-    const auto flood = at->second.floods.find(mac);
-    return flood == at->second.floods.end() ? State::unknown : stateOf(flood->second);
-  }
-  const Unicast* const entry = at->second.unicasts.find(mac);
-  return entry ? stateOf(*entry) : State::unknown;
+  State state = State::unknown;
+  visit(vnis_, {vni, mac}, [&state](const auto& entry) {
+    if (entry.wanted.isNone())
+      state = State::left;
+    else if (entry.isQueued || entry.programmed != entry.wanted)
+      state = State::waiting;
+    else
+      state = State::programmed;
+  });
+  return state;
 }
 
 void Fdb::calmIs(bool isCalm) {
   if (!isCalm) return;
-  for (const Key& key : std::exchange(leftovers_, {})) {
-    Vni& vni = vnis_[key.first];
-    if (isFlood(key.second)) {
-      Flood& entry = vni.floods[key.second];
+  for (const Key& key : std::exchange(leftovers_, {}))
+    visit(vnis_, key, [&](auto& entry) {
       if (entry.wanted.isNone()) enqueue(key, entry);
-    } else if (Unicast* const entry = vni.unicasts.find(key.second);
-               entry && entry->wanted.isNone()) {
-      enqueue(key, *entry);
-    }
-  }
+    });
 }
 
 // --- Where it is ---
@@ -249,11 +253,8 @@ void Fdb::unicastIsThere(const Vxlan::VniExt& vni, Vni& entry, const FdbEntry& t
   const Route route = routeOf(told);
   Unicast* unicast = entry.unicasts.find(told.mac);
   if (isLeftByUs(told) && (!unicast || unicast->programmed.isNone())) {
-    if (!unicast) {
-      entry.unicasts.is(told.mac, {});
-      unicast = entry.unicasts.find(told.mac);
-      leftovers_.push_back(key);
-    }
+    if (!unicast) leftovers_.push_back(key);
+    unicast = &unicastOf(entry, told.mac);
     change(*unicast, [&](Unicast& each) {
       each.programmed = route;
       each.isMarked = told.isOurs;
@@ -286,12 +287,10 @@ void Fdb::floodIsThere(const Vxlan::VniExt& vni, Vni& entry, const FdbEntry& tol
     hold(programmed.group, route.group);
     follow(programmed, route, true);
   }
-  const bool isOurs = flood != entry.floods.end() &&
-                      (route.group != 0 ? flood->second.wanted.group == route.group ||
-                                              flood->second.programmed.group == route.group
-                                        : flood->second.wanted.has(route.vtep) ||
-                                              flood->second.programmed.has(route.vtep));
-  if (!isOurs) return foreignIs(entry, mac, route, true);
+  if (flood == entry.floods.end() ||
+      !(flood->second.wanted.has(route) || flood->second.programmed.has(route)))
+    return foreignIs(entry, mac, route, true);
+  if (!floodNews_.contains(key) && flood->second.programmed.has(route)) return;
   const auto news = floodNews_.try_emplace(key, flood->second.programmed).first;
   follow(news->second, route, true);
 }
@@ -321,8 +320,7 @@ void Fdb::inBridgeIs(const FdbEntry& told, bool isThere) {
     Vni& entry = vnis_.at(vni);
     Unicast* unicast = entry.unicasts.find(told.mac);
     if (!unicast && !isTakenOver_ && isAtOurs) {
-      entry.unicasts.is(told.mac, {});
-      unicast = entry.unicasts.find(told.mac);
+      unicast = &unicastOf(entry, told.mac);
       leftovers_.emplace_back(vni, told.mac);
     }
     if (!unicast) return;
@@ -392,6 +390,20 @@ bool Fdb::isDeviceThere(const Vxlan::VniExt& vni) {
   return !requests_.send(question);
 }
 
+// Whoever changes an entry all the time, a bridge that hears its MAC say, is not to keep us busy.
+template <class Entry>
+void Fdb::putBack(const Key& key, Entry& entry, double now) {
+  std::erase_if(putBacks_,
+                [now](const auto& each) { return each.second.since + putBackWindow < now; });
+  ++putBack_;
+  lastPutBack_ = key;
+  PutBack& before = putBacks_.try_emplace(key, PutBack{now, 0}).first->second;
+  if (++before.times <= mostPutBacks)
+    enqueue(key, entry);
+  else
+    refuse(key, "others change it again and again", now);
+}
+
 void Fdb::judgeUnicast(const Key& key, const News& news, double now) {
   Vni& vni = vnis_.at(key.first);
   Unicast* const entry = vni.unicasts.find(key.second);
@@ -413,10 +425,7 @@ void Fdb::judgeUnicast(const Key& key, const News& news, double now) {
     if (entry->programmed.isNone() && !entry->isInBridge) vni.unicasts.del(key.second);
     return;
   }
-  if (mayPutBack(key, now))
-    enqueue(key, *entry);
-  else
-    refuse(key, "others change it again and again", now);
+  putBack(key, *entry, now);
 }
 
 void Fdb::judgeFlood(const Key& key, const FloodRoute& told, double now) {
@@ -428,31 +437,14 @@ void Fdb::judgeFlood(const Key& key, const FloodRoute& told, double now) {
   hold(entry.programmed.group, told.group);
   entry.programmed = told;
   if (entry.isQueued || entry.isRefused || entry.wanted == told || entry.wanted.isNone()) return;
-  if (mayPutBack(key, now))
-    enqueue(key, entry);
-  else
-    refuse(key, "others change it again and again", now);
-}
-
-// Whoever changes an entry all the time, a bridge that hears its MAC say, is not to keep us busy.
-bool Fdb::mayPutBack(const Key& key, double now) {
-  std::erase_if(putBacks_,
-                [now](const auto& each) { return each.second.since + putBackWindow < now; });
-  ++putBack_;
-  lastPutBack_ = key;
-  PutBack& before = putBacks_.try_emplace(key, PutBack{now, 0}).first->second;
-  return ++before.times <= mostPutBacks;
+  putBack(key, entry, now);
 }
 
 // --- Requests ---
 
 void Fdb::work(double now) {
-  for (const Key& key : refused_.takeDue(now)) {
-    if (isFlood(key.second))
-      enqueue(key, vnis_.at(key.first).floods[key.second]);
-    else if (Unicast* const entry = vnis_.at(key.first).unicasts.find(key.second))
-      enqueue(key, *entry);
-  }
+  for (const Key& key : refused_.takeDue(now))
+    visit(vnis_, key, [&](auto& entry) { enqueue(key, entry); });
   while (!changes_.empty() && !batch_.isFull()) next(changes_, false);
   if (batch_.isEmpty())
     while (!deletions_.empty() && !batch_.isFull()) next(deletions_, true);
@@ -586,22 +578,22 @@ void Fdb::refused(const Sent& sent, const Refusal& refusal, double now) {
     follow(programmed, sent.route, sent.isDeletion);
     return refuse(sent.key, refusal.text, now);
   }
-  if (!sent.vni->unicasts.find(mac)) sent.vni->unicasts.is(mac, {});
-  Unicast& entry = *sent.vni->unicasts.find(mac);
+  Unicast& entry = unicastOf(*sent.vni, mac);
   change(entry, [&sent](Unicast& each) { each.programmed = sent.before; });
   if (sent.sides.bridge) entry.isInBridge = sent.isDeletion && !isGone;
   if (sent.isDeletion && isGone) return enqueue(sent.key, entry);
   refuse(sent.key, refusal.text, now);
 }
 
+void Fdb::refusedIs(Unicast& entry, bool isRefused) {
+  change(entry, [isRefused](Unicast& each) { each.isRefused = isRefused; });
+}
+
 void Fdb::refuse(const Key& key, const std::string& why, double now) {
   Vni& vni = vnis_.at(key.first);
   if (refused_.refuse(key, why, now)) {
     ++vni.refused;
-    if (isFlood(key.second))
-      vni.floods[key.second].isRefused = true;
-    else
-      change(*vni.unicasts.find(key.second), [](Unicast& each) { each.isRefused = true; });
+    visit(vnis_, key, [this](auto& entry) { this->refusedIs(entry, true); });
   }
   if (vni.refused == 1) problems_.raise(placeOf(key.first), key.second.stringValue(), why);
 }
@@ -610,10 +602,7 @@ void Fdb::accept(const Key& key) {
   if (!refused_.forget(key)) return;
   Vni& vni = vnis_.at(key.first);
   if (--vni.refused == 0) problems_.cure(placeOf(key.first));
-  if (isFlood(key.second))
-    vni.floods[key.second].isRefused = false;
-  else if (Unicast* const entry = vni.unicasts.find(key.second))
-    change(*entry, [](Unicast& each) { each.isRefused = false; });
+  visit(vnis_, key, [this](auto& entry) { this->refusedIs(entry, false); });
 }
 
 }  // namespace Agent::Kernel

@@ -150,10 +150,12 @@ class Fdb {
   template <class Change>
   void change(Unicast& entry, Change change);
   void count(const Unicast& entry, int by);
-  void hold(const Route& from, const Route& to);
   void hold(GroupId from, GroupId to);
   void wantGroup(GroupId from, GroupId to);
 
+  static Unicast& unicastOf(Vni& vni, const Vorn::EthAddr& mac);
+  template <class Vnis, class Visit>
+  static void visit(Vnis& vnis, const Key& key, Visit visit);
   Vni* vniAt(int device);
   template <class Entry>
   void enqueue(const Key& key, Entry& entry);
@@ -168,7 +170,8 @@ class Fdb {
   bool isDeviceThere(const Vxlan::VniExt& vni);
   void judgeUnicast(const Key& key, const News& news, double now);
   void judgeFlood(const Key& key, const FloodRoute& told, double now);
-  bool mayPutBack(const Key& key, double now);
+  template <class Entry>
+  void putBack(const Key& key, Entry& entry, double now);
 
   void next(std::deque<Key>& queue, bool isDeletion);
   void program(const Key& key, Vni& vni, Unicast& entry);
@@ -176,6 +179,8 @@ class Fdb {
   void add(Sent sent, std::uint16_t flags);
   void send(double now);
   void refused(const Sent& sent, const Netlink::Refusal& refusal, double now);
+  void refusedIs(Unicast& entry, bool isRefused);
+  static void refusedIs(Flood& entry, bool isRefused) { entry.isRefused = isRefused; }
   void refuse(const Key& key, const std::string& why, double now);
   void accept(const Key& key);
 

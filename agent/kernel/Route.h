@@ -31,6 +31,9 @@ struct FloodRoute {
 
   bool isNone() const { return vteps.empty() && group == 0; }
   bool has(const Vorn::IpAddr& vtep) const { return std::ranges::binary_search(vteps, vtep); }
+  bool has(const Route& route) const {
+    return route.group != 0 ? group == route.group : has(route.vtep);
+  }
   friend bool operator==(const FloodRoute&, const FloodRoute&) = default;
 };
 

@@ -191,6 +191,8 @@ class Doctor {
         });
     const StateStore& store = examined_.embedded.store();
     const VlanToVni vnis = vlanToVni(*store.vlanVniMaps);
+    vlans_.clear();
+    for (const auto& [vlan, vni] : vnis) vlans_.emplace(vni, vlan);
     for (const auto& [key, host] : store.l2RibZepInput->host())
       if (const auto vni = vnis.find(key.vlan); vni != vnis.end())
         client_.emplace_back(Key{vni->second, key.mac},
@@ -256,8 +258,7 @@ class Doctor {
       return way ? nlohmann::ordered_json(way->text()) : nlohmann::ordered_json(nullptr);
     };
     std::string reason = whyDecided(key, database, client);
-    if (reason.empty() || (database && client && *database == *client))
-      reason = whyProgrammed(key, client, kernel);
+    if (reason.empty()) reason = whyProgrammed(key, client, kernel);
     if (reason.empty()) isAnyUnexplained_ = true;
     const nlohmann::ordered_json line{{"vni", key.vni.value()},
                                       {"mac", key.mac.stringValue()},
@@ -305,11 +306,9 @@ class Doctor {
   }
 
   bool isMarked(const Key& key) const {
-    const auto& vnis = examined_.embedded.store().vlanVniMaps;
-    for (const auto& [vlan, vni] : vlanToVni(*vnis))
-      if (vni == key.vni)
-        return examined_.embedded.client()->hostTable()->isMarked({key.mac, vlan});
-    return false;
+    const auto vlan = vlans_.find(key.vni);
+    return vlan != vlans_.end() &&
+           examined_.embedded.client()->hostTable()->isMarked({key.mac, vlan->second});
   }
 
   const Examined examined_;
@@ -319,6 +318,7 @@ class Doctor {
   Ways database_;
   Ways client_;
   Ways kernel_;
+  std::map<Vxlan::VniExt, Bridging::VlanId> vlans_;
   struct {
     std::size_t database = 0;
     std::size_t client = 0;
