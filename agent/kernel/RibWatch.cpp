@@ -4,11 +4,11 @@ namespace Agent::Kernel {
 
 RibWatch::RibWatch(const Rib& rib) {
   hostsIs_(rib.hosts);
-  floodSetsIs_(rib.floodSets);
   mapsIs_(rib.vlanVniMaps);
   vtisIs_(rib.vtis);
   for (const auto& [key, host] : rib.hosts->host()) changes_.hosts.push_back(key);
-  vlanFloodSet_.sync(rib.floodSets->vlanFloodSet());
+  floodSets_ =
+      Moru::create<FloodSetsWatch>(rib.floodSets, static_cast<FloodSetsWatch::Listener&>(*this));
   map_.sync(rib.vlanVniMaps->vlanVniMap());
   vti_.sync(rib.vtis->vtiStatus());
   changes_.maps = true;
@@ -23,47 +23,6 @@ void RibWatch::MoruHosts::onAttribute(Moru::AttributeId, const void* key) {
 
 void RibWatch::MoruHosts::moru_handleHosts_host(Bridging::MacVlanPair key) {
   machine()->changes_.hosts.push_back(key);
-}
-
-void RibWatch::MoruFloodSets::onAttribute(Moru::AttributeId, const void* key) {
-  forward(&MoruFloodSets::moru_handleFloodSets_vlanFloodSet,
-          Moru::keyOf<&L2Rib::SourceDirEntry::vlanFloodSet>(key));
-}
-
-// What was there has changed, and what is there now.
-void RibWatch::MoruFloodSets::moru_handleFloodSets_vlanFloodSet(Bridging::VlanId vlan) {
-  auto& reactors = machine()->vlanFloodSet_;
-  if (const auto present = reactors(vlan)) present->noteAll();
-  reactors.follow(notifier()->vlanFloodSet(), vlan);
-}
-
-void RibWatch::MoruVlanFloodSet::onAttribute(Moru::AttributeId, const void* key) {
-  forward(&MoruVlanFloodSet::moru_handleVlanFloodSet_floodSet,
-          Moru::keyOf<&L2Rib::VlanFloodSet::floodSet>(key));
-}
-
-void RibWatch::MoruVlanFloodSet::moru_handleVlanFloodSet_floodSet(Vorn::EthAddr mac) {
-  note(mac);
-  floodSet.follow(notifier()->floodSet(), mac);
-}
-
-void RibWatch::MoruVlanFloodSet::handleInitialized() {
-  vlan_ = notifier()->vlanId();
-  handleReplaced();
-}
-
-void RibWatch::MoruVlanFloodSet::handleReplaced() {
-  floodSet.sync(notifier()->floodSet());
-  noteAll();
-}
-
-void RibWatch::MoruVlanFloodSet::noteAll() {
-  for (const auto& [mac, reactor] : floodSet()) note(mac);
-}
-
-// Its type, or one of its destinations.
-void RibWatch::MoruVlanFloodSet::MoruFloodSet::onAttribute(Moru::AttributeId, const void*) {
-  if (notifier()) machine()->note(fwkKey());
 }
 
 void RibWatch::MoruMaps::onAttribute(Moru::AttributeId, const void* key) {

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/watch/FloodSetsWatch.h"
 #include "framework/Moru/Children.h"
 #include "framework/Moru/Input.h"
 #include "model/Bridging/MacVlanPair.h"
@@ -23,7 +24,7 @@ struct Rib {
   Moru::Ptr<Vxlan::VtiStatusDir const> vtis;
 };
 
-class RibWatch final : public Moru::Machine {
+class RibWatch final : public Moru::Machine, private FloodSetsWatch::Listener {
  public:
   // What is there already counts as changed.
   explicit RibWatch(const Rib& rib);
@@ -44,38 +45,6 @@ class RibWatch final : public Moru::Machine {
     using Reactor::Reactor;
     void onAttribute(Moru::AttributeId attribute, const void* key) override;
     void moru_handleHosts_host(Bridging::MacVlanPair key);
-  };
-
-  class MoruFloodSets : public Moru::Reactor<L2Rib::SourceDirEntry::NotifieeConst, RibWatch> {
-   public:
-    using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId attribute, const void* key) override;
-    void moru_handleFloodSets_vlanFloodSet(Bridging::VlanId vlan);
-  };
-
-  // One for each VLAN that has flood sets.
-  class MoruVlanFloodSet : public Moru::Reactor<L2Rib::VlanFloodSet::NotifieeConst, RibWatch> {
-   public:
-    class MoruFloodSet : public Moru::Reactor<L2Rib::FloodSet::NotifieeConst, MoruVlanFloodSet> {
-     public:
-      using Reactor::Reactor;
-      void onAttribute(Moru::AttributeId attribute, const void* key) override;
-      void handleReplaced() { machine()->note(fwkKey()); }
-    };
-
-    using Reactor::Reactor;
-    void onAttribute(Moru::AttributeId attribute, const void* key) override;
-    void moru_handleVlanFloodSet_floodSet(Vorn::EthAddr mac);
-
-    Moru::Reactors<MoruFloodSet> floodSet{this, "Agent::Kernel::RibWatch::floodSet"};
-
-    void handleInitialized();
-    void handleReplaced();
-    void note(const Vorn::EthAddr& mac) { machine()->changes_.floodSets.emplace(vlan_, mac); }
-    void noteAll();
-
-   private:
-    Bridging::VlanId vlan_;
   };
 
   class MoruMaps : public Moru::Reactor<Vxlan::VlanVniMaps::NotifieeConst, RibWatch> {
@@ -107,19 +76,28 @@ class RibWatch final : public Moru::Machine {
   };
 
  private:
+  void floodSetChanged(const Bridging::VlanId& vlan, const Vorn::EthAddr& mac) override {
+    changes_.floodSets.emplace(vlan, mac);
+  }
+  void floodTypeChanged(const Bridging::VlanId& vlan, const Vorn::EthAddr& mac) override {
+    changes_.floodSets.emplace(vlan, mac);
+  }
+  void destChanged(const Bridging::VlanId& vlan, const Vorn::EthAddr& mac,
+                   const L2Rib::Dest&) override {
+    changes_.floodSets.emplace(vlan, mac);
+  }
+
   Moru::Input<MoruHosts> hosts_{this};
   Moru::Input<MoruHosts>::Is hostsIs_{hosts_};
-  Moru::Input<MoruFloodSets> floodSets_{this};
-  Moru::Input<MoruFloodSets>::Is floodSetsIs_{floodSets_};
   Moru::Input<MoruMaps> maps_{this};
   Moru::Input<MoruMaps>::Is mapsIs_{maps_};
   Moru::Input<MoruVtis> vtis_{this};
   Moru::Input<MoruVtis>::Is vtisIs_{vtis_};
-  Moru::Reactors<MoruVlanFloodSet> vlanFloodSet_{this, "Agent::Kernel::RibWatch::vlanFloodSet"};
   Moru::Reactors<MoruMap> map_{this, "Agent::Kernel::RibWatch::map"};
   Moru::Reactors<MoruVti> vti_{this, "Agent::Kernel::RibWatch::vti"};
 
   Changes changes_;
+  Moru::Ptr<FloodSetsWatch> floodSets_;
 };
 
 }  // namespace Agent::Kernel

@@ -107,7 +107,7 @@ std::size_t ActivityFacility::fireDue() {
     auto next = due_.begin();
     while (next != due_.end() && (*next)->armed_ > armedBefore) ++next;
     if (next == due_.end() || (*next)->timeMin() > now) return fired;
-    (*next)->fire();
+    fire(**next);
     ++fired;
   }
 }
@@ -116,8 +116,24 @@ bool ActivityFacility::fireNext(double until) {
   const Ptr<ActivityFacility> held(this);
   if (due_.empty() || nextDue() > until) return false;
   timeSource_->waitUntil(nextDue());
-  (*due_.begin())->fire();
+  fire(**due_.begin());
   return true;
+}
+
+void ActivityFacility::fire(Reactor& reactor) {
+  if (watch_ == nullptr) return reactor.fire();
+  struct Firing {
+    Firing(FiringWatch& firingWatch, const Clock& clock) : watch(firingWatch) {
+      watch.firingBegins(clock);
+    }
+    Firing(const Firing&) = delete;
+    Firing& operator=(const Firing&) = delete;
+    ~Firing() { watch.firingEnds(); }
+
+    FiringWatch& watch;
+  };
+  const Firing firing(*watch_, *reactor.notifier());
+  reactor.fire();
 }
 
 void ActivityFacility::runUntil(double until) {

@@ -19,6 +19,18 @@
 
 namespace Moru {
 
+// Is told of each firing of a clock, for whoever measures what reactions do and how long they take.
+class FiringWatch {
+ public:
+  virtual void firingBegins(const Clock& clock) = 0;
+
+  // Also of a firing that has thrown.
+  virtual void firingEnds() noexcept = 0;
+
+ protected:
+  ~FiringWatch() = default;
+};
+
 class ActivityFacility final : public PtrInterface {
  public:
   // Throws RangeException for a null source, as currentIs does for a null facility.
@@ -54,6 +66,9 @@ class ActivityFacility final : public PtrInterface {
   // waits for `until` itself. With Clock::never it returns when no clock is armed.
   void runUntil(double until);
 
+  // There is one at a time; null is none. It must outlive its time.
+  void firingWatchIs(FiringWatch* watch) { watch_ = watch; }
+
  private:
   friend class Clock;
 
@@ -65,10 +80,12 @@ class ActivityFacility final : public PtrInterface {
 
   void arm(Reactor& reactor, double timeMin);
   void disarm(Reactor& reactor);
+  void fire(Reactor& reactor);
 
   Ptr<TimeSource> timeSource_;
   DueList due_;
   std::uint64_t armed_ = 0;
+  FiringWatch* watch_ = nullptr;
 };
 
 }  // namespace Moru
