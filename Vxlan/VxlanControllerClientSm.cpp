@@ -621,12 +621,18 @@ bool VxlanControllerClientSm::isVtepIpMine(VniExt, Vorn::IpAddr vtepIp,
   if (!status) return false;  // a VTI that tells nothing of itself has only remote hosts
   MORU_TRACE(8, "local vtepIp: ", status->localVtepAddr(),
              " local varp vtepIp: ", status->vArpVtepAddr());
-  if (vtepIp == status->localVtepAddr() || vtepIp == status->vArpVtepAddr()) return true;
+  return ownVtep(vtepIp, *status) != OwnVtep::none;
+}
+
+VxlanControllerClientSm::OwnVtep VxlanControllerClientSm::ownVtep(const Vorn::IpAddr& vtepIp,
+                                                                  const VtiStatus& status) const {
+  if (vtepIp == status.localVtepAddr()) return OwnVtep::local;
+  if (vtepIp == status.vArpVtepAddr()) return OwnVtep::vArp;
   // The pair is one VTEP to everybody else: what is behind the peer is reached without a tunnel.
-  if (!mlagVxlanStatus_) return false;
+  if (!mlagVxlanStatus_) return OwnVtep::none;
   for (const auto& [type, address] : mlagVxlanStatus_->vtepTypeAddr())
-    if (address == vtepIp) return true;
-  return false;
+    if (address == vtepIp) return OwnVtep::mlag;
+  return OwnVtep::none;
 }
 
 // --- Factories ---

@@ -333,6 +333,10 @@ class VxlanControllerClientSm final : public Moru::Machine {
   // Whether an address is one of the switch's own VTEPs, or of its MLAG peer's.
   bool isVtepIpMine(VniExt vni, Vorn::IpAddr vtepIp, Vorn::IntfId vtiIntfId) const;
 
+  // Which of them it is, for a VTI of that status.
+  enum class OwnVtep : std::uint8_t { none, local, vArp, mlag };
+  OwnVtep ownVtep(const Vorn::IpAddr& vtepIp, const VtiStatus& status) const;
+
   // Marks one entry for deferred deletion, unless it is marked or absent.
   void deferDeleteReceivedTableEntry(Bridging::MacVlanPair key);
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "agent/base/Text.h"
+#include "model/Vorn/EthAddr.h"
 
 namespace Agent {
 
@@ -126,6 +127,11 @@ CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most) {
     const auto number = numberIn<std::uint64_t>(text);
     return number && least <= *number && *number <= most && text == std::to_string(*number);
   });
+}
+
+CLI::Validator macAddress() {
+  return refusing("a MAC address, such as 02:00:00:00:00:01",
+                  [](const std::string& text) { return Vorn::EthAddr::parse(text).has_value(); });
 }
 
 CLI::Validator oneOf(const std::vector<std::string>& words) {

@@ -12,6 +12,8 @@ namespace Agent {
 // Takes decimal digits without leading zeros.
 CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most);
 
+CLI::Validator macAddress();
+
 // Takes decimal numbers from 0 to a thousand million, "0.5" and "1e-3" among them.
 CLI::Validator seconds();
 

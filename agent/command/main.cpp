@@ -14,6 +14,7 @@
 #include "agent/command/CheckCommandLine.h"
 #include "agent/command/Command.h"
 #include "agent/command/CommandLine.h"
+#include "agent/command/ExplainCommandLine.h"
 #include "agent/command/GenerateCommandLine.h"
 #include "agent/command/LiveCommands.h"
 #include "agent/command/ReplayCommandLine.h"
@@ -67,6 +68,7 @@ int run(int argc, char** argv, std::ostream& out, std::ostream& errors) {
   program.footer("vxlan-agent COMMAND --help tells more.\n\n" + std::string(exitCodes));
   std::map<std::string, Command> commands;
   Agent::addLiveCommands(program, commands);
+  Agent::addExplain(program, commands);
   Agent::addReplay(program, commands);
   commands["trace"] = addTrace(program);
   Agent::addCheck(program, commands);

@@ -43,6 +43,13 @@ Replay::Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, s
   }
   Moru::ActivityFacility::currentIs(facility_);
   Moru::assertionContextIs([this] { return place(); });
+  if (options_.watching)
+    witness_.emplace(
+        embedded_, options_.watching->mac,
+        [this] {
+          return Witness::Moment{time(), line_};
+        },
+        options_.watching->sinks);
   if (!options_.timeline) return;
   hostWatcher_ = Moru::create<HostWatcher>();
   hostWatcher_->notifierIs(embedded_.store().l2RibZepInput);
@@ -143,6 +150,11 @@ bool Replay::fireClocks(double until) {
   return !isOver();
 }
 
+void Replay::carryOut(const Change& change) {
+  if (witness_) witness_->comes(change);
+  embedded_.store().apply(change);
+}
+
 void Replay::startClient() {
   try {
     embedded_.start();
@@ -150,9 +162,16 @@ void Replay::startClient() {
     lifecycle_.clientFailed();
     throw;
   }
+  if (witness_) witness_->clientChanged();
+}
+
+void Replay::stopClient() {
+  embedded_.stop();
+  if (witness_) witness_->clientChanged();
 }
 
 void Replay::printDump(const std::string& label) {
+  if (!options_.dumps) return;
   progress_.clear();
   output_.dump(takeSnapshot(label, at_, embedded_));
 }

@@ -18,11 +18,18 @@
 #include "agent/journal/Lifecycle.h"
 #include "agent/replay/Progress.h"
 #include "agent/store/EmbeddedClient.h"
+#include "agent/story/Witness.h"
 #include "agent/view/Output.h"
 #include "framework/Moru/ActivityFacility.h"
 #include "framework/Moru/Exception.h"
 
 namespace Agent {
+
+// Who is told of what happens.
+struct Watching {
+  std::optional<Vorn::EthAddr> mac{};  // to this one alone
+  Witness::Sinks sinks{};
+};
 
 struct ReplayOptions {
   OutputOptions output{};
@@ -32,6 +39,8 @@ struct ReplayOptions {
   bool keepGoing = false;  // after an exception
   bool timeline = false;   // a line for each turn of the event loop
   bool progress = false;   // on the error stream, which is a terminal
+  bool dumps = true;       // prints them
+  std::optional<Watching> watching{};
 };
 
 class Replay {
@@ -51,18 +60,21 @@ class Replay {
   // The time of the recording, without counting as a reading.
   double time() const;
 
+  const EmbeddedClient& embedded() const { return embedded_; }
+
  private:
   class HostWatcher;
 
   bool playLine();
   void play(const Line& line);
   bool refuse(const Moru::Exception& exception);
-  void carryOut(const Change& change) { embedded_.store().apply(change); }
+  void carryOut(const Change& change);
   void carryOut(const Dump& dump) { printDump(dump.label); }
   void carryOut(const Start&) { startClient(); }
-  void carryOut(const Stop&) { embedded_.stop(); }
+  void carryOut(const Stop&) { stopClient(); }
   void carryOut(const Absent&) { embedded_.absentIs(lifecycle_.absent()); }
   void startClient();
+  void stopClient();
   bool fireClocks(double until);
   void printDump(const std::string& label);
   void printTurn();
@@ -82,6 +94,7 @@ class Replay {
   Lifecycle lifecycle_;
   EmbeddedClient embedded_;
   Moru::Ptr<HostWatcher> hostWatcher_;
+  std::optional<Witness> witness_;
 
   double at_ = 0;           // of the line applied last
   std::uint64_t line_ = 0;  // its number

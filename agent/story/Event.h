@@ -37,7 +37,7 @@ enum class EventKind : std::uint8_t {
   vniDel,     // vni: it does no longer
   mapIs,      // vti, vlan, vni; vlan and vni 0: several
   mapDel,     // vti, vlan 0: all
-  vtiIs,      // vti: its modes, addresses or import list
+  vtiIs,      // vti; number: what of it, the sum of VtiPart
   vtiDel,     // vti
   bumMode,    // number: the replication mode of the hardware
   mlagState,  // number
@@ -54,6 +54,19 @@ enum class EventKind : std::uint8_t {
   // And of no MAC.
   holdBegan,
   holdEnded,
+};
+
+// What a change of a VTI sets, added up.
+struct VtiPart {
+  enum : std::uint8_t {
+    controllerMode = 1,
+    noControllerMode = 2,
+    learning = 4,
+    noLearning = 8,
+    address = 16,
+    vArpAddress = 32,
+    imports = 64,
+  };
 };
 
 struct Event {

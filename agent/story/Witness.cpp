@@ -65,8 +65,16 @@ std::optional<Event> eventOf(const VlanVniTables& map, const VlanVniTables::Valu
   return Event{.kind = EventKind::mapIs, .vti = map.intf};
 }
 
-std::optional<Event> eventOf(const Vti& vti, const Vti::Value&) {
-  return Event{.kind = EventKind::vtiIs, .vti = vti.intf};
+std::optional<Event> eventOf(const Vti& vti, const Vti::Value& value) {
+  std::uint32_t parts = 0;
+  if (const auto mode = value.controllerClientMode)
+    parts |= *mode ? VtiPart::controllerMode : VtiPart::noControllerMode;
+  if (const auto learning = value.datapathLearning)
+    parts |= *learning ? VtiPart::learning : VtiPart::noLearning;
+  if (value.localVtepAddr) parts |= VtiPart::address;
+  if (value.vArpVtepAddr) parts |= VtiPart::vArpAddress;
+  if (value.vccImportVlans) parts |= VtiPart::imports;
+  return Event{.kind = EventKind::vtiIs, .vti = vti.intf, .number = parts};
 }
 
 std::optional<Event> eventOf(const HwBum&, const HwBum::Value& mode) {
@@ -179,10 +187,10 @@ class Witness::Watch final : public Moru::Machine {
   Moru::Input<MoruView>::Is viewIs_{view_};
 };
 
-Witness::Witness(const EmbeddedClient& embedded, std::optional<Vorn::EthAddr> mac,
+Witness::Witness(const EmbeddedClient& embedded, const std::optional<Vorn::EthAddr>& mac,
                  std::function<Moment()> moment, Sinks sinks)
     : embedded_(embedded),
-      mac_(std::move(mac)),
+      mac_(mac),
       moment_(std::move(moment)),
       sinks_(std::move(sinks)),
       floodDests_(embedded.store().zepSde,

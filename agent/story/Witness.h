@@ -29,13 +29,13 @@ class Witness {
   };
 
   struct Sinks {
-    std::function<void(const Event&)> event;
-    std::function<void(const Batch&)> batch;  // may be empty
+    std::function<void(const Event&)> event{};
+    std::function<void(const Batch&)> batch{};  // may be empty
   };
 
   // Of one MAC and what happens around it, or of all. What is in the store already is not told, but
   // for flood sets. `embedded` must outlive this object.
-  Witness(const EmbeddedClient& embedded, std::optional<Vorn::EthAddr> mac,
+  Witness(const EmbeddedClient& embedded, const std::optional<Vorn::EthAddr>& mac,
           std::function<Moment()> moment, Sinks sinks);
   ~Witness();
   Witness(const Witness&) = delete;

@@ -26,7 +26,9 @@ bool comesBefore(const L2Rib::Dest& left, const L2Rib::Dest& right) {
   return left.stringValue() < right.stringValue();
 }
 
-FloodSetSnapshot floodSetOf(const L2Rib::FloodSet& floodSet) {
+}  // namespace
+
+FloodSetSnapshot snapshotOf(const L2Rib::FloodSet& floodSet) {
   FloodSetSnapshot snapshot{floodSet.macAddr(), floodSet.floodSetType()};
   snapshot.dests.reserve(floodSet.destSets());
   for (const auto& [dest, present] : floodSet.destSet())
@@ -35,12 +37,14 @@ FloodSetSnapshot floodSetOf(const L2Rib::FloodSet& floodSet) {
   return snapshot;
 }
 
+namespace {
+
 std::vector<VlanFloodSetSnapshot> floodSetsOf(const L2Rib::SourceDirEntry& entry) {
   std::vector<VlanFloodSetSnapshot> floodSets;
   for (const auto& [vlan, vlanFloodSet] : entry.vlanFloodSet()) {
     if (vlanFloodSet->floodSet().empty()) floodSets.push_back({vlan});
     for (const auto& [mac, floodSet] : vlanFloodSet->floodSet())
-      floodSets.push_back({vlan, floodSetOf(*floodSet)});
+      floodSets.push_back({vlan, snapshotOf(*floodSet)});
   }
   std::sort(floodSets.begin(), floodSets.end(),
             [](const VlanFloodSetSnapshot& left, const VlanFloodSetSnapshot& right) {

@@ -17,6 +17,7 @@
 #include "framework/Moru/Ptr.h"
 #include "model/Bridging/VlanId.h"
 #include "model/L2Rib/Dest.h"
+#include "model/L2Rib/FloodSet.h"
 #include "model/L2Rib/FloodSetType.h"
 #include "model/L2Rib/Host.h"
 #include "model/L2Rib/HostInput.h"
@@ -84,6 +85,8 @@ struct Snapshot {
   std::optional<ConvergenceSnapshot> convergenceStatus{};
   std::optional<VlanToVni> vlanToVni{};  // for people to read: no part of what the client has made
 };
+
+FloodSetSnapshot snapshotOf(const L2Rib::FloodSet& floodSet);
 
 // The client's outputs; null where one was handed over as absent.
 struct Outputs {
