@@ -50,7 +50,14 @@ void addExplain(CLI::App& program, std::map<std::string, Command>& commands) {
     ExplainOptions& explain = options->explain;
     explain.mac = *Vorn::EthAddr::parse(options->mac);
     explain.json = options->format == "json";
-    return explainJournal(options->file, explain, out, errors);
+    if (!options->file.empty()) return explainJournal(options->file, explain, out, errors);
+    return ask({.control = options->control,
+                .what = "explain",
+                .mac = options->mac,
+                .vlan = explain.vlan,
+                .vni = explain.vni,
+                .json = explain.json},
+               out);
   };
 }
 

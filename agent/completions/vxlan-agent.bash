@@ -26,16 +26,16 @@ _vxlan_agent_value() {
   case $1:$2 in
     replay:--format | question:--format) _vxlan_agent_reply table json ;;
     replay:--color) _vxlan_agent_reply auto always never ;;
-    trace:--format) _vxlan_agent_reply text json ;;
+    trace:--format | explain:--format) _vxlan_agent_reply text json ;;
     trace:--level) _vxlan_agent_reply {0..9} ;;
     replay:--ring | run:--ring) _vxlan_agent_directories ;;
     run:--config) _vxlan_agent_files .toml ;;
     run:--record) _vxlan_agent_files .jsonl ;;
     run:--private-key | run:--certificate | run:--ca-cert) _vxlan_agent_files .pem ;;
-    run:--control | question:--control) _vxlan_agent_files .sock ;;
+    run:--control | question:--control | explain:--control) _vxlan_agent_files .sock ;;
     run:--data-plane) _vxlan_agent_reply linux none ;;
     run:--links) _vxlan_agent_reply manage adopt ;;
-    replay:--max-process-time | replay:--time-per-read | replay:--rows | trace:--grep) ;;
+    replay:--max-process-time | replay:--time-per-read | replay:--rows | trace:--grep | explain:--v*) ;;
     generate:--help | run:--help | run:--trace) return 1 ;;
     generate:--* | run:--*) ;;
     *) return 1 ;;
@@ -57,7 +57,7 @@ _vxlan_agent() {
   COMPREPLY=()
 
   if ((COMP_CWORD == 1)); then
-    _vxlan_agent_reply run status hosts floods problems doctor release replay trace check \
+    _vxlan_agent_reply run status hosts floods problems doctor release explain replay trace check \
       generate --help --version
     return
   fi
@@ -85,6 +85,7 @@ _vxlan_agent() {
         --record --record-size --control --max-process-time --trace --ring --help
       ;;
     question:*) _vxlan_agent_reply --format --control --help ;;
+    explain:-*) _vxlan_agent_reply - --vlan --vni --format --control --help ;;
     replay:-*)
       _vxlan_agent_reply - --format --max-process-time --time-per-read --realtime --keep-going \
         --trace --ring --diff --timeline --rows --color --help
@@ -92,7 +93,7 @@ _vxlan_agent() {
     trace:-*) _vxlan_agent_reply --level --grep --follow --format --help ;;
     check:-*) _vxlan_agent_reply - --help ;;
     generate:*) _vxlan_agent_reply --vnis --hosts --vteps --moves --restarts --seed --help ;;
-    replay:* | check:*) _vxlan_agent_files .jsonl ;;
+    replay:* | check:* | explain:*) _vxlan_agent_files .jsonl ;;
     trace:*) _vxlan_agent_files .rlg '.rlg.prev*' ;;
   esac
 }

@@ -82,6 +82,7 @@ void WithdrawalGate::judge() {
   const double most = options_.holdAbove * static_cast<double>(hosts_);
   if (hold_ || counting_ <= options_.holdMin || static_cast<double>(counting_) <= most) return;
   hold_ = HoldState{now()};
+  if (events_.hold) events_.hold(true);
   convergingIs(true);
 }
 
@@ -218,6 +219,7 @@ void WithdrawalGate::hostIs(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac,
   if (host != nullptr) {
     if (hold_ && host->withdrawal != none && host->cause == Cause::controller)
       hold_->cameBack = true;
+    if (host->withdrawal != none && events_.cameBack) events_.cameBack(vni, mac);
     stopWaiting(*host);
     *host = Host{vtep};
   } else {
@@ -268,6 +270,7 @@ void WithdrawalGate::startWaiting(const Vxlan::VniExt& vni, const Vorn::EthAddr&
   host.withdrawal = enqueue(cause == Cause::meant ? meantHostQueue_ : hostQueue_, vni, mac);
   host.cause = cause;
   ++waiting_;
+  if (events_.waits) events_.waits(vni, mac, hold_.has_value());
   if (cause == Cause::meant) return;
   ++counting_;
   lastTaken_ = time_;
@@ -487,6 +490,7 @@ void WithdrawalGate::endHold() {
   flushVnis();
   convergingIs(false);
   hold_.reset();
+  if (events_.hold) events_.hold(false);
   missing_ = 0;
   Queue lists;
   for (auto& [vni, entry] : vnis_) {

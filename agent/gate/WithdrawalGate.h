@@ -48,6 +48,15 @@ class WithdrawalGate final : public Announcements {
   // Takes the changes in the order in which they are to be applied. It must not call the gate.
   using Sink = std::function<void(Change)>;
 
+  // What whoever tells the story of a host is told. Must not call the gate; each may be empty.
+  struct Events {
+    // Its withdrawal waits; `isHeld`: in a hold.
+    std::function<void(const Vxlan::VniExt&, const Vorn::EthAddr&, bool isHeld)> waits{};
+    // It has come back before that went through.
+    std::function<void(const Vxlan::VniExt&, const Vorn::EthAddr&)> cameBack{};
+    std::function<void(bool isHold)> hold{};
+  };
+
   // The controller whose state is written.
   static constexpr const char* controllerName = "controller";
 
@@ -61,6 +70,8 @@ class WithdrawalGate final : public Announcements {
   ~WithdrawalGate() override;
   WithdrawalGate(const WithdrawalGate&) = delete;
   WithdrawalGate& operator=(const WithdrawalGate&) = delete;
+
+  void eventsAre(Events events) { events_ = std::move(events); }
 
   // A host that is known from before, as if it had been announced, but nothing is emitted. If it
   // has not been announced when the source is in sync, it is withdrawn. Before the first
@@ -203,6 +214,7 @@ class WithdrawalGate final : public Announcements {
 
   const GateOptions options_;
   const Sink sink_;
+  Events events_;
   const Moru::Ptr<MoruClock> clock_;
 
   std::map<Vxlan::VniExt, Vni> vnis_;

@@ -54,7 +54,7 @@ DataPlane::DataPlane(const DataPlaneOptions& options, const Rib& rib, Problems& 
                      ++groupsPutBack_;
                      events_.tell("put right: " + what);
                    }}),
-      fdb_(requests_, groups_, problems, {.known = events_.known}) {
+      fdb_(requests_, groups_, problems, {events_.known, events_.happened}) {
   Netlink::requirePermission(requests_);
   takeAll();
   watch_ = Moru::create<RibWatch>(rib_);

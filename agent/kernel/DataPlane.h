@@ -44,6 +44,8 @@ class DataPlane {
     std::function<void(const std::string&)> tell;  // what a log should have
     // A host that an agent before us has programmed.
     std::function<void(const Vxlan::VniExt&, const Vorn::EthAddr&, const Vorn::IpAddr&)> known;
+    // What becomes of entries, see Fdb.h.
+    decltype(Fdb::Events::happened) happened{};
   };
 
   // Reads what there is, and takes over what is ours. Throws std::system_error where the kernel
@@ -77,6 +79,9 @@ class DataPlane {
   // if there is no reason; whether somebody else has made an entry.
   std::optional<Vxlan::VniExt> vniOf(int device) const { return links_.vniOf(device); }
   bool usesBridge(const Vxlan::VniExt& vni) const;
+  bool isProgrammed(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac) const {
+    return fdb_.state(vni, mac) == Fdb::State::programmed;
+  }
   std::string whyOther(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac) const;
   bool isForeign(const Vxlan::VniExt& vni, const Vorn::EthAddr& mac, const Route& route) const {
     return fdb_.isForeign(vni, mac, route);

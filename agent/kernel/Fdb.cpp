@@ -397,6 +397,7 @@ void Fdb::putBack(const Key& key, Entry& entry, double now) {
                 [now](const auto& each) { return each.second.since + putBackWindow < now; });
   ++putBack_;
   lastPutBack_ = key;
+  tell(Happening::putBack, key);
   PutBack& before = putBacks_.try_emplace(key, PutBack{now, 0}).first->second;
   if (++before.times <= mostPutBacks)
     enqueue(key, entry);
@@ -556,11 +557,16 @@ void Fdb::send(double now) {
   requests_.send(batch_, [&refusals](std::size_t place, const Refusal& refusal) {
     refusals.emplace_back(place, refusal);
   });
-  if (!refused_.isEmpty()) {
-    std::set<Key> wrong;
-    for (const auto& [place, refusal] : refusals) wrong.insert(all[place].key);
-    for (const Sent& sent : all)
-      if (!wrong.contains(sent.key)) accept(sent.key);
+  std::set<Key> wrong;
+  for (const auto& [place, refusal] : refusals) wrong.insert(all[place].key);
+  for (const Sent& sent : all) {
+    if (!wrong.empty() && wrong.contains(sent.key)) continue;
+    if (!refused_.isEmpty()) accept(sent.key);
+    if (sent.isDeletion)
+      tell(Happening::removed, sent.key,
+           isFlood(sent.key.second) ? sent.route.vtep : sent.before.vtep);
+    else if (sent.sides.device)
+      tell(Happening::programmed, sent.key, sent.route.vtep);
   }
   for (const auto& [place, refusal] : refusals) refused(all[place], refusal, now);
 }
@@ -593,9 +599,14 @@ void Fdb::refuse(const Key& key, const std::string& why, double now) {
   Vni& vni = vnis_.at(key.first);
   if (refused_.refuse(key, why, now)) {
     ++vni.refused;
+    tell(Happening::refused, key);
     visit(vnis_, key, [this](auto& entry) { this->refusedIs(entry, true); });
   }
   if (vni.refused == 1) problems_.raise(placeOf(key.first), key.second.stringValue(), why);
+}
+
+void Fdb::tell(Happening what, const Key& key, const Vorn::IpAddr& vtep) const {
+  if (events_.happened) events_.happened(what, key.first, key.second, vtep);
 }
 
 void Fdb::accept(const Key& key) {

@@ -44,9 +44,14 @@ class Fdb {
     std::size_t foreign = 0;
   };
 
+  enum class Happening : std::uint8_t { programmed, removed, refused, putBack };
+
   struct Events {
     // An entry that an agent before us has left.
     std::function<void(const Vxlan::VniExt&, const Vorn::EthAddr&, const Vorn::IpAddr&)> known;
+    // What becomes of entries, with the VTEP that it is about: 0.0.0.0 where it is a group.
+    std::function<void(Happening, const Vxlan::VniExt&, const Vorn::EthAddr&, const Vorn::IpAddr&)>
+        happened{};
   };
 
   Fdb(Netlink::Requests& requests, Groups& groups, Problems& problems, Events events);
@@ -182,6 +187,7 @@ class Fdb {
   void refusedIs(Unicast& entry, bool isRefused);
   static void refusedIs(Flood& entry, bool isRefused) { entry.isRefused = isRefused; }
   void refuse(const Key& key, const std::string& why, double now);
+  void tell(Happening what, const Key& key, const Vorn::IpAddr& vtep = {}) const;
   void accept(const Key& key);
 
   Netlink::Requests& requests_;

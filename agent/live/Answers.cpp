@@ -103,6 +103,10 @@ Answer problemsAnswer(const Problems& problems) {
   });
 }
 
+Answer linesAnswer(std::vector<Json> objects) {
+  return answerOf(std::move(objects), [](const Json& object) { return object; });
+}
+
 Answer lineAnswer(const nlohmann::ordered_json& object) {
   return [line = lineOf(object)](std::string& out) {
     out += line;

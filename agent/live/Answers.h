@@ -16,6 +16,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "agent/base/Problems.h"
 #include "agent/gate/WithdrawalGate.h"
@@ -34,7 +35,8 @@ Answer hostsAnswer(const EmbeddedClient& embedded, const WithdrawalGate& gate,
 Answer floodsAnswer(const EmbeddedClient& embedded);
 Answer problemsAnswer(const Problems& problems);
 
-// One line.
+// One line, or several.
 Answer lineAnswer(const nlohmann::ordered_json& object);
+Answer linesAnswer(std::vector<nlohmann::ordered_json> objects);
 
 }  // namespace Agent

@@ -135,14 +135,39 @@ class Tables {
   bool isEmpty_ = true;
 };
 
+// A line of a story, or of the verdict behind it.
+class StoryText {
+ public:
+  explicit StoryText(std::ostream& out) : out_(out) {}
+
+  void add(const Json& record) {
+    if (record.contains("wholeSince")) {
+      out_ << "  what was before " << textOf(record["wholeSince"]) << " is no longer known\n";
+      return;
+    }
+    const std::string time = textOf(record.at("time"));
+    const bool isVerdict = record.contains("verdict");
+    if (isVerdict && !std::exchange(hasVerdict_, true)) out_ << "now, at " << time << ":\n";
+    out_ << "  " << (isVerdict ? "" : time + "  ") << printable(textOf(record.at("text"))) << '\n';
+  }
+
+ private:
+  std::ostream& out_;
+  bool hasVerdict_ = false;
+};
+
 }  // namespace
 
 ExitStatus ask(const Question& question, std::ostream& out) {
   Connection agent(question.control.empty() ? onlySocket() : question.control);
   Json asked{{"question", question.what}};
   if (!question.mac.empty()) asked["mac"] = question.mac;
+  if (question.vlan) asked["vlan"] = *question.vlan;
+  if (question.vni) asked["vni"] = *question.vni;
   agent.write(asked.dump() + '\n');
+  const bool isStory = question.what == "explain";
   Tables tables(question.what);
+  StoryText story(out);
   ExitStatus status = ExitStatus::done;
   for (std::string line; agent.read(line);) {
     const Json record = Json::parse(line);
@@ -150,10 +175,12 @@ ExitStatus ask(const Question& question, std::ostream& out) {
     if (question.what == "doctor" && record.at("reason").is_null()) status = ExitStatus::failed;
     if (question.json)
       out << line << '\n';
+    else if (isStory)
+      story.add(record);
     else
       tables.add(record);
   }
-  if (!question.json) tables.print(out);
+  if (!question.json && !isStory) tables.print(out);
   return status;
 }
 

@@ -1,7 +1,9 @@
 // Asks a running agent, and shows what it answers.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -11,9 +13,11 @@ namespace Agent {
 
 struct Question {
   std::string control;  // the socket; empty: the only one of the machine
-  std::string what;     // hosts, floods, problems, doctor, status or release
-  std::string mac;      // hosts: of this one alone; empty: all
-  bool json = false;    // the answer as it comes
+  std::string what;     // hosts, floods, problems, doctor, explain, status or release
+  std::string mac;      // hosts, explain: of this one alone; empty: all
+  std::optional<std::uint32_t> vlan{};  // explain: in this one alone
+  std::optional<std::uint32_t> vni{};
+  bool json = false;  // the answer as it comes
 };
 
 // Returns `failed` if the doctor has found a difference without a reason, else `done`.

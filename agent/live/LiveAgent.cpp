@@ -57,6 +57,7 @@ LiveAgent::LiveAgent(LiveOptions options, Log& log)
               changes_.push(std::move(change));
               loop_.wake();
             }),
+      stories_(embedded_, gate_),
       import_(
           options_.switchName, gate_, [this](Change change) { changes_.push(std::move(change)); },
           [this](const Attachments& attachments) {
@@ -85,7 +86,7 @@ LiveAgent::LiveAgent(LiveOptions options, Log& log)
   act(Start());
   if (options_.programsKernel)
     programming_.emplace(ProgrammingOptions{options_.managesLinks, options_.switchName}, io_,
-                         embedded_, gate_, problems_, log_, [this] { loop_.wake(); });
+                         embedded_, gate_, stories_, problems_, log_, [this] { loop_.wake(); });
 }
 
 LiveAgent::~LiveAgent() = default;
@@ -153,8 +154,13 @@ bool LiveAgent::program() {
 
 void LiveAgent::act(const Action& action) {
   recording_.write(action);  // first: it may be what ends the process
-  if (const auto* const change = std::get_if<Change>(&action)) embedded_.store().apply(*change);
-  if (std::holds_alternative<Start>(action)) embedded_.start();
+  if (const auto* const change = std::get_if<Change>(&action)) {
+    stories_.comes(*change);
+    embedded_.store().apply(*change);
+  }
+  if (!std::holds_alternative<Start>(action)) return;
+  embedded_.start();
+  stories_.clientChanged();
 }
 
 // The store takes further changes where a reaction has thrown.
@@ -216,13 +222,20 @@ Answer LiveAgent::answer(const std::string& question) {
   if (what == "doctor")
     return doctorAnswer(
         {import_, gate_, embedded_, programming_ ? &programming_->plane() : nullptr});
-  if (what == "hosts") {
-    std::optional<Vorn::EthAddr> mac;
-    if (const std::string text = textAt("mac"); !text.empty()) {
-      mac = Vorn::EthAddr::parse(text);
-      if (!mac) throw InputError('"' + text + "\": expected a MAC address");
-    }
-    return hostsAnswer(embedded_, gate_, mac);
+  std::optional<Vorn::EthAddr> mac;
+  if (const std::string text = textAt("mac"); !text.empty()) {
+    mac = Vorn::EthAddr::parse(text);
+    if (!mac) throw InputError('"' + text + "\": expected a MAC address");
+  }
+  if (what == "hosts") return hostsAnswer(embedded_, gate_, mac);
+  if (what == "explain") {
+    if (!mac) throw InputError("explain: expected a MAC address");
+    const auto numberAt = [&asked](const char* key) -> std::optional<std::uint32_t> {
+      if (!asked.contains(key) || !asked[key].is_number_unsigned()) return std::nullopt;
+      return asked[key].get<std::uint32_t>();
+    };
+    return stories_.answer(*mac, scopeOf(embedded_.store(), numberAt("vlan"), numberAt("vni")),
+                           programming_ ? &programming_->plane() : nullptr);
   }
   if (what == "release") {
     const bool wasHeld = gate_.hold().has_value();
@@ -231,7 +244,8 @@ Answer LiveAgent::answer(const std::string& question) {
     if (wasHeld) log_.notice("the hold is ended by the operator");
     return lineAnswer({{"released", wasHeld}});
   }
-  throw InputError('"' + what + "\": expected status, hosts, floods, problems, doctor or release");
+  throw InputError('"' + what +
+                   "\": expected status, hosts, floods, problems, doctor, explain or release");
 }
 
 std::string LiveAgent::timeText(double at) const {

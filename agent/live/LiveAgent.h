@@ -24,6 +24,7 @@
 #include "agent/live/Log.h"
 #include "agent/live/Programming.h"
 #include "agent/live/Recording.h"
+#include "agent/live/Stories.h"
 #include "agent/ovsdb/Import.h"
 #include "agent/ovsdb/Session.h"
 #include "agent/store/EmbeddedClient.h"
@@ -85,6 +86,7 @@ class LiveAgent final : private Ovsdb::SessionListener {
   ChangeQueue changes_;
   EventLoop loop_;
   WithdrawalGate gate_;
+  Stories stories_;
   Ovsdb::Import import_;
   Ovsdb::Session session_;
   std::optional<Programming> programming_;

@@ -30,8 +30,8 @@ int duplicateOf(int descriptor) {
 }  // namespace
 
 Programming::Programming(const ProgrammingOptions& options, asio::io_context& io,
-                         const EmbeddedClient& embedded, WithdrawalGate& gate, Problems& problems,
-                         Log& log, std::function<void()> wake)
+                         const EmbeddedClient& embedded, WithdrawalGate& gate, Stories& stories,
+                         Problems& problems, Log& log, std::function<void()> wake)
     : options_(options),
       embedded_(embedded),
       gate_(gate),
@@ -39,7 +39,12 @@ Programming::Programming(const ProgrammingOptions& options, asio::io_context& io
       plane_(planeOptions(options), ribOf(embedded.store()), problems,
              {.tell = [&log](const std::string& what) { log.notice("kernel: " + what); },
               .known = [&gate](const Vxlan::VniExt& vni, const Vorn::EthAddr& mac,
-                               const Vorn::IpAddr& vtep) { gate.adopt(vni, mac, vtep); }}),
+                               const Vorn::IpAddr& vtep) { gate.adopt(vni, mac, vtep); },
+              .happened =
+                  [&stories](Kernel::Fdb::Happening what, const Vxlan::VniExt& vni,
+                             const Vorn::EthAddr& mac, const Vorn::IpAddr& vtep) {
+                    stories.kernelHas(what, vni, mac, vtep);
+                  }}),
       news_(io, duplicateOf(plane_.descriptor())) {}
 
 bool Programming::work(double seconds, bool isSettled) {

@@ -13,6 +13,7 @@
 #include "agent/gate/WithdrawalGate.h"
 #include "agent/kernel/DataPlane.h"
 #include "agent/live/Log.h"
+#include "agent/live/Stories.h"
 #include "agent/store/EmbeddedClient.h"
 
 namespace Agent {
@@ -26,8 +27,8 @@ class Programming {
  public:
   // `wake` asks for a turn. All must outlive it. Throws as Kernel::DataPlane does.
   Programming(const ProgrammingOptions& options, asio::io_context& io,
-              const EmbeddedClient& embedded, WithdrawalGate& gate, Problems& problems, Log& log,
-              std::function<void()> wake);
+              const EmbeddedClient& embedded, WithdrawalGate& gate, Stories& stories,
+              Problems& problems, Log& log, std::function<void()> wake);
 
   void attachmentsAre(const Attachments& attachments) { plane_.attachmentsAre(attachments); }
 

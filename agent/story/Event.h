@@ -44,13 +44,12 @@ enum class EventKind : std::uint8_t {
   ownVtep,    // an address of the MLAG pair: vtep
 
   // What the live agent does, of a MAC in a VNI: the withdrawal gate, then the kernel.
-  waiting,     // a withdrawal waits; flag: in a hold
-  notWaiting,  // it has come back meanwhile
-  programmed,  // vtep
-  unprogrammed,
-  refused,  // by the kernel
-  putBack,  // somebody else had changed or removed it
-  foreign,  // somebody else's entry stands in its place
+  waiting,       // a withdrawal waits; flag: in a hold
+  notWaiting,    // it has come back meanwhile
+  programmed,    // vtep; 0.0.0.0: any of a group
+  unprogrammed,  // vtep
+  refused,       // by the kernel
+  putBack,       // somebody else had changed or removed it
   // And of no MAC.
   holdBegan,
   holdEnded,
@@ -86,7 +85,7 @@ struct Event {
 
 // Whether events of the kind tell of a MAC.
 constexpr bool hasMac(EventKind kind) {
-  return kind <= EventKind::destDel || (kind >= EventKind::waiting && kind <= EventKind::foreign);
+  return kind <= EventKind::destDel || (kind >= EventKind::waiting && kind <= EventKind::putBack);
 }
 
 }  // namespace Agent

@@ -103,8 +103,6 @@ class Teller {
         return "refused";
       case EventKind::putBack:
         return "putBack";
-      case EventKind::foreign:
-        return "foreign";
       case EventKind::holdBegan:
         return "hold";
       case EventKind::holdEnded:
@@ -221,24 +219,28 @@ class Concern {
 bool isMirroredBy(const Event& entry, const Event& copy) {
   return ((entry.kind == EventKind::received && copy.kind == EventKind::copied) ||
           (entry.kind == EventKind::dropped && copy.kind == EventKind::removed)) &&
-         entry.vlan == copy.vlan && entry.line == copy.line && entry.at == copy.at;
+         entry.vlan == copy.vlan;
+}
+
+// With what is written first before what comes of it.
+std::vector<Event> inOrder(std::vector<Event> events) {
+  for (std::size_t i = 1; i < events.size(); ++i)
+    if (isMirroredBy(events[i], events[i - 1])) std::swap(events[i], events[i - 1]);
+  return events;
 }
 
 }  // namespace
 
-std::vector<StoryLine> storyOf(const std::vector<Event>& events, const StoryScope& scope) {
+std::vector<StoryLine> storyOf(std::vector<Event> events, const StoryScope& scope) {
   const Concern concern(events, scope);
   Teller teller;
   std::vector<StoryLine> lines;
   bool hasBegun = false;
-  for (const Event& event : events) {
+  for (const Event& event : inOrder(std::move(events))) {
     const auto told = teller.tell(event);
     if (!concern.has(event)) continue;
     hasBegun = hasBegun || hasMac(event.kind);
-    if (!told || !hasBegun) continue;
-    lines.push_back(*told);
-    if (lines.size() > 1 && isMirroredBy(lines.back().event, (lines.end() - 2)->event))
-      std::swap(lines.back(), *(lines.end() - 2));
+    if (told && hasBegun) lines.push_back(*told);
   }
   return lines;
 }
@@ -370,15 +372,14 @@ std::string liveText(const Event& event) {
     case EventKind::notWaiting:
       return "back in " + vniText(event) + " before its withdrawal went through";
     case EventKind::programmed:
-      return "programmed into the kernel for " + vniText(event) + ' ' + behind(event);
+      return "programmed into the kernel for " + vniText(event) +
+             (event.vtep == Vorn::IpAddr() ? " behind a group" : ' ' + behind(event));
     case EventKind::unprogrammed:
       return "removed from the kernel for " + vniText(event);
     case EventKind::refused:
       return "refused by the kernel for " + vniText(event);
     case EventKind::putBack:
       return "put back into the kernel for " + vniText(event) + ": somebody else had changed it";
-    case EventKind::foreign:
-      return "somebody else's entry stands in the kernel for " + vniText(event);
     case EventKind::holdBegan:
       return "a hold begins";
     default:

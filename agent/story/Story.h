@@ -36,7 +36,7 @@ struct StoryLine {
 // `events` are those of one MAC, and of no MAC, the oldest first. Of the latter those are told that
 // concern it: convergences and clients, and its VNIs and VLANs, from its own first event on. What
 // was written again as it stood is told of the host table, and not of the RIB.
-std::vector<StoryLine> storyOf(const std::vector<Event>& events, const StoryScope& scope = {});
+std::vector<StoryLine> storyOf(std::vector<Event> events, const StoryScope& scope = {});
 
 // What happened, without time and line: "moved in VLAN 10 from 10.0.0.2 to 10.0.0.3".
 std::string textOf(const StoryLine& line);

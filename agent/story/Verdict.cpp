@@ -280,12 +280,12 @@ std::vector<Finding> verdictOn(const EmbeddedClient& embedded, const Vorn::EthAd
   return Judge(embedded, mac, scope).judge();
 }
 
-StoryScope scopeOf(const StateStore& store, std::optional<std::uint16_t> vlan,
+StoryScope scopeOf(const StateStore& store, std::optional<std::uint32_t> vlan,
                    std::optional<std::uint32_t> vni) {
   if (!vlan && !vni) return {};
   std::set<std::uint16_t> vlans;
   std::set<std::uint32_t> vnis;
-  if (vlan) vlans.insert(*vlan);
+  if (vlan) vlans.insert(static_cast<std::uint16_t>(*vlan));
   if (vni) vnis.insert(*vni);
   for (const auto& [intf, map] : store.vlanVniMaps->vlanVniMap())
     for (const auto& [each, mapped] : map->vniToVlan()) {

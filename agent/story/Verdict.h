@@ -35,7 +35,7 @@ std::vector<Finding> verdictOn(const EmbeddedClient& embedded, const Vorn::EthAd
                                const StoryScope& scope = {});
 
 // The VLANs and VNIs that belong to one of either, as the maps stand.
-StoryScope scopeOf(const StateStore& store, std::optional<std::uint16_t> vlan,
+StoryScope scopeOf(const StateStore& store, std::optional<std::uint32_t> vlan,
                    std::optional<std::uint32_t> vni);
 
 }  // namespace Agent

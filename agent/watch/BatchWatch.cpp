@@ -11,12 +11,12 @@ BatchWatch::BatchWatch(const EmbeddedClient& embedded, const FloodDests& floodDe
       time_(std::move(time)),
       sink_(std::move(sink)),
       facility_(Moru::ActivityFacility::current()) {
-  facility_->firingWatchIs(this);
+  facility_->firingWatchIs(*this);
 }
 
-BatchWatch::~BatchWatch() { facility_->firingWatchIs(nullptr); }
+BatchWatch::~BatchWatch() { facility_->firingWatchDel(*this); }
 
-void BatchWatch::firingBegins(const Moru::Clock& clock) {
+void BatchWatch::firingBegins(const Moru::Clock& clock) noexcept {
   const auto& client = embedded_.client();
   if (!client) return;
   Batch::Kind kind{};

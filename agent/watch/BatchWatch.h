@@ -5,7 +5,7 @@
 //     ...
 //   });
 //
-// It is the firing watch of the activity facility that is current when it is made.
+// It watches the firings of the activity facility that is current when it is made.
 #pragma once
 
 #include <chrono>
@@ -51,7 +51,7 @@ class BatchWatch final : private Moru::FiringWatch {
     std::chrono::steady_clock::time_point began;
   };
 
-  void firingBegins(const Moru::Clock& clock) override;
+  void firingBegins(const Moru::Clock& clock) noexcept override;
   void firingEnds() noexcept override;
 
   std::size_t sizeOf(Batch::Kind kind) const;

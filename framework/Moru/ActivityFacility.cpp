@@ -121,18 +121,20 @@ bool ActivityFacility::fireNext(double until) {
 }
 
 void ActivityFacility::fire(Reactor& reactor) {
-  if (watch_ == nullptr) return reactor.fire();
+  if (watches_.empty()) return reactor.fire();
   struct Firing {
-    Firing(FiringWatch& firingWatch, const Clock& clock) : watch(firingWatch) {
-      watch.firingBegins(clock);
+    Firing(const std::vector<FiringWatch*>& all, const Clock& clock) : watches(all) {
+      for (FiringWatch* const watch : watches) watch->firingBegins(clock);
     }
     Firing(const Firing&) = delete;
     Firing& operator=(const Firing&) = delete;
-    ~Firing() { watch.firingEnds(); }
+    ~Firing() {
+      for (FiringWatch* const watch : watches) watch->firingEnds();
+    }
 
-    FiringWatch& watch;
+    const std::vector<FiringWatch*>& watches;
   };
-  const Firing firing(*watch_, *reactor.notifier());
+  const Firing firing(watches_, *reactor.notifier());
   reactor.fire();
 }
 

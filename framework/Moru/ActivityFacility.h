@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <set>
+#include <vector>
 
 #include "framework/Moru/Clock.h"
 #include "framework/Moru/Ptr.h"
@@ -22,7 +23,7 @@ namespace Moru {
 // Is told of each firing of a clock, for whoever measures what reactions do and how long they take.
 class FiringWatch {
  public:
-  virtual void firingBegins(const Clock& clock) = 0;
+  virtual void firingBegins(const Clock& clock) noexcept = 0;
 
   // Also of a firing that has thrown.
   virtual void firingEnds() noexcept = 0;
@@ -66,8 +67,9 @@ class ActivityFacility final : public PtrInterface {
   // waits for `until` itself. With Clock::never it returns when no clock is armed.
   void runUntil(double until);
 
-  // There is one at a time; null is none. It must outlive its time.
-  void firingWatchIs(FiringWatch* watch) { watch_ = watch; }
+  // A watch is told until it is taken out again, neither of which is done while a clock fires.
+  void firingWatchIs(FiringWatch& watch) { watches_.push_back(&watch); }
+  void firingWatchDel(FiringWatch& watch) { std::erase(watches_, &watch); }
 
  private:
   friend class Clock;
@@ -85,7 +87,7 @@ class ActivityFacility final : public PtrInterface {
   Ptr<TimeSource> timeSource_;
   DueList due_;
   std::uint64_t armed_ = 0;
-  FiringWatch* watch_ = nullptr;
+  std::vector<FiringWatch*> watches_;
 };
 
 }  // namespace Moru

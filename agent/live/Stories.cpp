@@ -1,0 +1,119 @@
+#include "agent/live/Stories.h"
+
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+
+#include "agent/base/Text.h"
+#include "agent/story/StoryView.h"
+#include "agent/view/Snapshot.h"
+#include "framework/Moru/ActivityFacility.h"
+
+namespace Agent {
+
+namespace {
+
+double now() { return Moru::ActivityFacility::current()->now(); }
+
+EventKind kindOf(Kernel::Fdb::Happening what) {
+  switch (what) {
+    case Kernel::Fdb::Happening::programmed:
+      return EventKind::programmed;
+    case Kernel::Fdb::Happening::removed:
+      return EventKind::unprogrammed;
+    case Kernel::Fdb::Happening::refused:
+      return EventKind::refused;
+    case Kernel::Fdb::Happening::putBack:
+      break;
+  }
+  return EventKind::putBack;
+}
+
+}  // namespace
+
+Stories::Stories(const EmbeddedClient& embedded, WithdrawalGate& gate)
+    : embedded_(embedded),
+      gate_(gate),
+      witness_(embedded, std::nullopt,
+               [] {
+                 return Witness::Moment{now(), 0};
+               },
+               {.event = [this](const Event& event) { chronicle_.add(event); }}) {
+  gate.eventsAre(
+      {.waits =
+           [this](const Vxlan::VniExt& vni, const Vorn::EthAddr& mac, bool isHeld) {
+             chronicle_.add({.at = now(),
+                             .mac = mac,
+                             .kind = EventKind::waiting,
+                             .flag = isHeld,
+                             .vni = vni.value()});
+           },
+       .cameBack =
+           [this](const Vxlan::VniExt& vni, const Vorn::EthAddr& mac) {
+             chronicle_.add(
+                 {.at = now(), .mac = mac, .kind = EventKind::notWaiting, .vni = vni.value()});
+           },
+       .hold =
+           [this](bool isHold) {
+             chronicle_.add(
+                 {.at = now(), .kind = isHold ? EventKind::holdBegan : EventKind::holdEnded});
+           }});
+}
+
+void Stories::kernelHas(Kernel::Fdb::Happening what, const Vxlan::VniExt& vni,
+                        const Vorn::EthAddr& mac, const Vorn::IpAddr& vtep) {
+  chronicle_.add({.at = now(), .mac = mac, .kind = kindOf(what), .vni = vni.value(), .vtep = vtep});
+}
+
+// Behind each host that is in the RIB, what keeps it there, and what the kernel has of it.
+std::vector<Finding> Stories::findings(const Vorn::EthAddr& mac, const StoryScope& scope,
+                                       const Kernel::DataPlane* plane) const {
+  std::vector<Finding> all;
+  const VlanToVni vnis = vlanToVni(*embedded_.store().vlanVniMaps);
+  for (Finding& each : verdictOn(embedded_, mac, scope)) {
+    std::uint32_t number = each.vni;
+    if (number == 0 && each.vlan != 0)
+      if (const auto at = vnis.find(Bridging::VlanId(each.vlan)); at != vnis.end())
+        number = at->second.value();
+    const bool isInRib = each.vlan != 0 && (each.gate == "none" || each.gate == "kept");
+    const std::uint16_t vlan = each.vlan;
+    all.push_back(std::move(each));
+    if (number == 0) continue;
+    const Vxlan::VniExt vni(number);
+    const std::string where = "VNI " + std::to_string(number) + ": ";
+    if (gate_.isWaiting(vni, mac) || gate_.isListWaiting(vni, mac))
+      all.push_back(
+          {gate_.hold() ? "held" : "waiting", number, vlan,
+           where + (gate_.hold() ? "its withdrawal is held" : "its withdrawal waits in the gate")});
+    if (!isInRib || plane == nullptr) continue;
+    const std::string why = plane->whyOther(vni, mac);
+    if (!why.empty())
+      all.push_back({"kernel", number, vlan, where + "not in the kernel: " + why});
+    else if (plane->isProgrammed(vni, mac))
+      all.push_back({"none", number, vlan, where + "programmed into the kernel"});
+  }
+  return all;
+}
+
+Answer Stories::answer(const Vorn::EthAddr& mac, const StoryScope& scope,
+                       const Kernel::DataPlane* plane) const {
+  const auto systemNow = std::chrono::system_clock::now();
+  const double facilityNow = now();
+  const StoryTimes times{
+      {}, [=](double at) {
+        const std::chrono::duration<double> away(at - facilityNow);
+        return rfc3339Text(systemNow +
+                           std::chrono::duration_cast<std::chrono::system_clock::duration>(away));
+      }};
+  std::vector<nlohmann::ordered_json> lines;
+  if (const auto since = chronicle_.wholeSince())
+    lines.push_back({{"wholeSince", times.rfc3339(*since)}});
+  for (const StoryLine& line : storyOf(chronicle_.of(mac), scope))
+    lines.push_back(jsonOf(line, times));
+  for (const Finding& finding : findings(mac, scope, plane))
+    lines.push_back(jsonOf(finding, mac, facilityNow, times));
+  return linesAnswer(std::move(lines));
+}
+
+}  // namespace Agent

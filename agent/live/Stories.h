@@ -1,0 +1,42 @@
+// What the running agent remembers of its hosts, for `vxlan-agent explain`: what the database has
+// said of them, what gate and client have made of that, and what has become of it in the kernel.
+#pragma once
+
+#include "agent/gate/WithdrawalGate.h"
+#include "agent/kernel/DataPlane.h"
+#include "agent/live/Answers.h"
+#include "agent/store/EmbeddedClient.h"
+#include "agent/story/Chronicle.h"
+#include "agent/story/Verdict.h"
+#include "agent/story/Witness.h"
+
+namespace Agent {
+
+class Stories {
+ public:
+  // It takes the gate's events for itself. Both must outlive it.
+  Stories(const EmbeddedClient& embedded, WithdrawalGate& gate);
+
+  // As Witness has them.
+  void comes(const Change& change) { witness_.comes(change); }
+  void clientChanged() { witness_.clientChanged(); }
+
+  void kernelHas(Kernel::Fdb::Happening what, const Vxlan::VniExt& vni, const Vorn::EthAddr& mac,
+                 const Vorn::IpAddr& vtep);
+
+  // The story of a MAC, then the verdict, as StoryView has them; before them, where what happened
+  // first is no longer known, {"wholeSince": TIME}. `plane` is null where no kernel is programmed.
+  Answer answer(const Vorn::EthAddr& mac, const StoryScope& scope,
+                const Kernel::DataPlane* plane) const;
+
+ private:
+  std::vector<Finding> findings(const Vorn::EthAddr& mac, const StoryScope& scope,
+                                const Kernel::DataPlane* plane) const;
+
+  const EmbeddedClient& embedded_;
+  const WithdrawalGate& gate_;
+  Chronicle chronicle_;
+  Witness witness_;
+};
+
+}  // namespace Agent
