@@ -29,14 +29,6 @@ std::optional<Number> numberIn(std::string_view text) {
   return number;
 }
 
-CLI::Validator refusing(const std::string& expected,
-                        const std::function<bool(const std::string&)>& isGood) {
-  return {[=](const std::string& text) {
-            return isGood(text) ? "" : "\"" + printable(text) + "\": expected " + expected;
-          },
-          ""};
-}
-
 // How many characters must be put in, taken out or exchanged to make one of the other.
 std::size_t distance(std::string_view from, std::string_view to) {
   std::vector<std::size_t> row(to.size() + 1);
@@ -120,17 +112,25 @@ class HelpLayout final : public CLI::Formatter {
 
 }  // namespace
 
+CLI::Validator matching(const std::string& expected,
+                        const std::function<bool(const std::string&)>& isGood) {
+  return {[=](const std::string& text) {
+            return isGood(text) ? "" : "\"" + printable(text) + "\": expected " + expected;
+          },
+          ""};
+}
+
 CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most) {
   const std::string expected = "a whole number from " + std::to_string(least) + " to " +
                                std::to_string(most) + ", without leading zeros";
-  return refusing(expected, [=](const std::string& text) {
+  return matching(expected, [=](const std::string& text) {
     const auto number = numberIn<std::uint64_t>(text);
     return number && least <= *number && *number <= most && text == std::to_string(*number);
   });
 }
 
 CLI::Validator macAddress() {
-  return refusing("a MAC address, such as 02:00:00:00:00:01",
+  return matching("a MAC address, such as 02:00:00:00:00:01",
                   [](const std::string& text) { return Vorn::EthAddr::parse(text).has_value(); });
 }
 
@@ -138,7 +138,7 @@ CLI::Validator oneOf(const std::vector<std::string>& words) {
   std::string expected;
   for (const std::string& word : words)
     appendTo(expected, &word == &words.back() ? " or " : ", ", word);
-  return refusing(expected, [=](const std::string& text) {
+  return matching(expected, [=](const std::string& text) {
     return std::ranges::find(words, text) != words.end();
   });
 }
@@ -146,7 +146,7 @@ CLI::Validator oneOf(const std::vector<std::string>& words) {
 namespace {
 
 CLI::Validator realNumber(const std::string& what, double most) {
-  return refusing(what, [most](const std::string& text) {
+  return matching(what, [most](const std::string& text) {
     const auto number = numberIn<double>(text);
     return number && *number >= 0 && *number <= most;  // NaN is neither
   });
@@ -155,6 +155,13 @@ CLI::Validator realNumber(const std::string& what, double most) {
 }  // namespace
 
 CLI::Validator seconds() { return realNumber("a number of seconds from 0 to 1000000000", 1e9); }
+
+CLI::Validator factor() {
+  return matching("a number above 0, at most 1000000000", [](const std::string& text) {
+    const auto number = numberIn<double>(text);
+    return number && *number > 0 && *number <= 1e9;
+  });
+}
 
 CLI::Validator share() { return realNumber("a share from 0 to 1", 1); }
 

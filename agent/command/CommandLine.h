@@ -4,10 +4,15 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace Agent {
+
+// Takes the texts for which `isGood` holds; of others it says that `expected` was.
+CLI::Validator matching(const std::string& expected,
+                        const std::function<bool(const std::string&)>& isGood);
 
 // Takes decimal digits without leading zeros.
 CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most);
@@ -16,6 +21,9 @@ CLI::Validator macAddress();
 
 // Takes decimal numbers from 0 to a thousand million, "0.5" and "1e-3" among them.
 CLI::Validator seconds();
+
+// Takes decimal numbers above 0, to a thousand million.
+CLI::Validator factor();
 
 // Takes decimal numbers from 0 to 1.
 CLI::Validator share();

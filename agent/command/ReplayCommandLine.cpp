@@ -8,6 +8,7 @@
 
 #include "agent/base/ExitStatus.h"
 #include "agent/command/CommandLine.h"
+#include "agent/command/FilterOptions.h"
 #include "agent/command/RunningOptions.h"
 #include "agent/replay/Replay.h"
 #include "framework/Ringlog/Ring.h"
@@ -18,6 +19,8 @@ void addReplay(CLI::App& program, std::map<std::string, Command>& commands) {
   struct Options {
     std::vector<std::string> journals;
     ReplayOptions replay;
+    OutputOptions output;
+    bool realtime = false;
     std::size_t rows = TableOptions().mostRows;
     RunningOptions running;
     std::string format = "table";
@@ -41,7 +44,8 @@ void addReplay(CLI::App& program, std::map<std::string, Command>& commands) {
                   "table, for people (the default), or json, an object a line")
       ->check(oneOf({"table", "json"}))
       ->type_name("FORMAT");
-  command.add_flag("--diff", replay.output.diff, "Dumps show only what has changed since the last");
+  command.add_flag("--diff", options->output.diff,
+                   "Dumps show only what has changed since the last");
   command.add_option("--rows", options->rows, "Most rows of each table; 0 is all")
       ->check(wholeNumber(0, std::numeric_limits<std::uint32_t>::max()))
       ->type_name("NUMBER")
@@ -59,22 +63,37 @@ void addReplay(CLI::App& program, std::map<std::string, Command>& commands) {
           ->check(seconds())
           ->type_name("SECONDS");
   command
-      .add_flag("--realtime", replay.realtime,
+      .add_flag("--realtime", options->realtime,
                 "Play at the speed of the recording; not with --time-per-read")
       ->excludes(timePerRead);
+  command.add_option("--speed", replay.speed, "Play at this many times the speed of the recording")
+      ->check(factor())
+      ->excludes(timePerRead)
+      ->type_name("FACTOR");
+  command
+      .add_option("--until", replay.until,
+                  "End at this time of the recording, once what is due by then has come about")
+      ->check(seconds())
+      ->type_name("SECONDS");
+  command.add_option("--stop-at", replay.stopAt, "End behind this line of the journal")
+      ->check(wholeNumber(1, std::numeric_limits<std::uint64_t>::max()))
+      ->type_name("LINE");
+  addFilterOptions(command, options->output.filter);
   command.add_flag("--keep-going", replay.keepGoing,
                    "Print exceptions as lines of the output, and go on");
   addRunningOptions(command, options->running);
   commands["replay"] = [options](std::ostream& out, std::ostream& errors) -> int {
     auto& each = options->replay;
-    if (options->format == "json") each.output.format = Format::json;
-    each.output.table.mostRows = options->rows == 0 ? TableOptions::all : options->rows;
-    each.output.table.colours = wantsColours(options->colour);
+    OutputOptions& output = options->output;
+    if (options->format == "json") output.format = Format::json;
+    output.table.mostRows = options->rows == 0 ? TableOptions::all : options->rows;
+    output.table.colours = wantsColours(options->colour);
+    if (options->realtime && !each.speed) each.speed = 1;
     each.progress = isTerminal(STDERR_FILENO);
     each.maxProcessTime = options->running.maxProcessTime;
     Ringlog::directoryIs(options->running.ringDirectory);
     const int status =
-        replayCommand(options->journals, each, options->running.traceLevel, out, errors);
+        replayCommand(options->journals, each, output, options->running.traceLevel, out, errors);
     if (Ringlog::error().empty()) return status;
     errors << "vxlan-agent: " << Ringlog::error() << '\n';
     return status == ExitStatus::done ? ExitStatus::failed : status;

@@ -41,11 +41,6 @@ struct HostRecord {
   bool waiting;
 };
 
-std::optional<Vxlan::VniExt> vniOf(const VlanToVni& vnis, const Bridging::VlanId& vlan) {
-  const auto vni = vnis.find(vlan);
-  return vni == vnis.end() ? std::nullopt : std::optional(vni->second);
-}
-
 Json jsonOf(const std::optional<Vxlan::VniExt>& vni) {
   return vni ? Json(vni->value()) : Json(nullptr);
 }
@@ -81,13 +76,11 @@ Answer floodsAnswer(const EmbeddedClient& embedded) {
     if (each.floodSet) records.emplace_back(vniOf(vnis, each.vlan), each);
   return answerOf(std::move(records), [](const auto& each) -> Json {
     const auto& [vni, flood] = each;
-    Json json{{"vlan", flood.vlan.value()},
-              {"vni", jsonOf(vni)},
-              {"mac", flood.floodSet->mac.stringValue()},
-              {"type", static_cast<std::uint32_t>(flood.floodSet->type)},
-              {"vteps", Json::array()}};
-    for (const L2Rib::Dest& dest : flood.floodSet->dests) json["vteps"].push_back(destText(dest));
-    return json;
+    return {{"vlan", flood.vlan.value()},
+            {"vni", jsonOf(vni)},
+            {"mac", flood.floodSet->mac.stringValue()},
+            {"type", static_cast<std::uint32_t>(flood.floodSet->type)},
+            {"vteps", destTexts(*flood.floodSet)}};
   });
 }
 

@@ -206,10 +206,9 @@ class Doctor {
         takeSnapshot("", 0, {.floodSets = examined_.embedded.store().zepSde}, {});
     for (const VlanFloodSetSnapshot& each : *snapshot.floodSets) {
       const auto vni = vnis.find(each.vlan);
-      if (!each.floodSet || each.floodSet->dests.empty() || vni == vnis.end()) continue;
+      if (!each.floodSet || !each.floodSet->hasDests() || vni == vnis.end()) continue;
       Way way{toOf(each.floodSet->type), false, {}};
-      for (const L2Rib::Dest& dest : each.floodSet->dests)
-        if (dest.tag() == L2Rib::DestTag::vxlan) way.vteps.push_back(dest.vxlan().vtepAddr.ip4());
+      for (const Vorn::IpGenAddr& vtep : each.floodSet->vteps) way.vteps.push_back(vtep.ip4());
       sortOnce(way.vteps);
       client_.emplace_back(Key{vni->second, each.floodSet->mac}, std::move(way));
     }

@@ -35,10 +35,9 @@ ExitStatus explainJournal(const std::string& path, const ExplainOptions& options
   StopSignal::install();
   std::vector<Event> events;
   ReplayOptions replayOptions;
-  replayOptions.dumps = false;
   replayOptions.watching = {options.mac,
                             {.event = [&events](const Event& event) { events.push_back(event); }}};
-  Replay replay(file, hasStart, replayOptions, out, errors);
+  Replay replay(file, hasStart, replayOptions, nullptr, errors);
   const ExitStatus status = replay.run();
   const StoryScope scope = scopeOf(replay.embedded().store(), options.vlan, options.vni);
   print(out, options, storyOf(events, scope), verdictOn(replay.embedded(), options.mac, scope),

@@ -25,18 +25,18 @@ class Replay::HostWatcher final : public L2Rib::HostInput::NotifieeConst {
   std::size_t deleted_ = 0;
 };
 
-Replay::Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, std::ostream& out,
+Replay::Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, Output* output,
                std::ostream& errors)
-    : name_(file.name()),
-      options_(options),
-      output_(out, options.output, file.name()),
+    : options_(options),
+      output_(output),
       errors_(errors),
       progress_(errors, options.progress),
       journal_(file.stream(), file.name()),
       lifecycle_(hasStart),
-      embedded_(options.maxProcessTime) {
-  if (options_.realtime) {
-    facility_ = Moru::create<Moru::ActivityFacility>(Moru::create<RecordingTime>());
+      embedded_(options.maxProcessTime),
+      origin_{.journal = file.name()} {
+  if (options_.speed) {
+    facility_ = Moru::create<Moru::ActivityFacility>(Moru::create<RecordingTime>(*options_.speed));
   } else {
     virtualTime_ = Moru::create<Moru::VirtualTime>(0, options_.timePerRead);
     facility_ = Moru::create<Moru::ActivityFacility>(virtualTime_);
@@ -47,7 +47,7 @@ Replay::Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, s
     witness_.emplace(
         embedded_, options_.watching->mac,
         [this] {
-          return Witness::Moment{time(), line_};
+          return Witness::Moment{time(), origin_.line};
         },
         options_.watching->sinks);
   if (!options_.timeline) return;
@@ -63,7 +63,7 @@ Replay::~Replay() {
 
 double Replay::time() const { return virtualTime_ ? virtualTime_->time() : facility_->now(); }
 
-std::string Replay::place() const { return name_ + ':' + std::to_string(line_); }
+std::string Replay::place() const { return origin_.journal + ':' + std::to_string(origin_.line); }
 
 bool Replay::isOver() const { return ended_ || StopSignal::number() != 0; }
 
@@ -73,31 +73,53 @@ ExitStatus Replay::run() {
   } catch (const Moru::Exception& exception) {
     takeException(exception);
   }
-  while (!isOver() && playLine()) {
+  while (!isOver() && !isStopped() && playLine()) {
   }
-  if (!isOver()) fireClocks(Moru::Clock::never);
+  std::string label = isOver() ? "" : finish();
   progress_.clear();
   if (const int signal = StopSignal::number(); signal != 0 && !ended_) {
-    printDump("interrupted");
+    label = "interrupted";
     status_ = static_cast<ExitStatus>(ExitStatus::signalled + signal);
-  } else if (!ended_) {
-    printDump("end");
   }
-  output_.flush();
+  if (!ended_) printDump(label);
+  if (output_ != nullptr) output_->flush();
   return status_;
+}
+
+// Lets the clocks have what time is left, and says how it ended.
+std::string Replay::finish() {
+  if (isStopped()) return "stopped";
+  if (!options_.until) {
+    fireClocks(Moru::Clock::never);
+    return "end";
+  }
+  if (fireClocks(*options_.until)) at_ = *options_.until;
+  return "until";
+}
+
+// Whether the line that was read last is not to be played any more.
+bool Replay::isBeyond() const {
+  return (options_.until && journal_.at() > *options_.until) ||
+         (options_.stopAt && journal_.number() > *options_.stopAt);
+}
+
+// Whether the line to stop at has been played, or was one without an action.
+bool Replay::isStopped() const {
+  if (!options_.stopAt || journal_.number() < *options_.stopAt) return false;
+  return journal_.number() > *options_.stopAt || !isBeyond();
 }
 
 // False when the journal has ended, or nothing may follow.
 bool Replay::playLine() {
   try {
     const auto line = journal_.next();
-    if (!line || isOver()) return false;
+    if (!line || isOver() || isBeyond()) return false;
     if (line->at > at_ && !fireClocks(line->at)) return false;
     play(*line);
     progress_.update(line->number, line->at);
     return true;
   } catch (const InputError& error) {
-    if (isOver()) return false;  // the signal has cut the line short
+    if (isOver() || isBeyond()) return false;  // a signal may have cut the line short
     progress_.clear();
     errors_ << journal_.place() << ": " << printable(error.what()) << '\n';
     status_ = ExitStatus::failed;
@@ -110,16 +132,17 @@ bool Replay::playLine() {
 
 // A line that the data model refuses has its time all the same: what is due by then comes first.
 bool Replay::refuse(const Moru::Exception& exception) {
+  if (isBeyond()) return false;
   if (journal_.at() > at_ && !fireClocks(journal_.at())) return false;
   at_ = journal_.at();
-  line_ = journal_.number();
+  origin_.line = journal_.number();
   return takeException(exception);
 }
 
 void Replay::play(const Line& line) {
   lifecycle_.follow(line.action);
   at_ = line.at;
-  line_ = line.number;
+  origin_.line = line.number;
   firedInARow_ = 0;
   std::visit([this](const auto& action) { carryOut(action); }, line.action);
 }
@@ -171,13 +194,19 @@ void Replay::stopClient() {
 }
 
 void Replay::printDump(const std::string& label) {
-  if (!options_.dumps) return;
+  if (output_ == nullptr) return;
   progress_.clear();
-  output_.dump(takeSnapshot(label, at_, embedded_));
+  output_->dump(snapshot(label));
+}
+
+Snapshot Replay::snapshot(const std::string& label) const {
+  Snapshot snapshot = takeSnapshot(label, at_, embedded_);
+  snapshot.origin = origin_;
+  return snapshot;
 }
 
 void Replay::printTurn() {
-  if (!options_.timeline) return;
+  if (!options_.timeline || output_ == nullptr) return;
   const StateStore& store = embedded_.store();
   const auto& client = embedded_.client();
   Turn turn{time(), store.l2RibZepInput->host().size(),
@@ -187,31 +216,32 @@ void Replay::printTurn() {
     turn.unicastDeferredDeletion = status->unicastDeferredDeletionInProgress();
     turn.bumDeferredDeletion = status->bumDeferredDeletionInProgress();
   }
-  output_.turn(turn);
+  output_->turn(turn, origin_);
 }
 
 // True if the replay goes on.
 bool Replay::takeException(const Moru::Exception& exception) {
   progress_.clear();
   status_ = ExitStatus::refused;
-  if (options_.keepGoing) {
-    output_.exception(exception.type(), line_, exception.what());
+  if (options_.keepGoing && output_ != nullptr) {
+    output_->exception(exception.type(), exception.what(), origin_);
     return true;
   }
   errors_ << place() << ": " << exception.type() << ": " << printable(exception.what()) << '\n';
-  ended_ = true;
-  return false;
+  ended_ = !options_.keepGoing;
+  return options_.keepGoing;
 }
 
 namespace {
 
 ExitStatus replayOne(const std::string& path, const ReplayOptions& options,
-                     const std::optional<unsigned>& traceLevel, std::ostream& out,
-                     std::ostream& errors) {
+                     const OutputOptions& outputOptions, const std::optional<unsigned>& traceLevel,
+                     std::ostream& out, std::ostream& errors) {
   JournalFile file(path);
   const bool hasStart = file.findStart();
   StopSignal::install();  // until here there was nothing to end in good order
-  Replay replay(file, hasStart, options, out, errors);
+  Output output(out, outputOptions, file.name());
+  Replay replay(file, hasStart, options, &output, errors);
   std::optional<TraceStream> trace;
   if (traceLevel)
     trace.emplace(errors, *traceLevel, clientFacilities(),
@@ -221,13 +251,13 @@ ExitStatus replayOne(const std::string& path, const ReplayOptions& options,
 
 }  // namespace
 
-int replayCommand(const std::vector<std::string>& journals, ReplayOptions options,
-                  const std::optional<unsigned>& traceLevel, std::ostream& out,
-                  std::ostream& errors) {
-  options.output.named = journals.size() > 1;
+int replayCommand(const std::vector<std::string>& journals, const ReplayOptions& options,
+                  OutputOptions output, const std::optional<unsigned>& traceLevel,
+                  std::ostream& out, std::ostream& errors) {
+  output.named = journals.size() > 1;
   int status = ExitStatus::done;
   for (const std::string& path : journals) {
-    const ExitStatus each = replayOne(path, options, traceLevel, out, errors);
+    const ExitStatus each = replayOne(path, options, output, traceLevel, out, errors);
     if (status == ExitStatus::done) status = each;
     if (StopSignal::number() != 0) break;
   }

@@ -4,6 +4,9 @@
 // to each running to their end before the next. Before a line of a later time, the clocks that are
 // due by then fire, the earliest first, and no clock fires in between. In the end the clocks run
 // until none is armed.
+//
+// A replay may end earlier, as it would be found then: at a time, what is due by then having fired,
+// or behind a line.
 #pragma once
 
 #include <cstdint>
@@ -32,23 +35,23 @@ struct Watching {
 };
 
 struct ReplayOptions {
-  OutputOptions output{};
   std::optional<double> maxProcessTime{};  // of the client, in seconds
   double timePerRead = 0;                  // by which a reading moves the virtual time, in seconds
-  bool realtime = false;
-  bool keepGoing = false;  // after an exception
-  bool timeline = false;   // a line for each turn of the event loop
-  bool progress = false;   // on the error stream, which is a terminal
-  bool dumps = true;       // prints them
+  std::optional<double> speed{};          // on the real clock: how many times that of the recording
+  std::optional<double> until{};          // the time of the recording at which it ends, in seconds
+  std::optional<std::uint64_t> stopAt{};  // the last line that is played
+  bool keepGoing = false;                 // after an exception
+  bool timeline = false;                  // a line for each turn of the event loop
+  bool progress = false;                  // on the error stream, which is a terminal
   std::optional<Watching> watching{};
 };
 
 class Replay {
  public:
-  // Errors go to `errors`, all else to `out`. Both and the file must outlive this object;
-  // `hasStart` is what the file's findStart() said. It takes the process's activity facility and
-  // its assertion context for itself.
-  Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, std::ostream& out,
+  // Errors go to `errors`, all else to `output`; nowhere if that is null. Both and the file must
+  // outlive this object; `hasStart` is what the file's findStart() said. It takes the process's
+  // activity facility and its assertion context for itself.
+  Replay(JournalFile& file, bool hasStart, const ReplayOptions& options, Output* output,
          std::ostream& errors);
   ~Replay();
   Replay(const Replay&) = delete;
@@ -56,6 +59,9 @@ class Replay {
 
   // Plays it all. Throws what the streams throw that cannot be read or written.
   ExitStatus run();
+
+  // What the client has made by now, as the dump of this label.
+  Snapshot snapshot(const std::string& label) const;
 
   // The time of the recording, without counting as a reading.
   double time() const;
@@ -79,12 +85,14 @@ class Replay {
   void printDump(const std::string& label);
   void printTurn();
   bool takeException(const Moru::Exception& exception);
+  bool isBeyond() const;
+  bool isStopped() const;
+  std::string finish();
   bool isOver() const;
   std::string place() const;
 
-  const std::string name_;
   const ReplayOptions options_;
-  Output output_;
+  Output* const output_;
   std::ostream& errors_;
   Progress progress_;
 
@@ -96,8 +104,8 @@ class Replay {
   Moru::Ptr<HostWatcher> hostWatcher_;
   std::optional<Witness> witness_;
 
-  double at_ = 0;           // of the line applied last
-  std::uint64_t line_ = 0;  // its number
+  Origin origin_;  // the journal, and the line applied last
+  double at_ = 0;  // of that line
   std::uint64_t firedInARow_ = 0;
   ExitStatus status_ = ExitStatus::done;
   bool ended_ = false;  // by an error
@@ -105,8 +113,8 @@ class Replay {
 
 // Plays each journal on its own, one after the other; the first failure decides the exit status.
 // Where there are several, the output names them.
-int replayCommand(const std::vector<std::string>& journals, ReplayOptions options,
-                  const std::optional<unsigned>& traceLevel, std::ostream& out,
-                  std::ostream& errors);
+int replayCommand(const std::vector<std::string>& journals, const ReplayOptions& options,
+                  OutputOptions output, const std::optional<unsigned>& traceLevel,
+                  std::ostream& out, std::ostream& errors);
 
 }  // namespace Agent

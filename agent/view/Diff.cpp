@@ -4,10 +4,25 @@ namespace Agent {
 
 namespace {
 
+struct Equal {
+  const CompareOptions& options;
+
+  template <class Record>
+  bool operator()(const Record& left, const Record& right) const {
+    if constexpr (requires { left.time; })
+      if (!options.times) {
+        Record sameTime = left;
+        sameTime.time = right.time;
+        return sameTime == right;
+      }
+    return left == right;
+  }
+};
+
 // Walks both sorted lists side by side; keyOf(record) is what they are sorted by.
 template <class Record, class KeyOf>
 ListChanges<Record> compareLists(const std::vector<Record>& before,
-                                 const std::vector<Record>& after, KeyOf keyOf) {
+                                 const std::vector<Record>& after, KeyOf keyOf, Equal equal) {
   ListChanges<Record> changes;
   auto old = before.begin();
   auto now = after.begin();
@@ -17,7 +32,7 @@ ListChanges<Record> compareLists(const std::vector<Record>& before,
     } else if (old == before.end() || keyOf(*now) < keyOf(*old)) {
       changes.added.push_back(*now++);
     } else {
-      if (!(*old == *now)) changes.changed.push_back({*old, *now});
+      if (!equal(*old, *now)) changes.changed.push_back({*old, *now});
       ++old;
       ++now;
     }
@@ -28,9 +43,10 @@ ListChanges<Record> compareLists(const std::vector<Record>& before,
 // An absent list counts as an empty one, and is not copied to be compared.
 template <class Record, class KeyOf>
 ListChanges<Record> compareLists(const std::optional<std::vector<Record>>& before,
-                                 const std::optional<std::vector<Record>>& after, KeyOf keyOf) {
+                                 const std::optional<std::vector<Record>>& after, KeyOf keyOf,
+                                 Equal equal) {
   const std::vector<Record> none;
-  return compareLists(before ? *before : none, after ? *after : none, keyOf);
+  return compareLists(before ? *before : none, after ? *after : none, keyOf, equal);
 }
 
 template <class Part>
@@ -72,7 +88,7 @@ bool Diff::empty() const {
          hosts.empty() && floodSets.empty();
 }
 
-Diff compare(const Snapshot* before, const Snapshot& after) {
+Diff compare(const Snapshot* before, const Snapshot& after, const CompareOptions& options) {
   const Snapshot nothing;
   const ClientSnapshot noClient;
   const Snapshot& old = before != nullptr ? *before : nothing;
@@ -81,15 +97,18 @@ Diff compare(const Snapshot* before, const Snapshot& after) {
   const auto itself = [](const auto& record) { return record; };
   const auto key = [](const auto& record) { return record.key; };
 
-  Diff diff{.now = {after.label, after.at}};
-  if (before != nullptr) diff.since = DumpId{before->label, before->at};
+  const Equal equal{options};
+
+  Diff diff{.now = {after.label, after.at, after.origin}, .filter = after.filter};
+  if (before != nullptr) diff.since = DumpId{before->label, before->at, before->origin};
   diff.flags = compareFlags(before, after);
-  diff.vccImportVlans = compareLists(oldClient.vccImportVlans, client.vccImportVlans, itself);
-  diff.vnis = compareLists(oldClient.vnis, client.vnis, itself);
-  diff.received = compareLists(oldClient.hostTable.entries, client.hostTable.entries, key);
-  diff.hosts = compareLists(old.hosts, after.hosts, key);
-  diff.floodSets =
-      compareLists(old.floodSets, after.floodSets, [](const auto& each) { return each.key(); });
+  diff.vccImportVlans =
+      compareLists(oldClient.vccImportVlans, client.vccImportVlans, itself, equal);
+  diff.vnis = compareLists(oldClient.vnis, client.vnis, itself, equal);
+  diff.received = compareLists(oldClient.hostTable.entries, client.hostTable.entries, key, equal);
+  diff.hosts = compareLists(old.hosts, after.hosts, key, equal);
+  diff.floodSets = compareLists(
+      old.floodSets, after.floodSets, [](const auto& each) { return each.key(); }, equal);
   return diff;
 }
 

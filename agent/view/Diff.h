@@ -37,11 +37,13 @@ struct FlagChange {
 struct DumpId {
   std::string label;
   double at;  // seconds from the start of the recording
+  Origin origin{};
 };
 
 struct Diff {
   std::optional<DumpId> since{};  // nullopt for the first dump, of which everything is new
   DumpId now;
+  Filter filter{};  // of the later one
   std::vector<FlagChange> flags{};
   ListChanges<Bridging::VlanId> vccImportVlans{};
   ListChanges<Vxlan::VniExt> vnis{};
@@ -53,8 +55,12 @@ struct Diff {
   bool empty() const;
 };
 
+struct CompareOptions {
+  bool times = true;  // those of hosts; else hosts that differ in nothing but their times are equal
+};
+
 // Takes time in proportion to both snapshots, and room to what changed. `before` is null for the
 // first dump.
-Diff compare(const Snapshot* before, const Snapshot& after);
+Diff compare(const Snapshot* before, const Snapshot& after, const CompareOptions& options = {});
 
 }  // namespace Agent

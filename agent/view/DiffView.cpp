@@ -179,14 +179,17 @@ void printNumbers(std::ostream& out, const char* what, const ListChanges<Number>
   out << '\n';
 }
 
+std::string idText(const DumpId& dump) {
+  std::string text = dump.origin.source;
+  appendTo(text, ": ", dump.label);
+  return printable(text) + " at " + secondsText(dump.at);
+}
+
 }  // namespace
 
 void printTable(std::ostream& out, const Diff& diff, const TableOptions& options) {
-  out << "== " << printable(diff.now.label) << " at " << secondsText(diff.now.at) << ", since ";
-  if (diff.since)
-    out << printable(diff.since->label) << " at " << secondsText(diff.since->at);
-  else
-    out << "the beginning";
+  out << "== " << idText(diff.now) << ", since "
+      << (diff.since ? idText(*diff.since) : "the beginning") << filterText(diff.filter);
   out << (diff.empty() ? ": nothing changed\n" : "\n");
   for (const FlagChange& flag : diff.flags)
     out << flag.name << ": " << flagText(flag.before) << " -> " << flagText(flag.after) << '\n';

@@ -4,14 +4,17 @@
 
 namespace Agent {
 
-std::string destText(const L2Rib::Dest& dest) {
-  return dest.tag() == L2Rib::DestTag::vxlan ? dest.vxlan().vtepAddr.stringValue()
-                                             : dest.stringValue();
+std::vector<std::string> destTexts(const FloodSetSnapshot& floodSet) {
+  std::vector<std::string> texts;
+  texts.reserve(floodSet.vteps.size() + floodSet.others.size());
+  for (const Vorn::IpGenAddr& vtep : floodSet.vteps) texts.push_back(vtep.stringValue());
+  texts.insert(texts.end(), floodSet.others.begin(), floodSet.others.end());
+  return texts;
 }
 
 std::string destsText(const FloodSetSnapshot& floodSet) {
   std::string text;
-  for (const L2Rib::Dest& dest : floodSet.dests) appendTo(text, " ", destText(dest));
+  for (const std::string& dest : destTexts(floodSet)) appendTo(text, " ", dest);
   return text.empty() ? "none" : text;
 }
 

@@ -2,13 +2,14 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "agent/view/Snapshot.h"
 
 namespace Agent {
 
-// The address of a VTEP, "10.0.0.2"; of another destination what it is, "tunnel 7".
-std::string destText(const L2Rib::Dest& dest);
+// Its destinations, each on its own: VTEPs, and then what is none.
+std::vector<std::string> destTexts(const FloodSetSnapshot& floodSet);
 
 // All of them: "10.0.0.2 10.0.0.3", "none" if there are none.
 std::string destsText(const FloodSetSnapshot& floodSet);

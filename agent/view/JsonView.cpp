@@ -40,13 +40,11 @@ Json jsonOf(const L2Rib::Host& host) {
 }
 
 Json jsonOf(const VlanFloodSetSnapshot& each) {
-  Json json = Json::object({{"vlan", each.vlan.value()}});
-  if (!each.floodSet) return json;
-  json["mac"] = each.floodSet->mac.stringValue();
-  json["type"] = static_cast<std::uint32_t>(each.floodSet->type);
-  Json& dests = json["dests"] = Json::array();
-  for (const L2Rib::Dest& dest : each.floodSet->dests) dests.push_back(destText(dest));
-  return json;
+  if (!each.floodSet) return Json::object({{"vlan", each.vlan.value()}});
+  return {{"vlan", each.vlan.value()},
+          {"mac", each.floodSet->mac.stringValue()},
+          {"type", static_cast<std::uint32_t>(each.floodSet->type)},
+          {"dests", destTexts(*each.floodSet)}};
 }
 
 template <class Record>
@@ -56,12 +54,57 @@ Json jsonOf(const Changed<Record>& change) {
 
 Json jsonOf(const std::optional<bool>& flag) { return flag ? Json(*flag) : Json(nullptr); }
 
-Json jsonOf(const DumpId& dump) { return {{"dump", dump.label}, {"at", dump.at}}; }
+Json jsonOf(const Origin& origin) {
+  Json json = Json::object();
+  if (!origin.source.empty()) json["source"] = origin.source;
+  if (!origin.journal.empty()) {
+    json["journal"] = origin.journal;
+    json["line"] = origin.line;
+  }
+  if (!origin.switchName.empty()) json["switch"] = origin.switchName;
+  return json;
+}
 
-// The line's brace, and which journal it is of, if that is to be told.
-void begin(std::ostream& out, const std::string& journal) {
+Json jsonOf(const DumpId& dump) {
+  Json json = jsonOf(dump.origin);
+  json["dump"] = dump.label;
+  json["at"] = dump.at;
+  return json;
+}
+
+template <class Value, class ToJson>
+void addKind(Json& json, const char* kind, const std::set<Value>& values, ToJson toJson) {
+  for (const Value& value : values) json[kind].push_back(toJson(value));
+}
+
+Json jsonOf(const Filter& filter) {
+  const auto number = [](const auto& value) { return value.value(); };
+  const auto address = [](const auto& value) { return value.stringValue(); };
+  Json json = Json::object();
+  addKind(json, "vlan", filter.vlans, number);
+  addKind(json, "vni", filter.vnis, number);
+  addKind(json, "vtep", filter.vteps, address);
+  addKind(json, "mac", filter.macs, address);
+  return json;
+}
+
+Json jsonOf(const std::optional<VlanToVni>& vlanToVni) {
+  if (!vlanToVni) return nullptr;
+  Json json = Json::object();
+  for (const auto& [vlan, vni] : *vlanToVni) json[std::to_string(vlan.value())] = vni.value();
+  return json;
+}
+
+// The line's brace, and where it is from.
+void begin(std::ostream& out, const Origin& origin) {
   out << '{';
-  if (!journal.empty()) out << "\"journal\": " << jsonText(journal) << ", ";
+  const Json members = jsonOf(origin);
+  for (const auto& [key, value] : members.items())
+    out << '"' << key << "\": " << jsonText(value) << ", ";
+}
+
+void printFilter(std::ostream& out, const Filter& filter) {
+  if (!filter.empty()) out << ", \"filter\": " << jsonText(jsonOf(filter));
 }
 
 // `"name": [...]`, a record at a time.
@@ -123,10 +166,11 @@ Json statusOf(const Snapshot& snapshot) {
 
 }  // namespace
 
-void printJson(std::ostream& out, const Snapshot& snapshot, const std::string& journal) {
-  begin(out, journal);
-  out << "\"dump\": " << jsonText(snapshot.label) << ", \"at\": " << jsonText(snapshot.at)
-      << ", \"client\": ";
+void printJson(std::ostream& out, const Snapshot& snapshot) {
+  begin(out, snapshot.origin);
+  out << "\"dump\": " << jsonText(snapshot.label) << ", \"at\": " << jsonText(snapshot.at);
+  printFilter(out, snapshot.filter);
+  out << ", \"vlanToVni\": " << jsonText(jsonOf(snapshot.vlanToVni)) << ", \"client\": ";
   if (snapshot.client)
     printClient(out, *snapshot.client);
   else
@@ -139,15 +183,16 @@ void printJson(std::ostream& out, const Snapshot& snapshot, const std::string& j
       << ", \"convergenceStatus\": " << jsonText(statusOf(snapshot)) << "}\n";
 }
 
-void printJson(std::ostream& out, const Diff& diff, const std::string& journal) {
+void printJson(std::ostream& out, const Diff& diff) {
   Json flags = Json::object();
   for (const FlagChange& flag : diff.flags)
     flags[std::string(flag.name)] = {{"before", jsonOf(flag.before)},
                                      {"after", jsonOf(flag.after)}};
-  begin(out, journal);
+  begin(out, diff.now.origin);
   out << "\"diff\": " << jsonText(diff.now.label) << ", \"at\": " << jsonText(diff.now.at)
-      << ", \"since\": " << jsonText(diff.since ? jsonOf(*diff.since) : Json(nullptr))
-      << ", \"flags\": " << jsonText(flags);
+      << ", \"since\": " << jsonText(diff.since ? jsonOf(*diff.since) : Json(nullptr));
+  printFilter(out, diff.filter);
+  out << ", \"flags\": " << jsonText(flags);
   printChanges(out, "vccImportVlans", diff.vccImportVlans);
   printChanges(out, "vnis", diff.vnis);
   printChanges(out, "entries", diff.received);
@@ -156,8 +201,8 @@ void printJson(std::ostream& out, const Diff& diff, const std::string& journal) 
   out << "}\n";
 }
 
-void printJson(std::ostream& out, const Turn& turn, const std::string& journal) {
-  begin(out, journal);
+void printJson(std::ostream& out, const Turn& turn, const Origin& origin) {
+  begin(out, origin);
   out << "\"turn\": " << jsonText(turn.at) << ", \"hosts\": " << turn.hosts
       << ", \"marked\": " << turn.marked << ", \"deleted\": " << turn.deleted
       << ", \"unicastDeferredDeletionInProgress\": "
@@ -166,11 +211,10 @@ void printJson(std::ostream& out, const Turn& turn, const std::string& journal) 
       << "}\n";
 }
 
-void printJsonException(std::ostream& out, const std::string& type, std::size_t line,
-                        const std::string& text, const std::string& journal) {
-  begin(out, journal);
-  out << "\"exception\": " << jsonText(type) << ", \"line\": " << line
-      << ", \"text\": " << jsonText(text) << "}\n";
+void printJsonException(std::ostream& out, const std::string& type, const std::string& text,
+                        const Origin& origin) {
+  begin(out, origin);
+  out << "\"exception\": " << jsonText(type) << ", \"text\": " << jsonText(text) << "}\n";
 }
 
 }  // namespace Agent

@@ -2,7 +2,7 @@
 //
 // A snapshot:
 //
-//   {"dump": LABEL, "at": 12.0,
+//   {"journal": FILE, "line": 17, "dump": LABEL, "at": 12.0, "vlanToVni": {"10": 10010},
 //    "client": {"vxlanControllerClientMode": true, "datapathLearningMode": false,
 //               "vccImportVlans": [10], "vnis": [10010], "mlagBum": false,
 //               "hostTable": {"markedForDelCount": 0, "entries": [ENTRY, ...]}},
@@ -10,6 +10,11 @@
 //    "clientView": {"convergenceInProgress": true},
 //    "convergenceStatus": {"unicastDeferredDeletionInProgress": false,
 //                          "bumDeferredDeletionInProgress": false}}
+//
+// `line` is that of the journal that was applied last, 0 before the first. A running agent has no
+// journal: "switch": NAME stands there instead. A snapshot that is filtered has by what behind
+// `at`: "filter": {"vlan": [10], "vni": [10010], "vtep": ["10.0.0.2"], "mac": [MAC]}, of these the
+// kinds that are given.
 //
 // What is absent is null: `client`, `hosts`, `floodSets`, `clientView`, `convergenceStatus`.
 //
@@ -25,25 +30,28 @@
 //
 // A difference:
 //
-//   {"diff": LABEL, "at": 12.0, "since": {"dump": LABEL, "at": 3.0},
+//   {"journal": FILE, "line": 17, "diff": LABEL, "at": 12.0,
+//    "since": {"journal": FILE, "line": 4, "dump": LABEL, "at": 3.0},
 //    "flags": {"mlagBum": {"before": false, "after": true}, ...},
 //    "vccImportVlans": CHANGES, "vnis": CHANGES, "entries": CHANGES, "hosts": CHANGES,
 //    "floodSets": CHANGES}
 //
-// `since` is null for the first dump. `flags` has those that differ, by their names in a dump, and
-// "clientRunning"; a flag of what was absent is null. CHANGES is {"added": [...], "gone": [...],
-// "changed": [{"before": {...}, "after": {...}}]} of numbers, ENTRY, HOST or FLOODSET.
+// `since` is null for the first dump. Of two that were named to be compared, each begins with
+// "source": its file or its agent's socket. A "filter" stands behind `since`. `flags` has those
+// that differ, by their names in a dump, and "clientRunning"; a flag of what was absent is null.
+// CHANGES is {"added": [...], "gone": [...], "changed": [{"before": {...}, "after": {...}}]} of
+// numbers, ENTRY, HOST or FLOODSET.
 //
 // A turn of the timeline, a flag of what is absent being null:
 //
-//   {"turn": 12.0, "hosts": 3, "marked": 1, "deleted": 0,
+//   {"journal": FILE, "line": 17, "turn": 12.0, "hosts": 3, "marked": 1, "deleted": 0,
 //    "unicastDeferredDeletionInProgress": true, "bumDeferredDeletionInProgress": false}
 //
-// Each begins with {"journal": "FILE", ...} where the name of a journal is given: of several, the
-// one that it is of.
+// An exception, with the line of the journal that led to it:
+//
+//   {"journal": FILE, "line": 17, "exception": TYPE, "text": "..."}
 #pragma once
 
-#include <cstddef>
 #include <ostream>
 #include <string>
 
@@ -56,12 +64,10 @@ namespace Agent {
 // Each ends its line. Records are written one by one: a million of them takes no room. All is in
 // ASCII, so that no text from a recording controls a terminal; text that is not UTF-8 has its wrong
 // bytes replaced by U+FFFD.
-void printJson(std::ostream& out, const Snapshot& snapshot, const std::string& journal = {});
-void printJson(std::ostream& out, const Diff& diff, const std::string& journal = {});
-void printJson(std::ostream& out, const Turn& turn, const std::string& journal = {});
-
-// {"exception": TYPE, "line": LINE, "text": "..."}, with the line of the journal that led to it.
-void printJsonException(std::ostream& out, const std::string& type, std::size_t line,
-                        const std::string& text, const std::string& journal = {});
+void printJson(std::ostream& out, const Snapshot& snapshot);
+void printJson(std::ostream& out, const Diff& diff);
+void printJson(std::ostream& out, const Turn& turn, const Origin& origin);
+void printJsonException(std::ostream& out, const std::string& type, const std::string& text,
+                        const Origin& origin);
 
 }  // namespace Agent

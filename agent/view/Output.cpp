@@ -8,12 +8,13 @@
 
 namespace Agent {
 
-Output::Output(std::ostream& out, const OutputOptions& options, std::string journal)
-    : out_(out), options_(options), journal_(options.named ? std::move(journal) : "") {
-  if (options_.named && options_.format == Format::table) out_ << "=== " << journal_ << "\n\n";
+Output::Output(std::ostream& out, const OutputOptions& options, const std::string& journal)
+    : out_(out), options_(options) {
+  if (options_.named && options_.format == Format::table) out_ << "=== " << journal << "\n\n";
 }
 
 void Output::dump(Snapshot snapshot) {
+  filterBy(options_.filter, snapshot);
   if (options_.format == Format::json)
     dumpJson(snapshot);
   else
@@ -32,17 +33,17 @@ void Output::dumpTable(const Snapshot& snapshot) {
 
 void Output::dumpJson(const Snapshot& snapshot) {
   if (options_.diff)
-    printJson(out_, compare(last_ ? &*last_ : nullptr, snapshot), journal_);
+    printJson(out_, compare(last_ ? &*last_ : nullptr, snapshot));
   else
-    printJson(out_, snapshot, journal_);
+    printJson(out_, snapshot);
 }
 
-void Output::exception(const std::string& type, std::uint64_t line, const std::string& text) {
-  printJsonException(out_, type, line, text, journal_);
+void Output::exception(const std::string& type, const std::string& text, const Origin& origin) {
+  printJsonException(out_, type, text, origin);
 }
 
-void Output::turn(const Turn& turn) {
-  if (options_.format == Format::json) return printJson(out_, turn, journal_);
+void Output::turn(const Turn& turn, const Origin& origin) {
+  if (options_.format == Format::json) return printJson(out_, turn, origin);
   if (!std::exchange(timelineBegun_, true)) printTimelineHeader(out_);
   printTimeline(out_, turn);
 }

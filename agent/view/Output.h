@@ -1,9 +1,7 @@
-// Where a replay prints what the client has made: dumps, exceptions, turns of the event loop, in
-// the format that was asked for.
+// Where what the client has made is printed: dumps, exceptions, turns of the event loop, in the
+// format that was asked for.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -19,19 +17,21 @@ enum class Format { table, json };
 struct OutputOptions {
   Format format = Format::table;
   bool diff = false;   // dumps show only what has changed since the one before
-  bool named = false;  // says which journal it is of
+  bool named = false;  // tables stand below the name of the journal that they are of
   TableOptions table{};
+  Filter filter{};
 };
 
 class Output {
  public:
   // The stream must outlive this object. A stream that throws when it cannot be written, does so
   // out of each of these.
-  Output(std::ostream& out, const OutputOptions& options, std::string journal);
+  Output(std::ostream& out, const OutputOptions& options, const std::string& journal);
 
+  // What the filter leaves of it.
   void dump(Snapshot snapshot);
-  void exception(const std::string& type, std::uint64_t line, const std::string& text);
-  void turn(const Turn& turn);
+  void exception(const std::string& type, const std::string& text, const Origin& origin);
+  void turn(const Turn& turn, const Origin& origin);
 
   // Hands on what is buffered.
   void flush() { out_.flush(); }
@@ -42,7 +42,6 @@ class Output {
 
   std::ostream& out_;
   const OutputOptions options_;
-  const std::string journal_;  // its name for JSON; empty if it is not to be told
   std::optional<Snapshot> last_;
   bool timelineBegun_ = false;
 };

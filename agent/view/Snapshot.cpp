@@ -18,22 +18,20 @@ std::vector<L2Rib::Host> hostsOf(const L2Rib::HostInput& input) {
   return hosts;
 }
 
-bool comesBefore(const L2Rib::Dest& left, const L2Rib::Dest& right) {
-  const bool leftIsVxlan = left.tag() == L2Rib::DestTag::vxlan;
-  const bool rightIsVxlan = right.tag() == L2Rib::DestTag::vxlan;
-  if (leftIsVxlan != rightIsVxlan) return leftIsVxlan;
-  if (leftIsVxlan) return left.vxlan().vtepAddr < right.vxlan().vtepAddr;
-  return left.stringValue() < right.stringValue();
-}
-
 }  // namespace
 
 FloodSetSnapshot snapshotOf(const L2Rib::FloodSet& floodSet) {
   FloodSetSnapshot snapshot{floodSet.macAddr(), floodSet.floodSetType()};
-  snapshot.dests.reserve(floodSet.destSets());
-  for (const auto& [dest, present] : floodSet.destSet())
-    if (present) snapshot.dests.push_back(dest);
-  std::sort(snapshot.dests.begin(), snapshot.dests.end(), comesBefore);
+  snapshot.vteps.reserve(floodSet.destSets());
+  for (const auto& [dest, present] : floodSet.destSet()) {
+    if (!present) continue;
+    if (dest.tag() == L2Rib::DestTag::vxlan)
+      snapshot.vteps.push_back(dest.vxlan().vtepAddr);
+    else
+      snapshot.others.push_back(dest.stringValue());
+  }
+  std::ranges::sort(snapshot.vteps);
+  std::ranges::sort(snapshot.others);
   return snapshot;
 }
 
@@ -113,6 +111,11 @@ VlanToVni vlanToVni(const Vxlan::VlanVniMaps& maps) {
     }
   }
   return vnis;
+}
+
+std::optional<Vxlan::VniExt> vniOf(const VlanToVni& vlanToVni, const Bridging::VlanId& vlan) {
+  const auto vni = vlanToVni.find(vlan);
+  return vni == vlanToVni.end() ? std::nullopt : std::optional(vni->second);
 }
 
 }  // namespace Agent

@@ -14,15 +14,16 @@
 #include <vector>
 
 #include "agent/store/EmbeddedClient.h"
+#include "agent/view/Filter.h"
 #include "framework/Moru/Ptr.h"
 #include "model/Bridging/VlanId.h"
-#include "model/L2Rib/Dest.h"
 #include "model/L2Rib/FloodSet.h"
 #include "model/L2Rib/FloodSetType.h"
 #include "model/L2Rib/Host.h"
 #include "model/L2Rib/HostInput.h"
 #include "model/L2Rib/SourceDirEntry.h"
 #include "model/Vorn/EthAddr.h"
+#include "model/Vorn/IpGenAddr.h"
 #include "model/Vxlan/ReceivedEntry.h"
 #include "model/Vxlan/ReceivedHostTable.h"
 #include "model/Vxlan/VlanVniMaps.h"
@@ -49,9 +50,11 @@ struct ClientSnapshot {
 struct FloodSetSnapshot {
   Vorn::EthAddr mac;
   L2Rib::FloodSetType type = L2Rib::FloodSetType::none;
-  // Those that are present, their flag being true: VXLAN ones first, in ascending order of the
-  // address, then the others by their text.
-  std::vector<L2Rib::Dest> dests{};
+  // The destinations that are present, their flag being true.
+  std::vector<Vorn::IpGenAddr> vteps{};  // ascending
+  std::vector<std::string> others{};     // what is no VTEP, as a text: "tunnel 7"; ascending
+
+  bool hasDests() const { return !vteps.empty() || !others.empty(); }
 
   friend bool operator==(const FloodSetSnapshot&, const FloodSetSnapshot&) = default;
 };
@@ -75,6 +78,14 @@ struct ConvergenceSnapshot {
 
 using VlanToVni = std::map<Bridging::VlanId, Vxlan::VniExt>;
 
+// Where a picture is from: behind a line of a journal, or of a running agent.
+struct Origin {
+  std::string source{};      // file or socket, where two are compared; else empty
+  std::string journal{};     // empty: of a running agent
+  std::uint64_t line = 0;    // of the journal, the one applied last; 0 before the first
+  std::string switchName{};  // that the running agent follows
+};
+
 struct Snapshot {
   std::string label{};
   double at = 0;  // seconds from the start of the recording
@@ -83,7 +94,9 @@ struct Snapshot {
   std::optional<std::vector<VlanFloodSetSnapshot>> floodSets{};  // by VLAN, then MAC
   std::optional<bool> convergenceInProgress{};                   // as the client views it
   std::optional<ConvergenceSnapshot> convergenceStatus{};
-  std::optional<VlanToVni> vlanToVni{};  // for people to read: no part of what the client has made
+  std::optional<VlanToVni> vlanToVni{};  // to read the rest by: no part of what the client has made
+  Origin origin{};
+  Filter filter{};  // that has left out what is not there
 };
 
 FloodSetSnapshot snapshotOf(const L2Rib::FloodSet& floodSet);
@@ -105,5 +118,7 @@ Snapshot takeSnapshot(std::string label, double at, const EmbeddedClient& embedd
 
 // The VNI of each VLAN that has one. Of several VTIs that map a VLAN, the first counts.
 VlanToVni vlanToVni(const Vxlan::VlanVniMaps& maps);
+
+std::optional<Vxlan::VniExt> vniOf(const VlanToVni& vlanToVni, const Bridging::VlanId& vlan);
 
 }  // namespace Agent

@@ -106,8 +106,8 @@ void printTotals(std::ostream& out, const Snapshot& snapshot) {
 
 std::string vniText(const Snapshot& snapshot, const Bridging::VlanId& vlan) {
   if (!snapshot.vlanToVni) return "";
-  const auto vni = snapshot.vlanToVni->find(vlan);
-  return vni != snapshot.vlanToVni->end() ? std::to_string(vni->second.value()) : "";
+  const auto vni = vniOf(*snapshot.vlanToVni, vlan);
+  return vni ? std::to_string(vni->value()) : "";
 }
 
 void printCounts(std::ostream& out, const Snapshot& snapshot, std::size_t most) {
@@ -178,8 +178,13 @@ void addHost(TextTable& table, const Snapshot& snapshot, const HostPair& host, b
 
 }  // namespace
 
+std::string filterText(const Filter& filter) {
+  return filter.empty() ? "" : ", filtered: " + textOf(filter);
+}
+
 void printTable(std::ostream& out, const Snapshot& snapshot, const TableOptions& options) {
-  out << "== " << printable(snapshot.label) << " at " << secondsText(snapshot.at) << '\n';
+  out << "== " << printable(snapshot.label) << " at " << secondsText(snapshot.at)
+      << filterText(snapshot.filter) << '\n';
   printModes(out, snapshot);
   printTotals(out, snapshot);
   printCounts(out, snapshot, options.mostRows);

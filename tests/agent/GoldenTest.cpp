@@ -77,7 +77,6 @@ struct Played {
 
 Played play(const fs::path& journal, const View& view) {
   Agent::ReplayOptions options;
-  options.output = view.output;
   options.timeline = view.timeline;
   options.keepGoing = true;
   if (view.smallBudget) {
@@ -87,7 +86,7 @@ Played play(const fs::path& journal, const View& view) {
   std::ostringstream out;
   std::ostringstream errors;
   const auto level = view.trace ? std::optional(8U) : std::nullopt;
-  const int status = Agent::replayCommand({journal}, options, level, out, errors);
+  const int status = Agent::replayCommand({journal}, options, view.output, level, out, errors);
   return {status, out.str(), errors.str()};
 }
 
