@@ -1,7 +1,8 @@
 #include "agent/command/ExplainCommandLine.h"
 
-#include <limits>
+#include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "agent/command/CommandLine.h"
 #include "agent/live/ControlClient.h"
@@ -14,6 +15,8 @@ namespace Agent {
 void addExplain(CLI::App& program, std::map<std::string, Command>& commands) {
   struct Options {
     std::string mac;
+    std::optional<std::uint16_t> vlan;
+    std::optional<std::uint32_t> vni;
     std::string file;
     ExplainOptions explain;
     std::string format = "text";
@@ -31,10 +34,10 @@ void addExplain(CLI::App& program, std::map<std::string, Command>& commands) {
   command.add_option("MAC", options->mac, "The MAC address")->required()->check(macAddress());
   auto* const file =
       command.add_option("FILE", options->file, "A recording; - is the standard input");
-  command.add_option("--vlan", options->explain.vlan, "In this VLAN alone")
+  command.add_option("--vlan", options->vlan, "In this VLAN alone")
       ->check(wholeNumber(Bridging::VlanId::min, Bridging::VlanId::max))
       ->type_name("NUMBER");
-  command.add_option("--vni", options->explain.vni, "In this VNI alone")
+  command.add_option("--vni", options->vni, "In this VNI alone")
       ->check(wholeNumber(1, Vxlan::VniExt::max))
       ->type_name("NUMBER");
   command.add_option("--format", options->format, "text or json, an object a line")
@@ -50,14 +53,14 @@ void addExplain(CLI::App& program, std::map<std::string, Command>& commands) {
     ExplainOptions& explain = options->explain;
     explain.mac = *Vorn::EthAddr::parse(options->mac);
     explain.json = options->format == "json";
+    if (options->vlan) explain.filter.vlans.insert(Bridging::VlanId(*options->vlan));
+    if (options->vni) explain.filter.vnis.insert(Vxlan::VniExt(*options->vni));
     if (!options->file.empty()) return explainJournal(options->file, explain, out, errors);
-    return ask({.control = options->control,
-                .what = "explain",
-                .mac = options->mac,
-                .vlan = explain.vlan,
-                .vni = explain.vni,
-                .json = explain.json},
-               out);
+    AskOptions question{.control = options->control, .what = "explain"};
+    question.output.filter = explain.filter;
+    question.output.filter.macs.insert(explain.mac);
+    if (explain.json) question.output.format = Format::json;
+    return ask(question, out);
   };
 }
 

@@ -11,6 +11,7 @@
 #include "agent/base/InputError.h"
 #include "agent/base/Text.h"
 #include "agent/command/CommandLine.h"
+#include "agent/command/DumpOptions.h"
 #include "agent/command/RunningOptions.h"
 #include "agent/live/ControlClient.h"
 #include "agent/live/LiveAgent.h"
@@ -173,27 +174,21 @@ constexpr const char* doctorHelp =
     "status 1 as well if one has none.\n\n";
 
 Command addQuestion(CLI::App& program, const std::string& name, const std::string& what) {
-  struct Options {
-    Question question{};
-    std::string format = "table";
-  };
-  auto options = std::make_shared<Options>();
-  options->question.what = name;
+  auto options = std::make_shared<AskOptions>();
+  options->what = name;
   CLI::App& command = *program.add_subcommand(name, what);
   command.footer((name == "doctor" ? doctorHelp : "") + std::string(exitCodes));
-  if (name == "hosts") command.add_option("MAC", options->question.mac, "This one alone");
-  command.add_option("--format", options->format, "table or json, an object a line")
-      ->check(oneOf({"table", "json"}))
-      ->type_name("FORMAT")
-      ->capture_default_str();
+  if (name == "hosts") addMacArgument(command, options->output.filter);
+  if (name == "hosts" || name == "floods") addFilterOptions(command, options->output.filter);
+  if (name == "dump")
+    addDumpOptions(command, options->output);
+  else
+    addFormatOption(command, options->output.format);
   command
-      .add_option("--control", options->question.control,
+      .add_option("--control", options->control,
                   "The agent's control socket; needed where several agents run")
       ->type_name("PATH");
-  return [options](std::ostream& out, std::ostream&) {
-    options->question.json = options->format == "json";
-    return ask(options->question, out);
-  };
+  return [options](std::ostream& out, std::ostream&) { return ask(*options, out); };
 }
 
 }  // namespace
@@ -204,6 +199,7 @@ void addLiveCommands(CLI::App& program, std::map<std::string, Command>& commands
       {"status", "How the running agent is"},
       {"hosts", "The hosts that the running agent has decided on"},
       {"floods", "Its flood sets"},
+      {"dump", "All that it has made, as a dump"},
       {"problems", "What is wrong with what it is given"},
       {"doctor", "What differs between database, client and kernel"},
       {"release", "End a hold of the running agent"}};

@@ -8,7 +8,7 @@
 
 #include "agent/base/ExitStatus.h"
 #include "agent/command/CommandLine.h"
-#include "agent/command/FilterOptions.h"
+#include "agent/command/DumpOptions.h"
 #include "agent/command/RunningOptions.h"
 #include "agent/replay/Replay.h"
 #include "framework/Ringlog/Ring.h"
@@ -21,10 +21,7 @@ void addReplay(CLI::App& program, std::map<std::string, Command>& commands) {
     ReplayOptions replay;
     OutputOptions output;
     bool realtime = false;
-    std::size_t rows = TableOptions().mostRows;
     RunningOptions running;
-    std::string format = "table";
-    std::string colour = "auto";
   };
   auto options = std::make_shared<Options>();
   auto& replay = options->replay;
@@ -39,22 +36,9 @@ void addReplay(CLI::App& program, std::map<std::string, Command>& commands) {
       std::string(exitCodes));
   command.add_option("JOURNAL", options->journals, "State journals; - is the standard input")
       ->required();
-  command
-      .add_option("--format", options->format,
-                  "table, for people (the default), or json, an object a line")
-      ->check(oneOf({"table", "json"}))
-      ->type_name("FORMAT");
+  addDumpOptions(command, options->output);
   command.add_flag("--diff", options->output.diff,
                    "Dumps show only what has changed since the last");
-  command.add_option("--rows", options->rows, "Most rows of each table; 0 is all")
-      ->check(wholeNumber(0, std::numeric_limits<std::uint32_t>::max()))
-      ->type_name("NUMBER")
-      ->capture_default_str();
-  command
-      .add_option("--color", options->colour,
-                  "auto (the default), always or never; auto heeds NO_COLOR")
-      ->check(oneOf({"auto", "always", "never"}))
-      ->type_name("WHEN");
   command.add_flag("--timeline", replay.timeline, "A line for each turn of the event loop");
   auto* const timePerRead =
       command
@@ -78,22 +62,17 @@ void addReplay(CLI::App& program, std::map<std::string, Command>& commands) {
   command.add_option("--stop-at", replay.stopAt, "End behind this line of the journal")
       ->check(wholeNumber(1, std::numeric_limits<std::uint64_t>::max()))
       ->type_name("LINE");
-  addFilterOptions(command, options->output.filter);
   command.add_flag("--keep-going", replay.keepGoing,
                    "Print exceptions as lines of the output, and go on");
   addRunningOptions(command, options->running);
   commands["replay"] = [options](std::ostream& out, std::ostream& errors) -> int {
     auto& each = options->replay;
-    OutputOptions& output = options->output;
-    if (options->format == "json") output.format = Format::json;
-    output.table.mostRows = options->rows == 0 ? TableOptions::all : options->rows;
-    output.table.colours = wantsColours(options->colour);
     if (options->realtime && !each.speed) each.speed = 1;
     each.progress = isTerminal(STDERR_FILENO);
     each.maxProcessTime = options->running.maxProcessTime;
     Ringlog::directoryIs(options->running.ringDirectory);
-    const int status =
-        replayCommand(options->journals, each, output, options->running.traceLevel, out, errors);
+    const int status = replayCommand(options->journals, each, options->output,
+                                     options->running.traceLevel, out, errors);
     if (Ringlog::error().empty()) return status;
     errors << "vxlan-agent: " << Ringlog::error() << '\n';
     return status == ExitStatus::done ? ExitStatus::failed : status;

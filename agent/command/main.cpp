@@ -14,6 +14,7 @@
 #include "agent/command/CheckCommandLine.h"
 #include "agent/command/Command.h"
 #include "agent/command/CommandLine.h"
+#include "agent/command/DiffCommandLine.h"
 #include "agent/command/ExplainCommandLine.h"
 #include "agent/command/GenerateCommandLine.h"
 #include "agent/command/LiveCommands.h"
@@ -70,6 +71,7 @@ int run(int argc, char** argv, std::ostream& out, std::ostream& errors) {
   Agent::addLiveCommands(program, commands);
   Agent::addExplain(program, commands);
   Agent::addReplay(program, commands);
+  Agent::addDiff(program, commands);
   commands["trace"] = addTrace(program);
   Agent::addCheck(program, commands);
   Agent::addGenerate(program, commands);

@@ -24,18 +24,21 @@ _vxlan_agent_directories() {
 # The value of an option of a command ("question" is any that asks a running agent); fails if there is no such option, or it takes none.
 _vxlan_agent_value() {
   case $1:$2 in
-    replay:--format | question:--format) _vxlan_agent_reply table json ;;
-    replay:--color) _vxlan_agent_reply auto always never ;;
+    replay:--format | diff:--format | question:--format | part:--format | dump:--format)
+      _vxlan_agent_reply table json ;;
+    replay:--color | diff:--color | dump:--color) _vxlan_agent_reply auto always never ;;
     trace:--format | explain:--format) _vxlan_agent_reply text json ;;
     trace:--level) _vxlan_agent_reply {0..9} ;;
     replay:--ring | run:--ring) _vxlan_agent_directories ;;
     run:--config) _vxlan_agent_files .toml ;;
     run:--record) _vxlan_agent_files .jsonl ;;
     run:--private-key | run:--certificate | run:--ca-cert) _vxlan_agent_files .pem ;;
-    run:--control | question:--control | explain:--control) _vxlan_agent_files .sock ;;
+    run:--control | question:--control | explain:--control | part:--control | dump:--control) _vxlan_agent_files .sock ;;
     run:--data-plane) _vxlan_agent_reply linux none ;;
     run:--links) _vxlan_agent_reply manage adopt ;;
-    replay:--max-process-time | replay:--time-per-read | replay:--rows | trace:--grep | explain:--v*) ;;
+    replay:--max-process-time | replay:--time-per-read | replay:--speed | replay:--until) ;;
+    replay:--stop-at | trace:--grep) ;;
+    *:--rows | *:--vlan | *:--vni | *:--vtep | *:--mac) ;;
     generate:--help | run:--help | run:--trace) return 1 ;;
     generate:--* | run:--*) ;;
     *) return 1 ;;
@@ -57,12 +60,13 @@ _vxlan_agent() {
   COMPREPLY=()
 
   if ((COMP_CWORD == 1)); then
-    _vxlan_agent_reply run status hosts floods problems doctor release explain replay trace check \
-      generate --help --version
+    _vxlan_agent_reply run status hosts floods dump problems doctor release explain replay diff \
+      trace check generate --help --version
     return
   fi
   case $command in
-    status | hosts | floods | problems | doctor | release) command=question ;;
+    status | problems | doctor | release) command=question ;;
+    hosts | floods) command=part ;;
   esac
 
   # "--option=value" comes as three words, or as two while the value is empty.
@@ -86,14 +90,27 @@ _vxlan_agent() {
       ;;
     question:*) _vxlan_agent_reply --format --control --help ;;
     explain:-*) _vxlan_agent_reply - --vlan --vni --format --control --help ;;
+    part:*) _vxlan_agent_reply --format --control --vlan --vni --vtep --mac --help ;;
+    dump:*)
+      _vxlan_agent_reply --format --control --rows --color --vlan --vni --vtep --mac --help
+      ;;
     replay:-*)
       _vxlan_agent_reply - --format --max-process-time --time-per-read --realtime --keep-going \
-        --trace --ring --diff --timeline --rows --color --help
+        --trace --ring --diff --timeline --rows --color --speed --until --stop-at --vlan --vni \
+        --vtep --mac --help
+      ;;
+    diff:-*)
+      _vxlan_agent_reply - --format --rows --color --vlan --vni --vtep --mac --times --keep-going \
+        --help
       ;;
     trace:-*) _vxlan_agent_reply --level --grep --follow --format --help ;;
     check:-*) _vxlan_agent_reply - --help ;;
     generate:*) _vxlan_agent_reply --vnis --hosts --vteps --moves --restarts --seed --help ;;
     replay:* | check:* | explain:*) _vxlan_agent_files .jsonl ;;
+    diff:*)
+      _vxlan_agent_files .jsonl .json
+      mapfile -O ${#COMPREPLY[@]} -t COMPREPLY < <(compgen -W agent -- "$_vxlan_agent_typed")
+      ;;
     trace:*) _vxlan_agent_files .rlg '.rlg.prev*' ;;
   esac
 }

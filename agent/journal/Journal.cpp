@@ -14,11 +14,6 @@ namespace Agent {
 
 namespace {
 
-bool isSkipped(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(" \t\r");
-  return first == std::string_view::npos || text[first] == '#';
-}
-
 double timeOf(const Field& field, double before) {
   if (!field.value) return before;
   const double at = toReal(*field.value, field.name);
@@ -78,6 +73,11 @@ Action actionOf(std::span<const Field> actions, const Field& value) {
 }
 
 }  // namespace
+
+bool isSkipped(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t\r");
+  return first == std::string_view::npos || text[first] == '#';
+}
 
 struct Journal::Parser {
   simdjson::dom::parser json;

@@ -45,6 +45,9 @@ struct Line {
   Action action;
 };
 
+// Whether a line is blank, or a comment.
+bool isSkipped(std::string_view text);
+
 class Journal {
  public:
   // `name` is the file's, for place(). The stream must outlive the journal.

@@ -52,9 +52,9 @@ class JournalFile::Buffer final : public std::streambuf {
 
   void keep(std::size_t most) {
     if (isRegular_) return;
-    kept_ = temporaryFile();
+    if (kept_.number() < 0) kept_ = temporaryFile();
     isKeeping_ = true;
-    room_ = most;
+    mostKept_ = most;
   }
 
   void back() {
@@ -77,9 +77,9 @@ class JournalFile::Buffer final : public std::streambuf {
   }
 
   std::size_t nextBlock() {
-    if (kept_.number() >= 0 && !isKeeping_) {
+    if (kept_.number() >= 0) {
       if (const std::size_t length = read(kept_)) return length;
-      kept_ = Descriptor();
+      if (!isKeeping_) kept_ = Descriptor();
     }
     if (hasEnded_) return 0;  // a terminal could be read on
     const std::size_t length = read(file_);
@@ -89,11 +89,11 @@ class JournalFile::Buffer final : public std::streambuf {
   }
 
   void keepBlock(std::string_view block) {
-    if (block.size() > room_)
+    keptLength_ += block.size();
+    if (keptLength_ > mostKept_)
       throw std::runtime_error(
           name_ +
           " has no start line so far, and no more of it can be kept: " + "expected one, or a file");
-    room_ -= block.size();
     writeAll(kept_.number(), block, "cannot write a copy of " + name_);
   }
 
@@ -105,7 +105,8 @@ class JournalFile::Buffer final : public std::streambuf {
 
   Descriptor kept_;  // the beginning of what cannot be read again
   bool isKeeping_ = false;
-  std::size_t room_ = 0;  // that may still be kept, in bytes
+  std::size_t mostKept_ = 0;  // in bytes
+  std::size_t keptLength_ = 0;
   bool hasEnded_ = false;
 };
 
@@ -117,6 +118,16 @@ JournalFile::JournalFile(const std::string& path)
 }
 
 JournalFile::~JournalFile() = default;
+
+std::string JournalFile::firstLine(std::size_t most) {
+  buffer_->keep(most);
+  std::string line;
+  while (std::getline(stream_, line) && isSkipped(line)) {
+  }
+  stream_.clear();
+  buffer_->back();
+  return isSkipped(line) ? "" : line;
+}
 
 bool JournalFile::findStart(std::size_t most) {
   buffer_->keep(most);

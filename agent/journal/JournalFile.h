@@ -1,5 +1,5 @@
-// The text of a journal: a file, a pipe or the standard input. It can be looked through for a start
-// line before it is read.
+// The text of a journal: a file, a pipe or the standard input. It can be looked through before it
+// is read.
 #pragma once
 
 #include <cstddef>
@@ -22,12 +22,16 @@ class JournalFile {
   JournalFile& operator=(const JournalFile&) = delete;
 
   // Reads on to a line that starts a client, tells whether there is one, and goes back. To be
-  // called before anything is read.
+  // called before anything is read, unless by firstLine().
   //
   // What cannot be read twice, a pipe for one, is kept up to there in a temporary file, which goes
   // with this object. Throws std::system_error when that cannot be written, and std::runtime_error
   // when it would be longer than `most` bytes.
   bool findStart(std::size_t most = mostKept);
+
+  // Reads the first line that is not blank and no comment, goes back, and returns it; what it keeps
+  // meanwhile is kept as above. Empty if there is none.
+  std::string firstLine(std::size_t most = mostKept);
 
   std::istream& stream() { return stream_; }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -10,7 +11,7 @@
 #include "agent/base/JsonText.h"
 #include "agent/base/Text.h"
 #include "agent/view/FloodSetText.h"
-#include "agent/view/Snapshot.h"
+#include "agent/view/JsonView.h"
 
 namespace Agent {
 
@@ -48,14 +49,16 @@ Json jsonOf(const std::optional<Vxlan::VniExt>& vni) {
 }  // namespace
 
 Answer hostsAnswer(const EmbeddedClient& embedded, const WithdrawalGate& gate,
-                   const std::optional<Vorn::EthAddr>& mac) {
+                   const Filter& filter) {
   const StateStore& store = embedded.store();
   const VlanToVni vnis = vlanToVni(*store.vlanVniMaps);
   std::vector<HostRecord> records;
   for (const auto& [key, host] : store.l2RibZepInput->host()) {
-    if (mac && key.mac != *mac) continue;
     const auto vni = vniOf(vnis, key.vlan);
-    records.push_back({key.vlan, key.mac, vni, host.dest.vtepAddr(0),
+    const Vorn::IpGenAddr vtep = host.dest.vtepAddr(0);
+    if (!filter.admits(key.vlan, vni) || !filter.admits(key.mac) || !filter.admitsAnyOf({&vtep, 1}))
+      continue;
+    records.push_back({key.vlan, key.mac, vni, vtep,
                        embedded.client() && embedded.client()->hostTable()->isMarked(key),
                        vni && gate.isWaiting(*vni, key.mac)});
   }
@@ -68,12 +71,13 @@ Answer hostsAnswer(const EmbeddedClient& embedded, const WithdrawalGate& gate,
   });
 }
 
-Answer floodsAnswer(const EmbeddedClient& embedded) {
-  const Snapshot snapshot = takeSnapshot("", 0, {.floodSets = embedded.store().zepSde}, {});
+Answer floodsAnswer(const EmbeddedClient& embedded, const Filter& filter) {
+  Snapshot snapshot = takeSnapshot("", 0, {.floodSets = embedded.store().zepSde}, {});
+  snapshot.vlanToVni = vlanToVni(*embedded.store().vlanVniMaps);
+  filterBy(filter, snapshot);
   std::vector<std::pair<std::optional<Vxlan::VniExt>, VlanFloodSetSnapshot>> records;
-  const VlanToVni vnis = vlanToVni(*embedded.store().vlanVniMaps);
   for (const VlanFloodSetSnapshot& each : *snapshot.floodSets)
-    if (each.floodSet) records.emplace_back(vniOf(vnis, each.vlan), each);
+    if (each.floodSet) records.emplace_back(vniOf(*snapshot.vlanToVni, each.vlan), each);
   return answerOf(std::move(records), [](const auto& each) -> Json {
     const auto& [vni, flood] = each;
     return {{"vlan", flood.vlan.value()},
@@ -82,6 +86,21 @@ Answer floodsAnswer(const EmbeddedClient& embedded) {
             {"type", static_cast<std::uint32_t>(flood.floodSet->type)},
             {"vteps", destTexts(*flood.floodSet)}};
   });
+}
+
+Answer dumpAnswer(Snapshot snapshot) {
+  struct State {
+    explicit State(Snapshot taken) : snapshot(std::move(taken)) {}
+
+    const Snapshot snapshot;
+    DumpPieces pieces{snapshot};
+  };
+  return [state = std::make_shared<State>(std::move(snapshot))](std::string& out) {
+    std::ostringstream piece;
+    const bool more = state->pieces.print(piece);
+    out += piece.view();
+    return more;
+  };
 }
 
 Answer problemsAnswer(const Problems& problems) {

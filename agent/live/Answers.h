@@ -6,6 +6,7 @@
 //              in the gate
 //   floods    {"vlan": 10, "vni": 10010, "mac": "ff:ff:ff:ff:ff:ff", "type": 1,
 //              "vteps": ["10.0.0.2"]}, by VLAN and MAC; 1 is to all, 2 to any one of them
+//   dump      all that it has made, as a line of a replay has it: agent/view/JsonView.h
 //   problems  {"since": TIME, "what": PLACE, "value": TEXT, "why": TEXT}, by their places
 //   status    one object; see statusOf()
 //
@@ -14,14 +15,14 @@
 
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "agent/base/Problems.h"
 #include "agent/gate/WithdrawalGate.h"
 #include "agent/store/EmbeddedClient.h"
-#include "model/Vorn/EthAddr.h"
+#include "agent/view/Filter.h"
+#include "agent/view/Snapshot.h"
 
 namespace Agent {
 
@@ -29,10 +30,11 @@ namespace Agent {
 // which it was begun.
 using Answer = std::function<bool(std::string& out)>;
 
-// Of one MAC, or of all. `embedded` and `gate` need not outlive the answer.
+// `embedded` and `gate` need not outlive the answer.
 Answer hostsAnswer(const EmbeddedClient& embedded, const WithdrawalGate& gate,
-                   const std::optional<Vorn::EthAddr>& mac);
-Answer floodsAnswer(const EmbeddedClient& embedded);
+                   const Filter& filter);
+Answer floodsAnswer(const EmbeddedClient& embedded, const Filter& filter);
+Answer dumpAnswer(Snapshot snapshot);
 Answer problemsAnswer(const Problems& problems);
 
 // One line, or several.

@@ -13,13 +13,15 @@
 
 #include "agent/base/InputError.h"
 #include "agent/base/Text.h"
+#include "agent/live/Question.h"
+#include "agent/view/DumpReader.h"
 #include "agent/view/FloodSetText.h"
 
 namespace Agent {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+using Object = nlohmann::ordered_json;
 using Protocol = asio::local::stream_protocol;
 
 // The socket of the machine's only agent.
@@ -36,17 +38,22 @@ std::string onlySocket() {
                    ": expected --control with the agent's own");
 }
 
-class Connection {
+// A question put to an agent, and its answer line by line.
+class Inquiry {
  public:
-  explicit Connection(const std::string& path) : socket_(io_) {
+  Inquiry(const std::string& control, const Question& question)
+      : path_(control.empty() ? onlySocket() : control) {
+    const std::string line = lineOf(question);
     std::error_code error;
-    socket_.connect(Protocol::endpoint(path), error);
-    if (error) throw std::system_error(error, "no agent answers at " + path);
+    socket_.connect(Protocol::endpoint(path_), error);
+    if (error) throw std::system_error(error, "no agent answers at " + path_);
+    asio::write(socket_, asio::buffer(line));
   }
 
-  void write(const std::string& line) { asio::write(socket_, asio::buffer(line)); }
+  const std::string& path() const { return path_; }
 
-  // The next line without its end; false if there is none.
+  // The next line without its end; false if there is none. Throws InputError where the agent has
+  // not understood.
   bool read(std::string& line) {
     std::error_code error;
     const std::size_t length =
@@ -55,28 +62,30 @@ class Connection {
     if (error) throw std::system_error(error, "cannot read the agent's answer");
     line = pending_.substr(0, length - 1);
     pending_.erase(0, length);
-    return true;
+    if (!line.starts_with("{\"error\"")) return true;
+    throw InputError(Object::parse(line).at("error").get<std::string>());
   }
 
  private:
+  const std::string path_;
   asio::io_context io_;
-  Protocol::socket socket_;
+  Protocol::socket socket_{io_};
   std::string pending_;
 };
 
-std::string textOf(const Json& value) {
+std::string textOf(const Object& value) {
   if (value.is_null()) return "-";
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
   if (value.is_array()) {
     std::string all;
-    for (const Json& each : value) appendTo(all, " ", textOf(each));
+    for (const Object& each : value) appendTo(all, " ", textOf(each));
     return all;
   }
   return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
 // "hosts.wanted" and what it is, a line each.
-void addFields(TextTable& table, const std::string& name, const Json& value) {
+void addFields(TextTable& table, const std::string& name, const Object& value) {
   if (!value.is_object()) return table.add({name, textOf(value)});
   for (const auto& [key, member] : value.items()) {
     std::string path = name;
@@ -93,7 +102,7 @@ class Tables {
         columns_(columnsOf(what)),
         table_(columns_.empty() ? std::vector<std::string>{"what", "now"} : columns_) {}
 
-  void add(const Json& record) {
+  void add(const Object& record) {
     if (columns_.empty())
       addFields(table_, "", record);
     else
@@ -118,10 +127,10 @@ class Tables {
     return {};
   }
 
-  void addRow(const Json& record) {
+  void addRow(const Object& record) {
     std::vector<std::string> cells;
     for (const std::string& key : columns_) {
-      const Json& value = record.at(key);
+      const Object& value = record.at(key);
       const bool isType = key == "type";
       cells.push_back(isType ? typeText(L2Rib::FloodSetType{value.get<std::uint32_t>()})
                              : textOf(value));
@@ -140,7 +149,7 @@ class StoryText {
  public:
   explicit StoryText(std::ostream& out) : out_(out) {}
 
-  void add(const Json& record) {
+  void add(const Object& record) {
     if (record.contains("wholeSince")) {
       out_ << "  what was before " << textOf(record["wholeSince"]) << " is no longer known\n";
       return;
@@ -158,30 +167,43 @@ class StoryText {
 
 }  // namespace
 
-ExitStatus ask(const Question& question, std::ostream& out) {
-  Connection agent(question.control.empty() ? onlySocket() : question.control);
-  Json asked{{"question", question.what}};
-  if (!question.mac.empty()) asked["mac"] = question.mac;
-  if (question.vlan) asked["vlan"] = *question.vlan;
-  if (question.vni) asked["vni"] = *question.vni;
-  agent.write(asked.dump() + '\n');
-  const bool isStory = question.what == "explain";
-  Tables tables(question.what);
+ExitStatus ask(const AskOptions& options, std::ostream& out) {
+  const std::string& what = options.what;
+  const bool json = options.output.format == Format::json;
+  if (what == "dump" && !json) {
+    printTable(out, askForDump(options.control, options.output.filter), options.output.table);
+    return ExitStatus::done;
+  }
+  Inquiry inquiry(options.control, {what, options.output.filter});
+  const bool isStory = what == "explain";
+  Tables tables(what);
   StoryText story(out);
   ExitStatus status = ExitStatus::done;
-  for (std::string line; agent.read(line);) {
-    const Json record = Json::parse(line);
-    if (record.contains("error")) throw InputError(record["error"].get<std::string>());
-    if (question.what == "doctor" && record.at("reason").is_null()) status = ExitStatus::failed;
-    if (question.json)
+  for (std::string line; inquiry.read(line);) {
+    if (what == "dump") {
+      out << line << '\n';
+      continue;
+    }
+    const Object record = Object::parse(line);
+    if (what == "doctor" && record.at("reason").is_null()) status = ExitStatus::failed;
+    if (json)
       out << line << '\n';
     else if (isStory)
       story.add(record);
     else
       tables.add(record);
   }
-  if (!question.json && !isStory) tables.print(out);
+  if (!json && !isStory) tables.print(out);
   return status;
+}
+
+Snapshot askForDump(const std::string& control, const Filter& filter) {
+  Inquiry inquiry(control, {"dump", filter});
+  std::string line;
+  if (!inquiry.read(line)) throw InputError(inquiry.path() + " answers nothing: expected a dump");
+  Snapshot snapshot = readDump(line);
+  snapshot.origin.source = inquiry.path();
+  return snapshot;
 }
 
 }  // namespace Agent

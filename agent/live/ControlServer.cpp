@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "agent/base/InputError.h"
+#include "agent/live/Question.h"
 
 namespace Agent {
 
@@ -47,14 +48,13 @@ class ControlServer::Connection : public std::enable_shared_from_this<Connection
 
   void run() {
     armLimit();
-    asio::async_read_until(socket_, asio::dynamic_buffer(question_, longestQuestion), '\n',
+    asio::async_read_until(socket_, asio::dynamic_buffer(question_, Question::longest), '\n',
                            [self = shared_from_this()](const std::error_code& error, std::size_t) {
                              if (!error) self->answer();
                            });
   }
 
  private:
-  static constexpr std::size_t longestQuestion = 4096;
   static constexpr std::chrono::seconds patience{10};
 
   // Whoever neither asks nor reads is not waited for.

@@ -1,6 +1,5 @@
-// The control socket: a question, one line of JSON, on each connection; its answer, and the end.
-//
-//   {"question": "hosts", "mac": "02:00:00:00:00:01"}
+// The control socket: a question (agent/live/Question.h) on each connection; its answer, and the
+// end.
 //
 // A question that cannot be answered gets {"error": "what is wrong with it"}.
 #pragma once

@@ -12,6 +12,7 @@
 #include "agent/journal/WholeState.h"
 #include "agent/live/Doctor.h"
 #include "agent/live/Notify.h"
+#include "agent/live/Question.h"
 #include "framework/Moru/ActivityFacility.h"
 #include "framework/Moru/Exception.h"
 #include "framework/Ringlog/Ring.h"
@@ -208,33 +209,19 @@ std::string LiveAgent::because() const {
   return reasons;
 }
 
-Answer LiveAgent::answer(const std::string& question) {
-  const auto asked = Object::parse(question, nullptr, false);
-  const auto textAt = [&asked](const char* key) {
-    return asked.is_object() && asked.contains(key) && asked[key].is_string()
-               ? asked[key].get<std::string>()
-               : std::string();
-  };
-  const std::string what = textAt("question");
+Answer LiveAgent::answer(const std::string& line) {
+  const auto [what, filter] = questionOf(line);
   if (what == "status") return lineAnswer(status());
-  if (what == "floods") return floodsAnswer(embedded_);
+  if (what == "hosts") return hostsAnswer(embedded_, gate_, filter);
+  if (what == "floods") return floodsAnswer(embedded_, filter);
   if (what == "problems") return problemsAnswer(problems_);
+  if (what == "dump") return dumpAnswer(snapshot(filter));
   if (what == "doctor")
     return doctorAnswer(
         {import_, gate_, embedded_, programming_ ? &programming_->plane() : nullptr});
-  std::optional<Vorn::EthAddr> mac;
-  if (const std::string text = textAt("mac"); !text.empty()) {
-    mac = Vorn::EthAddr::parse(text);
-    if (!mac) throw InputError('"' + text + "\": expected a MAC address");
-  }
-  if (what == "hosts") return hostsAnswer(embedded_, gate_, mac);
   if (what == "explain") {
-    if (!mac) throw InputError("explain: expected a MAC address");
-    const auto numberAt = [&asked](const char* key) -> std::optional<std::uint32_t> {
-      if (!asked.contains(key) || !asked[key].is_number_unsigned()) return std::nullopt;
-      return asked[key].get<std::uint32_t>();
-    };
-    return stories_.answer(*mac, scopeOf(embedded_.store(), numberAt("vlan"), numberAt("vni")),
+    if (filter.macs.size() != 1) throw InputError("explain: expected one MAC address");
+    return stories_.answer(*filter.macs.begin(), scopeOf(embedded_.store(), filter),
                            programming_ ? &programming_->plane() : nullptr);
   }
   if (what == "release") {
@@ -244,8 +231,16 @@ Answer LiveAgent::answer(const std::string& question) {
     if (wasHeld) log_.notice("the hold is ended by the operator");
     return lineAnswer({{"released", wasHeld}});
   }
-  throw InputError('"' + what +
-                   "\": expected status, hosts, floods, problems, doctor, explain or release");
+  throw InputError(
+      '"' + what +
+      "\": expected status, hosts, floods, dump, problems, doctor, explain or release");
+}
+
+Snapshot LiveAgent::snapshot(const Filter& filter) const {
+  Snapshot snapshot = takeSnapshot("running", now(), embedded_);
+  snapshot.origin.switchName = options_.switchName;
+  filterBy(filter, snapshot);
+  return snapshot;
 }
 
 std::string LiveAgent::timeText(double at) const {

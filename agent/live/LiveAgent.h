@@ -68,7 +68,8 @@ class LiveAgent final : private Ovsdb::SessionListener {
   void tell(const std::string& what, const Problem& problem);
   void tellConvergence();
 
-  Answer answer(const std::string& question);
+  Answer answer(const std::string& line);
+  Snapshot snapshot(const Filter& filter) const;
   nlohmann::ordered_json status() const;
   nlohmann::ordered_json holdStatus() const;
   std::string because() const;

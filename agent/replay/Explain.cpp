@@ -39,7 +39,7 @@ ExitStatus explainJournal(const std::string& path, const ExplainOptions& options
                             {.event = [&events](const Event& event) { events.push_back(event); }}};
   Replay replay(file, hasStart, replayOptions, nullptr, errors);
   const ExitStatus status = replay.run();
-  const StoryScope scope = scopeOf(replay.embedded().store(), options.vlan, options.vni);
+  const StoryScope scope = scopeOf(replay.embedded().store(), options.filter);
   print(out, options, storyOf(events, scope), verdictOn(replay.embedded(), options.mac, scope),
         replay.time());
   const bool isMentioned =

@@ -1,20 +1,18 @@
 // `vxlan-agent explain MAC JOURNAL`: plays a journal, and tells the story of one MAC.
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <ostream>
 #include <string>
 
 #include "agent/base/ExitStatus.h"
+#include "agent/view/Filter.h"
 #include "model/Vorn/EthAddr.h"
 
 namespace Agent {
 
 struct ExplainOptions {
   Vorn::EthAddr mac{};
-  std::optional<std::uint16_t> vlan{};  // in this one alone
-  std::optional<std::uint32_t> vni{};
+  Filter filter{};  // its VLANs and VNIs
   bool json = false;
 };
 

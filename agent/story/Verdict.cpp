@@ -280,17 +280,17 @@ std::vector<Finding> verdictOn(const EmbeddedClient& embedded, const Vorn::EthAd
   return Judge(embedded, mac, scope).judge();
 }
 
-StoryScope scopeOf(const StateStore& store, std::optional<std::uint32_t> vlan,
-                   std::optional<std::uint32_t> vni) {
-  if (!vlan && !vni) return {};
+StoryScope scopeOf(const StateStore& store, const Filter& filter) {
+  if (filter.vlans.empty() && filter.vnis.empty()) return {};
   std::set<std::uint16_t> vlans;
   std::set<std::uint32_t> vnis;
-  if (vlan) vlans.insert(static_cast<std::uint16_t>(*vlan));
-  if (vni) vnis.insert(*vni);
+  for (const Bridging::VlanId& vlan : filter.vlans) vlans.insert(vlan.value());
+  for (const Vxlan::VniExt& vni : filter.vnis) vnis.insert(vni.value());
   for (const auto& [intf, map] : store.vlanVniMaps->vlanVniMap())
-    for (const auto& [each, mapped] : map->vniToVlan()) {
-      if (vlan && mapped.value() == *vlan) vnis.insert(each.value());
-      if (vni && each.value() == *vni && !!mapped) vlans.insert(mapped.value());
+    for (const auto& [vni, mapped] : map->vniToVlan()) {
+      if (!mapped) continue;
+      if (filter.vnis.contains(vni)) vlans.insert(mapped.value());
+      if (filter.vlans.contains(Bridging::VlanId(mapped.value()))) vnis.insert(vni.value());
     }
   return {vlans, vnis};
 }

@@ -10,6 +10,7 @@
 
 #include "agent/store/EmbeddedClient.h"
 #include "agent/story/Story.h"
+#include "agent/view/Filter.h"
 #include "model/Vorn/EthAddr.h"
 
 namespace Agent {
@@ -34,8 +35,7 @@ struct Finding {
 std::vector<Finding> verdictOn(const EmbeddedClient& embedded, const Vorn::EthAddr& mac,
                                const StoryScope& scope = {});
 
-// The VLANs and VNIs that belong to one of either, as the maps stand.
-StoryScope scopeOf(const StateStore& store, std::optional<std::uint32_t> vlan,
-                   std::optional<std::uint32_t> vni);
+// The filter's VLANs and VNIs, each with those that it is mapped to, as the maps stand.
+StoryScope scopeOf(const StateStore& store, const Filter& filter);
 
 }  // namespace Agent

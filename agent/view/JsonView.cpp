@@ -1,5 +1,6 @@
 #include "agent/view/JsonView.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -77,17 +78,6 @@ void addKind(Json& json, const char* kind, const std::set<Value>& values, ToJson
   for (const Value& value : values) json[kind].push_back(toJson(value));
 }
 
-Json jsonOf(const Filter& filter) {
-  const auto number = [](const auto& value) { return value.value(); };
-  const auto address = [](const auto& value) { return value.stringValue(); };
-  Json json = Json::object();
-  addKind(json, "vlan", filter.vlans, number);
-  addKind(json, "vni", filter.vnis, number);
-  addKind(json, "vtep", filter.vteps, address);
-  addKind(json, "mac", filter.macs, address);
-  return json;
-}
-
 Json jsonOf(const std::optional<VlanToVni>& vlanToVni) {
   if (!vlanToVni) return nullptr;
   Json json = Json::object();
@@ -104,28 +94,20 @@ void begin(std::ostream& out, const Origin& origin) {
 }
 
 void printFilter(std::ostream& out, const Filter& filter) {
-  if (!filter.empty()) out << ", \"filter\": " << jsonText(jsonOf(filter));
+  if (!filter.empty()) out << ", \"filter\": " << jsonText(filterJson(filter));
+}
+
+template <class Record>
+void printElement(std::ostream& out, std::size_t index, const Record& record) {
+  out << (index > 0 ? ", " : "") << jsonText(jsonOf(record));
 }
 
 // `"name": [...]`, a record at a time.
 template <class Record>
 void printList(std::ostream& out, const char* name, const std::vector<Record>& records) {
   out << '"' << name << "\": [";
-  const char* separator = "";
-  for (const Record& record : records) {
-    out << separator << jsonText(jsonOf(record));
-    separator = ", ";
-  }
+  for (std::size_t i = 0; i < records.size(); ++i) printElement(out, i, records[i]);
   out << ']';
-}
-
-template <class Record>
-void printList(std::ostream& out, const char* name,
-               const std::optional<std::vector<Record>>& records) {
-  if (records)
-    printList(out, name, *records);
-  else
-    out << '"' << name << "\": null";
 }
 
 template <class Record>
@@ -137,19 +119,6 @@ void printChanges(std::ostream& out, const char* name, const ListChanges<Record>
   out << ", ";
   printList(out, "changed", changes.changed);
   out << '}';
-}
-
-void printClient(std::ostream& out, const ClientSnapshot& client) {
-  out << "{\"vxlanControllerClientMode\": " << jsonText(client.vxlanControllerClientMode)
-      << ", \"datapathLearningMode\": " << jsonText(client.datapathLearningMode) << ", ";
-  printList(out, "vccImportVlans", client.vccImportVlans);
-  out << ", ";
-  printList(out, "vnis", client.vnis);
-  out << ", \"mlagBum\": " << jsonText(client.mlagBum)
-      << ", \"hostTable\": {\"markedForDelCount\": " << jsonText(client.hostTable.markedForDelCount)
-      << ", ";
-  printList(out, "entries", client.hostTable.entries);
-  out << "}}";
 }
 
 Json viewOf(const Snapshot& snapshot) {
@@ -166,21 +135,85 @@ Json statusOf(const Snapshot& snapshot) {
 
 }  // namespace
 
+Json filterJson(const Filter& filter) {
+  const auto number = [](const auto& value) { return value.value(); };
+  const auto address = [](const auto& value) { return value.stringValue(); };
+  Json json = Json::object();
+  addKind(json, "vlan", filter.vlans, number);
+  addKind(json, "vni", filter.vnis, number);
+  addKind(json, "vtep", filter.vteps, address);
+  addKind(json, "mac", filter.macs, address);
+  return json;
+}
+
+DumpPieces::DumpPieces(const Snapshot& snapshot) {
+  add([&snapshot](std::ostream& out) {
+    begin(out, snapshot.origin);
+    out << "\"dump\": " << jsonText(snapshot.label) << ", \"at\": " << jsonText(snapshot.at);
+    printFilter(out, snapshot.filter);
+    out << ", \"vlanToVni\": " << jsonText(jsonOf(snapshot.vlanToVni))
+        << ", \"client\": " << (snapshot.client ? "" : "null");
+  });
+  if (snapshot.client) addClient(*snapshot.client);
+  add([](std::ostream& out) { out << ", \"l2rib\": {"; });
+  addList("hosts", snapshot.hosts);
+  add([](std::ostream& out) { out << ", "; });
+  addList("floodSets", snapshot.floodSets);
+  add([&snapshot](std::ostream& out) {
+    out << "}, \"clientView\": " << jsonText(viewOf(snapshot))
+        << ", \"convergenceStatus\": " << jsonText(statusOf(snapshot)) << "}\n";
+  });
+}
+
+bool DumpPieces::print(std::ostream& out) {
+  if (!pieces_[next_](out)) ++next_;
+  return next_ < pieces_.size();
+}
+
+void DumpPieces::add(std::function<void(std::ostream&)> print) {
+  pieces_.emplace_back([print = std::move(print)](std::ostream& out) {
+    print(out);
+    return false;
+  });
+}
+
+template <class Record>
+void DumpPieces::addList(const char* name, const std::vector<Record>& records) {
+  pieces_.emplace_back([name, &records, next = std::size_t{0}](std::ostream& out) mutable {
+    constexpr std::size_t recordsAtOnce = 512;
+    if (next == 0) out << '"' << name << "\": [";
+    const std::size_t end = std::min(next + recordsAtOnce, records.size());
+    for (; next < end; ++next) printElement(out, next, records[next]);
+    if (next == records.size()) out << ']';
+    return next < records.size();
+  });
+}
+
+template <class Record>
+void DumpPieces::addList(const char* name, const std::optional<std::vector<Record>>& records) {
+  if (records) return addList(name, *records);
+  add([name](std::ostream& out) { out << '"' << name << "\": null"; });
+}
+
+void DumpPieces::addClient(const ClientSnapshot& client) {
+  add([&client](std::ostream& out) {
+    out << "{\"vxlanControllerClientMode\": " << jsonText(client.vxlanControllerClientMode)
+        << ", \"datapathLearningMode\": " << jsonText(client.datapathLearningMode) << ", ";
+    printList(out, "vccImportVlans", client.vccImportVlans);
+    out << ", ";
+    printList(out, "vnis", client.vnis);
+    out << ", \"mlagBum\": " << jsonText(client.mlagBum)
+        << ", \"hostTable\": {\"markedForDelCount\": "
+        << jsonText(client.hostTable.markedForDelCount) << ", ";
+  });
+  addList("entries", client.hostTable.entries);
+  add([](std::ostream& out) { out << "}}"; });
+}
+
 void printJson(std::ostream& out, const Snapshot& snapshot) {
-  begin(out, snapshot.origin);
-  out << "\"dump\": " << jsonText(snapshot.label) << ", \"at\": " << jsonText(snapshot.at);
-  printFilter(out, snapshot.filter);
-  out << ", \"vlanToVni\": " << jsonText(jsonOf(snapshot.vlanToVni)) << ", \"client\": ";
-  if (snapshot.client)
-    printClient(out, *snapshot.client);
-  else
-    out << "null";
-  out << ", \"l2rib\": {";
-  printList(out, "hosts", snapshot.hosts);
-  out << ", ";
-  printList(out, "floodSets", snapshot.floodSets);
-  out << "}, \"clientView\": " << jsonText(viewOf(snapshot))
-      << ", \"convergenceStatus\": " << jsonText(statusOf(snapshot)) << "}\n";
+  DumpPieces pieces(snapshot);
+  while (pieces.print(out)) {
+  }
 }
 
 void printJson(std::ostream& out, const Diff& diff) {

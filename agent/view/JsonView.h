@@ -52,14 +52,44 @@
 //   {"journal": FILE, "line": 17, "exception": TYPE, "text": "..."}
 #pragma once
 
+#include <cstddef>
+#include <functional>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "agent/view/Diff.h"
 #include "agent/view/Snapshot.h"
 #include "agent/view/TimelineView.h"
 
 namespace Agent {
+
+// A dump in pieces, for who has other things to do in between. The snapshot must outlive it.
+class DumpPieces {
+ public:
+  explicit DumpPieces(const Snapshot& snapshot);
+
+  // Writes the next piece, of some milliseconds at most; false if that was the last.
+  bool print(std::ostream& out);
+
+ private:
+  using Piece = std::function<bool(std::ostream&)>;
+
+  void add(std::function<void(std::ostream&)> print);
+  template <class Record>
+  void addList(const char* name, const std::vector<Record>& records);
+  template <class Record>
+  void addList(const char* name, const std::optional<std::vector<Record>>& records);
+  void addClient(const ClientSnapshot& client);
+
+  std::vector<Piece> pieces_;  // true if it is to be called again
+  std::size_t next_ = 0;
+};
+
+// The kinds of a filter that are given, as an object: {"vlan": [10], ...}.
+nlohmann::ordered_json filterJson(const Filter& filter);
 
 // Each ends its line. Records are written one by one: a million of them takes no room. All is in
 // ASCII, so that no text from a recording controls a terminal; text that is not UTF-8 has its wrong

@@ -94,6 +94,7 @@ TEST(JournalFile, ReadsAPipeFromItsBeginningAndLeavesNothingBehind) {
   for (const std::string& text : {std::string(), before, whole}) {
     std::thread writer([&] { std::ofstream(pipe) << text; });
     Agent::JournalFile file(pipe);
+    EXPECT_EQ(file.firstLine(), text.substr(0, text.find('\n')));
     EXPECT_EQ(file.findStart(text == before ? text.size() : 200'000), text.size() > before.size())
         << "only what is before the start line must be kept";
     const std::filesystem::directory_iterator files(folder);

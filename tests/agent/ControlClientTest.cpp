@@ -25,9 +25,9 @@ TEST(ControlClientTest, TheDoctorFailsOverADifferenceWithoutAReason) {
     return [&](std::string& out) { return out = answer, false; };
   });
   std::thread agent([&io] { io.run(); });
-  const auto ask = [&](bool json) {
+  const auto ask = [&](Agent::Format format) {
     std::ostringstream out;
-    const ExitStatus status = Agent::ask({path, "doctor", "", json}, out);
+    const ExitStatus status = Agent::ask({path, "doctor", {.format = format}}, out);
     return std::to_string(status) + ' ' + out.str();
   };
   const std::string explained =
@@ -36,16 +36,16 @@ TEST(ControlClientTest, TheDoctorFailsOverADifferenceWithoutAReason) {
   const std::string unexplained =
       R"({"vni":9,"mac":"N","database":"A","client":"A","kernel":null,"reason":null})"
       "\n";
-  EXPECT_EQ(ask(false), "0 nothing differs\n");
+  EXPECT_EQ(ask(Agent::Format::table), "0 nothing differs\n");
   EXPECT_EQ(asked, "{\"question\":\"doctor\"}\n");
-  EXPECT_EQ(ask(true), "0 ");
+  EXPECT_EQ(ask(Agent::Format::json), "0 ");
   answer = explained;
-  EXPECT_EQ(ask(false),
+  EXPECT_EQ(ask(Agent::Format::table),
             "0    vni  mac  database  client   kernel  reason\n"
             "  5001  M    -         all A B  A       held\n");
   answer = unexplained + explained;
-  EXPECT_EQ(ask(true), "1 " + answer);
-  EXPECT_TRUE(ask(false).starts_with("1 "));
+  EXPECT_EQ(ask(Agent::Format::json), "1 " + answer);
+  EXPECT_TRUE(ask(Agent::Format::table).starts_with("1 "));
   io.stop();
   agent.join();
 }

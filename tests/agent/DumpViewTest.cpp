@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "agent/view/DiffView.h"
+#include "agent/view/DumpReader.h"
 #include "agent/view/JsonView.h"
 #include "agent/view/TableView.h"
 
@@ -71,6 +73,86 @@ TEST(Snapshot, MapsEachVlanByTheFirstInterfaceThatHasIt) {
   second->vlanToVspIs(VlanId(40), Vxlan::VniSourcePair());
   EXPECT_THAT(Agent::vlanToVni(*maps), ElementsAre(Pair(VlanId(10), Vxlan::VniExt(10010)),
                                                    Pair(VlanId(20), Vxlan::VniExt(20020))));
+}
+
+std::string complaint(const std::string& line) {
+  try {
+    Agent::readDump(line);
+    return "";
+  } catch (const Agent::InputError& error) {
+    return error.what();
+  }
+}
+
+TEST(DumpReader, NamesThePlaceOfWhatIsWrong) {
+  Snapshot snapshot = hostsSnapshot(1, 3, "10.0.0.2");
+  snapshot.client.emplace();
+  snapshot.client->hostTable.entries.resize(2);
+  snapshot.floodSets = {{VlanId(10), Agent::FloodSetSnapshot{}}};
+  snapshot.filter.vlans.insert(VlanId(10));
+  std::ostringstream out;
+  printJson(out, snapshot);
+  const std::string dump = out.str();
+  ASSERT_EQ(complaint(dump), "");
+  const struct {
+    const char* good;
+    const char* bad;
+    const char* complaint;
+  } cases[] = {
+      {R"("mac":"02:00:00:00:00:02")", R"("mac":"02")",
+       R"(l2rib: hosts[1]: mac is "02": expected a MAC address)"},
+      {R"("vtep":"10.0.0.2")", R"("vtep":7)", "l2rib: hosts[0]: vtep is 7: expected a text"},
+      {R"("vtep":"0.0.0.0")", R"("vtep":"x")",
+       R"(client: hostTable: entries[0]: vtep is "x": expected an IP address)"},
+      {R"("markedForDel":false)", R"("marked":false)",
+       R"(client: hostTable: entries[0]: unknown key "marked": expected an object with)"},
+      {R"(,"dests":[])", "", "l2rib: floodSets[0]: dests is missing: expected"},
+      {R"("vlan":[10])", R"("vlan":[4095])", "filter: vlan is 4095: expected a VLAN, 1 to 4094"},
+      {R"("vlanToVni": null)", R"("vlanToVni": {"0": 7})",
+       R"(vlanToVni: a key is "0": expected a VLAN)"},
+      {R"("at": 0.0)", R"("at": "0")", R"(at is "0": expected a number)"},
+      {R"("clientView": null, )", "", "clientView is missing: expected"},
+      {R"("clientView": null, )", R"("clientView": {"convergenceInProgress": 1}, )",
+       "clientView: convergenceInProgress is 1: expected true or false"},
+      {"}\n", "", "not JSON at column "},
+  };
+  for (const auto& each : cases) {
+    std::string text = dump;
+    const std::size_t place = text.find(each.good);
+    ASSERT_NE(place, std::string::npos) << each.good;
+    EXPECT_THAT(complaint(text.replace(place, std::string(each.good).size(), each.bad)),
+                testing::StartsWith(each.complaint));
+  }
+}
+
+TEST(DumpReader, ComparesInTheOrderOfTheKeysWhoeverHasWrittenTheDump) {
+  Snapshot snapshot = hostsSnapshot(0, 5, "10.0.0.2");
+  Snapshot shuffled = snapshot;
+  std::swap(shuffled.hosts->front(), shuffled.hosts->back());
+  std::ostringstream out;
+  printJson(out, shuffled);
+  const Snapshot read = Agent::readDump(out.str());
+  EXPECT_TRUE(compare(&snapshot, read).empty());
+  snapshot.hosts->front().time = 3;
+  EXPECT_FALSE(compare(&snapshot, read).empty());
+  EXPECT_TRUE(compare(&snapshot, read, {.times = false}).empty());
+  snapshot.hosts->front().moveCount = 1;
+  EXPECT_EQ(compare(&snapshot, read, {.times = false}).hosts.changed.size(), 1U);
+}
+
+TEST(DumpPieces, AreAsLongAsWhatCanBeWaitedFor) {
+  const Snapshot snapshot = hostsSnapshot(0, 5000, "10.0.0.2");
+  std::ostringstream whole;
+  printJson(whole, snapshot);
+  Agent::DumpPieces pieces(snapshot);
+  std::string all;
+  for (bool more = true; more;) {
+    std::ostringstream piece;
+    more = pieces.print(piece);
+    EXPECT_LT(piece.str().size(), whole.str().size() / 5);
+    all += piece.str();
+  }
+  EXPECT_EQ(all, whole.str());
 }
 
 TEST(TableView, CapsEveryTable) {

@@ -22,6 +22,8 @@
 #include "agent/journal/Journal.h"
 #include "agent/journal/JournalWriter.h"
 #include "agent/replay/Replay.h"
+#include "agent/view/DumpReader.h"
+#include "agent/view/JsonView.h"
 #include "tests/agent/Golden.h"
 
 namespace {
@@ -139,6 +141,20 @@ TEST_P(Golden, PrintsWhatItHasPrinted) {
     EXPECT_EQ(played.status, refused ? Agent::ExitStatus::refused : Agent::ExitStatus::done);
     EXPECT_TRUE(view.trace || played.errors.empty()) << played.errors;
   }
+}
+
+TEST_P(Golden, ReadsItsDumpsAsTheyWerePrinted) {
+  const Played played = play(journal_, {.name = "", .output = {.format = json}, .timeline = true});
+  for (const std::string& line : linesOf(std::istringstream(played.out))) {
+    EXPECT_TRUE(Agent::isOutput(line)) << line;
+    const auto dump = Agent::readOutput(line);
+    EXPECT_EQ(dump.has_value(), line.find("\"dump\": ") != std::string::npos) << line;
+    std::ostringstream again;
+    if (dump) printJson(again, *dump);
+    EXPECT_EQ(again.str(), dump ? line + '\n' : "");
+  }
+  for (const std::string& line : linesOf(std::ifstream(journal_)))
+    EXPECT_FALSE(Agent::isOutput(line)) << line;
 }
 
 // What the client and its outputs are in the end, but for the times at which hosts were read.

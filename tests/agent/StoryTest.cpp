@@ -127,7 +127,7 @@ TEST_F(Explain, NamesTheGateThatAHostDoesNotPass) {
   const auto with = [](const std::string& line) { return follows + announced + line + '\n'; };
   EXPECT_THAT(verdict(with("")), ElementsAre("  VNI 10010: in the RIB: VLAN 10 behind 10.0.0.2"));
   EXPECT_THAT(verdict(follows), ElementsAre("  no VNI announces it"));
-  EXPECT_THAT(verdict(with(""), {.mac = host, .vni = 10020}),
+  EXPECT_THAT(verdict(with(""), {.mac = host, .filter = {.vnis = {Vxlan::VniExt(10020)}}}),
               ElementsAre("  the controller has no entry for VNI 10020"));
   EXPECT_THAT(verdict(with(R"({"stop":true})")), ElementsAre("  VNI 10010: no client runs",
                                                              "  still in the RIB: VLAN 10 behind "
@@ -203,7 +203,8 @@ TEST_F(Explain, TellsOfOneVlanOrVniAlone) {
 )";
   EXPECT_THAT(verdict(journal), testing::SizeIs(2));
   for (const auto& options :
-       {Agent::ExplainOptions{.mac = host, .vlan = 20}, {.mac = host, .vni = 10020}}) {
+       {Agent::ExplainOptions{.mac = host, .filter = {.vlans = {Bridging::VlanId(20)}}},
+        {.mac = host, .filter = {.vnis = {Vxlan::VniExt(10020)}}}}) {
     const auto lines = explain(journal, options).lines;
     EXPECT_THAT(lines, testing::Contains(HasSubstr("came to VLAN 20")));
     EXPECT_THAT(lines, testing::Each(testing::Not(HasSubstr("10.0.0.2"))));

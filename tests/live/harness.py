@@ -530,6 +530,8 @@ class LiveTest(unittest.TestCase):
         ]
         said = [(each["vlan"], each["mac"], each["type"], each["vteps"]) for each in floods]
         self.assertCountEqual(replayed, said)
+        done = run_agent("diff", agent.recording, f"agent:{agent.control}")
+        self.assertEqual(done.returncode, 0, done)
 
 
 def hosts_of(number, vteps=("10.0.0.2",), first=1):

@@ -341,13 +341,64 @@ class Operator(FollowTest):
         self.assertEqual([json.loads(line)["mac"] for line in one.splitlines()], [OTHER])
         self.assertEqual(self.agent.command("hosts", "02:00:00:00:00:09").stdout, "none\n")
 
+    def test_shows_a_part(self):
+        self.database.announce("ls1", {HOST: "10.0.0.2", OTHER: "10.0.0.3"})
+        self.database.ctl("add-mcast-remote ls1 unknown-dst 10.0.0.3")
+        self.wait_floods({(5001, BROADCAST): (TO_ANY, ["10.0.0.3"])})
+        self.agent.wait_hosts({HOST: "10.0.0.2", OTHER: "10.0.0.3"})
+        for words, hosts, floods in (
+            (("--vlan=10", "--vni=5001"), [HOST, OTHER], [BROADCAST]),
+            (("--vlan=11",), [], []),
+            (("--vtep=10.0.0.3",), [OTHER], [BROADCAST]),
+            ((f"--mac={HOST}", f"--mac={BROADCAST}"), [HOST], [BROADCAST]),
+            (("--vni=5001", "--vtep=10.0.0.2"), [HOST], []),
+        ):
+            found = [self.lines(what, *words) for what in ("hosts", "floods")]
+            self.assertEqual([[each["mac"] for each in some] for some in found], [hosts, floods])
+            (dump,) = self.lines("dump", *words)
+            rib = dump["l2rib"]
+            found = [[each.get("mac") for each in rib[what]] for what in ("hosts", "floodSets")]
+            self.assertEqual(found, [hosts, floods], words)
+            self.assertEqual(dump["switch"], "tor")
+            self.assertTrue(dump["filter"])
+        table = self.agent.command("dump", "--vtep=10.0.0.3").stdout
+        self.assertRegex(table, "== running at .* s, filtered: VTEP 10.0.0.3\n")
+        self.assertIn(OTHER, table)
+        self.assertNotIn(HOST, table)
+        macs = [f"--mac=02:00:00:00:{each:02x}:01" for each in range(250)]
+        done = self.agent.command("hosts", *macs)
+        self.assertEqual((done.returncode, "at most 4096" in done.stderr), (1, True), done)
+
+    def lines(self, *words):
+        done = self.agent.command(*words, "--format=json")
+        self.assertEqual(done.returncode, 0, done)
+        return [json.loads(line) for line in done.stdout.splitlines()]
+
+    def test_is_compared(self):
+        self.database.announce("ls1", {HOST: "10.0.0.2"})
+        self.agent.wait_hosts({HOST: "10.0.0.2"})
+        self.agent.wait_quiet()
+        saved = self.directory / "saved.json"
+        saved.write_text(self.agent.command("dump", "--format=json").stdout)
+        running = f"agent:{self.agent.control}"
+        self.assertEqual(run_agent("diff", saved, running).returncode, 0)
+        self.database.announce("ls1", {OTHER: "10.0.0.3"})
+        self.agent.wait_hosts({HOST: "10.0.0.2", OTHER: "10.0.0.3"})
+        done = run_agent("diff", saved, running)
+        self.assertEqual(done.returncode, 1, done)
+        self.assertIn(f"+  {OTHER}", done.stdout)
+        self.assertIn(f"== {self.agent.control}: running at", done.stdout)
+        self.assertEqual(run_agent("diff", saved, running, f"--mac={HOST}").returncode, 0)
+
     def test_is_refused(self):
-        for question in (b"{}", b"what?", b'{"question": "weather"}', b"[" * 2000, b"\xff"):
+        for question in (
+            b"{}", b"what?", b'{"question": "weather"}', b"[" * 2000, b"\xff",
+            b'{"question": "hosts", "vlan": 4095}', b'{"question": "hosts", "mac": ["02:00"]}',
+            b'{"question": "status", "vni": 5001}', b'{"question": "hosts", "vtap": "10.0.0.2"}',
+        ):  # fmt: skip
             self.assertIn("expected", self.agent.answer(question)[0]["error"])
         with self.assertRaises(ConnectionError):
             self.agent.answer(b"x" * 100000)
-        done = self.agent.command("hosts", "02:00")
-        self.assertEqual((done.returncode != 0, "02:00" in done.stderr), (True, True), done)
         done = run_agent("status", f"--control={self.directory}/none.sock")
         self.assertEqual(done.returncode, 1)
         self.assertIn("no agent answers at", done.stderr)
@@ -364,6 +415,8 @@ class Operator(FollowTest):
             ((*run, "--data-plane=cloud"), "cloud"),
             ((*run, f"--config={self.directory}/none.toml"), "none.toml"),
             (("hosts", "--format=xml"), "xml"),
+            (("hosts", "02:00"), "02:00"),
+            (("dump", "--vlan=4095"), "4095"),
         ):
             done = run_agent(*words)
             self.assertEqual(done.returncode, 64, done)

@@ -1,6 +1,7 @@
-#include "agent/command/FilterOptions.h"
+#include "agent/command/DumpOptions.h"
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -14,13 +15,10 @@ std::uint32_t numberOf(const std::string& text) {
   return static_cast<std::uint32_t>(std::stoul(text));
 }
 
-template <class Address>
-CLI::Validator address(const std::string& expected) {
-  return matching(expected,
-                  [](const std::string& text) { return Address::parse(text).has_value(); });
+CLI::Validator ipAddress() {
+  return matching("an IP address, such as 10.0.0.2",
+                  [](const std::string& text) { return Vorn::IpGenAddr::parse(text).has_value(); });
 }
-
-const char* const macText = "a MAC address, such as 02:00:00:00:00:01";
 
 // Adds what is given to `values`, which a text that has passed the check has one of.
 template <class Value, class ValueOf>
@@ -33,7 +31,45 @@ CLI::Option* add(CLI::App& command, const std::string& name, std::set<Value>& va
       ->allow_extra_args(false);
 }
 
+void addRowsOption(CLI::App& command, TableOptions& table) {
+  const auto take = [&table](std::uint32_t number) {
+    table.mostRows = number == 0 ? TableOptions::all : number;
+  };
+  command.add_option_function<std::uint32_t>("--rows", take, "Most rows of each table; 0 is all")
+      ->check(wholeNumber(0, std::numeric_limits<std::uint32_t>::max()))
+      ->type_name("NUMBER")
+      ->default_str(std::to_string(table.mostRows));
+}
+
+void addColourOption(CLI::App& command, TableOptions& table) {
+  table.colours = wantsColours("auto");
+  const auto take = [&table](const std::string& when) { table.colours = wantsColours(when); };
+  command
+      .add_option_function<std::string>("--color", take,
+                                        "auto (the default), always or never; auto heeds NO_COLOR")
+      ->check(oneOf({"auto", "always", "never"}))
+      ->type_name("WHEN");
+}
+
 }  // namespace
+
+void addDumpOptions(CLI::App& command, OutputOptions& output) {
+  addFormatOption(command, output.format);
+  addRowsOption(command, output.table);
+  addColourOption(command, output.table);
+  addFilterOptions(command, output.filter);
+}
+
+void addFormatOption(CLI::App& command, Format& format) {
+  const auto take = [&format](const std::string& name) {
+    format = name == "json" ? Format::json : Format::table;
+  };
+  command
+      .add_option_function<std::string>(
+          "--format", take, "table, for people (the default), or json, an object a line")
+      ->check(oneOf({"table", "json"}))
+      ->type_name("FORMAT");
+}
 
 void addFilterOptions(CLI::App& command, Filter& filter) {
   const std::string of = "What is of this ";
@@ -47,11 +83,11 @@ void addFilterOptions(CLI::App& command, Filter& filter) {
       ->type_name("VNI");
   add(command, "--vtep", filter.vteps, of + "VTEP, likewise",
       [](const std::string& text) { return *Vorn::IpGenAddr::parse(text); })
-      ->check(address<Vorn::IpGenAddr>("an IP address, such as 10.0.0.2"))
+      ->check(ipAddress())
       ->type_name("IP");
   add(command, "--mac", filter.macs, of + "MAC, likewise; of several kinds, what is of each",
       [](const std::string& text) { return *Vorn::EthAddr::parse(text); })
-      ->check(address<Vorn::EthAddr>(macText))
+      ->check(macAddress())
       ->type_name("MAC");
 }
 
@@ -59,8 +95,7 @@ void addMacArgument(CLI::App& command, Filter& filter) {
   const auto take = [&filter](const std::string& text) {
     filter.macs.insert(*Vorn::EthAddr::parse(text));
   };
-  command.add_option_function<std::string>("MAC", take, "The same as --mac")
-      ->check(address<Vorn::EthAddr>(macText));
+  command.add_option_function<std::string>("MAC", take, "The same as --mac")->check(macAddress());
 }
 
 }  // namespace Agent
