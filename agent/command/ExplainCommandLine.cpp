@@ -24,7 +24,7 @@ void addExplain(CLI::App& program, std::map<std::string, Command>& commands) {
   };
   auto options = std::make_shared<Options>();
   CLI::App& command =
-      *program.add_subcommand("explain", "Tell what happened to a MAC, and why it is where it is");
+      *program.add_subcommand("explain", "What happened to a MAC, and why it is where it is");
   command.footer(
       "Of a recording, of a trace ring file, or else of the running agent. A line an\n"
       "event, the oldest first; then where it is now, or what keeps it from there.\n\n"

@@ -24,7 +24,7 @@ _vxlan_agent_directories() {
 # The value of an option of a command ("question" is any that asks a running agent); fails if there is no such option, or it takes none.
 _vxlan_agent_value() {
   case $1:$2 in
-    replay:--format | diff:--format | question:--format | part:--format | dump:--format)
+    replay:--format | diff:--format | check:--format | question:--format | part:--format | dump:--format)
       _vxlan_agent_reply table json ;;
     replay:--color | diff:--color | dump:--color) _vxlan_agent_reply auto always never ;;
     trace:--format | explain:--format) _vxlan_agent_reply text json ;;
@@ -104,7 +104,7 @@ _vxlan_agent() {
         --help
       ;;
     trace:-*) _vxlan_agent_reply --level --grep --follow --format --help ;;
-    check:-*) _vxlan_agent_reply - --help ;;
+    check:-*) _vxlan_agent_reply - --format --help ;;
     generate:*) _vxlan_agent_reply --vnis --hosts --vteps --moves --restarts --seed --help ;;
     replay:* | check:* | explain:*) _vxlan_agent_files .jsonl ;;
     diff:*)

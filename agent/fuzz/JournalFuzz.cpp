@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::istringstream in(text);
   Agent::Journal journal(in, "fuzz");
   std::uint64_t reports = 0;
-  const auto result = Agent::check(journal, [&](const std::string&) { ++reports; });
+  const auto result = Agent::check(journal, [&](const Agent::Complaint&) { ++reports; });
   Moru::assertThat(reports == result.malformed + result.refused, "each wrong line is reported");
   return 0;
 }

@@ -1,9 +1,9 @@
 #include "agent/journal/Check.h"
 
+#include <optional>
 #include <utility>
 #include <vector>
 
-#include "agent/base/Text.h"
 #include "agent/journal/Lifecycle.h"
 #include "agent/store/StateStore.h"
 #include "framework/Moru/Exception.h"
@@ -12,18 +12,15 @@ namespace Agent {
 
 namespace {
 
-// What is said of a line. A good one has no complaint.
-struct Verdict {
-  std::string complaint{};
-  bool malformed = false;  // else refused
-};
+// What is said of a line; nothing of a good one.
+using Verdict = std::optional<Complaint>;
 
-Verdict followed(Lifecycle& lifecycle, const Action& action, const std::string& place) {
+Verdict followed(Lifecycle& lifecycle, const Line& line) {
   try {
-    lifecycle.follow(action);
-    return {};
+    lifecycle.follow(line.action);
+    return std::nullopt;
   } catch (const InputError& error) {
-    return {place + ": " + printable(error.what()), true};
+    return Complaint{line.number, true, error.what()};
   }
 }
 
@@ -36,8 +33,8 @@ class Verdicts {
   void add(const Verdict& verdict) { add(verdict, verdict); }
 
   void add(const Verdict& ifStart, const Verdict& ifNone) {
-    const bool isGood = ifStart.complaint.empty() && ifNone.complaint.empty();
-    const bool isOpen = !isDecided_ && (!putOff_.empty() || ifStart.complaint != ifNone.complaint);
+    const bool isGood = !ifStart && !ifNone;
+    const bool isOpen = !isDecided_ && (!putOff_.empty() || ifStart != ifNone);
     if (isOpen && !isGood)
       putOff_.emplace_back(ifStart, ifNone);
     else
@@ -54,12 +51,12 @@ class Verdicts {
 
  private:
   void tell(const Verdict& verdict) {
-    if (verdict.complaint.empty()) {
+    if (!verdict) {
       ++result_.lines;
       return;
     }
-    ++(verdict.malformed ? result_.malformed : result_.refused);
-    report_(verdict.complaint);
+    ++(verdict->malformed ? result_.malformed : result_.refused);
+    report_(*verdict);
   }
 
   const Report& report_;
@@ -79,14 +76,14 @@ CheckResult check(Journal& journal, const Report& report) {
     try {
       const auto line = journal.next();
       if (!line) break;
-      const std::string place = journal.place();
       if (std::holds_alternative<Start>(line->action)) verdicts.decide(true);
       if (const auto* change = std::get_if<Change>(&line->action)) store.apply(*change);
-      verdicts.add(followed(ifStart, line->action, place), followed(ifNone, line->action, place));
+      verdicts.add(followed(ifStart, *line), followed(ifNone, *line));
     } catch (const InputError& error) {
-      verdicts.add({journal.place() + ": " + printable(error.what()), true});
+      verdicts.add(Complaint{journal.number(), true, error.what()});
     } catch (const Moru::Exception& error) {
-      verdicts.add({journal.place() + ": " + error.type() + ": " + printable(error.what())});
+      verdicts.add(
+          Complaint{journal.number(), false, error.type() + std::string(": ") + error.what()});
     }
   }
   verdicts.decide(false);

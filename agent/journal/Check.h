@@ -16,9 +16,18 @@ struct CheckResult {
   std::uint64_t refused = 0;    // those with a value that the data model refuses
 };
 
-// Reads the journal once. `report` is called for each line that is not good, in order, with
-// "FILE:LINE: what is wrong". Throws what the journal's stream throws.
-using Report = std::function<void(const std::string&)>;
+// A line that is not good.
+struct Complaint {
+  std::uint64_t line = 0;
+  bool malformed = false;  // else refused
+  std::string text{};      // what is wrong, as the journal has it: not made printable
+
+  friend bool operator==(const Complaint&, const Complaint&) = default;
+};
+
+// Reads the journal once. `report` is called for each line that is not good, in order. Throws what
+// the journal's stream throws.
+using Report = std::function<void(const Complaint&)>;
 CheckResult check(Journal& journal, const Report& report);
 
 }  // namespace Agent

@@ -28,8 +28,9 @@ std::vector<std::string> complaints(const std::string& text) {
   std::istringstream in(text);
   Agent::Journal journal(in, "j");
   std::vector<std::string> all;
-  const auto result =
-      Agent::check(journal, [&](const std::string& complaint) { all.push_back(complaint); });
+  const auto result = Agent::check(journal, [&](const Agent::Complaint& complaint) {
+    all.push_back("j:" + std::to_string(complaint.line) + ": " + complaint.text);
+  });
   EXPECT_EQ(result.malformed + result.refused, all.size());
   EXPECT_EQ(result.lines + all.size(), std::ranges::count(text, '\n')) << text;
   return all;

@@ -24,8 +24,8 @@ TEST(Generate, MakesJournalsThatTheReaderTakes) {
         GenerateOptions{3, 50, 1, 20, 3, 9}}) {
     std::istringstream in(generated(options));
     Agent::Journal journal(in, "generated");
-    const auto result =
-        Agent::check(journal, [](const std::string& complaint) { ADD_FAILURE() << complaint; });
+    const auto result = Agent::check(
+        journal, [](const Agent::Complaint& complaint) { ADD_FAILURE() << complaint.text; });
     const std::uint64_t hosts = std::uint64_t{options.vnis} * options.hostsPerVni;
     EXPECT_GE(result.lines, hosts + (hosts > 0 ? options.moves : 0) + 2 * options.restarts);
   }

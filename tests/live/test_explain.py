@@ -84,7 +84,7 @@ class Explain(KernelTest):
                 done = self.agent.command("explain", *words)
                 self.assertEqual(done.returncode, 64, done)
                 self.assertIn("expected", done.stderr)
-        self.assertIn("expected a MAC", self.agent.answer(b'{"question": "explain"}')[0]["error"])
+        self.assertIn("expected one MAC", self.agent.answer(b'{"question": "explain"}')[0]["error"])
 
 
 if __name__ == "__main__":
