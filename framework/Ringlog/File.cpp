@@ -1,12 +1,14 @@
 #include "framework/Ringlog/File.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -43,9 +45,16 @@ bool isAt(int file, const std::string& path) {
   return mine.st_dev == named.st_dev && mine.st_ino == named.st_ino;
 }
 
-// A file system that knows no locks does without.
+// A file system that knows no locks does without. Who reads a file may hold a lock for an instant,
+// to see whether somebody writes it: only a lock that stays is a writer's.
 bool isLockedByAnother(int file) {
-  return flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  constexpr int mostAttempts = 50;
+  constexpr auto instant = std::chrono::milliseconds(2);
+  for (int i = 0; i < mostAttempts; ++i) {
+    if (flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return false;
+    std::this_thread::sleep_for(instant);
+  }
+  return true;
 }
 
 std::string rename(const std::string& from, const std::string& to) {

@@ -29,6 +29,14 @@ struct Level {
   std::uint64_t head;
 };
 
+// What has become of a file, as its writer tells. A file of a writer that does not has a zero.
+enum class State : std::uint64_t {
+  untold = 0,
+  open = 1,
+  closed = 2,  // by the ring's closing, or by the normal exit of the process
+  left = 3     // others had taken the file away: the process has gone on in another one
+};
+
 struct Header {
   std::array<char, 8> magic;
   std::uint32_t byteOrder;
@@ -41,13 +49,15 @@ struct Header {
                                // anchor[1 + anchors % 2]
   std::array<Anchor, 3> anchor;
   std::array<Level, mostLevels> level;
+  std::uint64_t written;  // records over all levels, up to the last anchor
+  State state;
 };
 static_assert(sizeof(Header) <= headerSize);
 
 // A record begins with this; its payload follows, up to the next multiple of the alignment. A
 // filler at the end of a region consists of its first eight bytes and nothing that counts.
 struct Record {
-  std::uint32_t sequence;  // over all levels
+  std::uint32_t sequence;  // over all levels; the lower half of a count
   std::uint16_t site;
   std::uint16_t size;  // of the whole record, in units of the alignment
   std::uint64_t counter;

@@ -10,6 +10,7 @@
 #include <iomanip>
 #include <optional>
 #include <string_view>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -55,6 +56,7 @@ class Pass {
     leaveOutUnsettled();
     std::stable_sort(contents_.messages.begin(), contents_.messages.end(),
                      [](const Message& left, const Message& right) { return right.isAfter(left); });
+    count();
     return std::move(contents_);
   }
 
@@ -89,6 +91,8 @@ class Pass {
     }
     contents_.process = header_.process;
     contents_.opened = header_.anchor[0].counter;
+    contents_.openedAt = header_.anchor[0].realtime;
+    contents_.writer = writerOf(after_.value_or(header_).state);
     contents_.droppedMessages = header_.droppedSites;
     return true;
   }
@@ -119,7 +123,7 @@ class Pass {
       if (!site)
         problem("the entry of site " + std::to_string(sites_.size()) + " at offset " +
                 std::to_string(offset) + " does not describe a statement");
-      sites_.push_back(std::move(site));
+      sites_.push_back(site ? std::make_shared<const Site>(std::move(*site)) : nullptr);
       offset += sizeof *size + *size;
       left -= sizeof *size + *size;
     }
@@ -145,6 +149,7 @@ class Pass {
     }
     // What the process has overwritten while the file was copied is not there any more.
     const std::uint64_t tailNow = after_ ? after_->level[number].tail : 0;
+    contents_.levels[number] = {level.size, level.head, std::max(level.tail, tailNow)};
     const std::uint64_t headBefore = before_ ? before_->level[number].head : level.head;
     const Bytes region = file_.subspan(level.offset, level.size);
     for (std::uint64_t position = level.tail; position < level.head;) {
@@ -161,9 +166,9 @@ class Pass {
         return;
       }
       if (record->site != Format::filler && position >= tailNow) {
-        if (position < headBefore && (!settled_ || isAfter(record->sequence, *settled_)))
-          settled_ = record->sequence;
-        readRecord(number, level.offset + place, region.subspan(place, size));
+        const Bytes bytes = region.subspan(place, size);
+        if (position < headBefore) settled_ = std::max(settled_, std::optional(orderOf(bytes)));
+        readRecord(number, level.offset + place, bytes);
       }
       position += size;
     }
@@ -176,9 +181,11 @@ class Pass {
     std::uint16_t size;
   };
 
-  // Numbers wrap around.
-  static bool isAfter(std::uint32_t sequence, std::uint32_t other) {
-    return static_cast<std::int32_t>(sequence - other) > 0;
+  // Not the number alone: that wraps around, while a level keeps what it seldom gets.
+  using Order = std::pair<std::uint64_t, std::uint32_t>;
+  static Order orderOf(Bytes bytes) {
+    const auto record = *at<Format::Record>(bytes, 0);
+    return {record.counter, record.sequence};
   }
 
   // The heads of the levels are not read at one time: of two messages of different levels the later
@@ -186,28 +193,61 @@ class Pass {
   void leaveOutUnsettled() {
     if (settled_)
       std::erase_if(contents_.messages, [this](const Message& message) {
-        return isAfter(message.sequence, *settled_);
+        return Order(message.counter, message.sequence) > *settled_;
       });
+  }
+
+  // The number of the last message is the lower half of a count, and the last anchor's was not far
+  // from it.
+  void count() {
+    if (contents_.writer == Writer::untold || !contents_.problems.empty()) return;
+    std::uint64_t written = header_.written;
+    if (!contents_.messages.empty()) {
+      const std::uint32_t next = contents_.messages.back().sequence + 1;
+      const auto since = static_cast<std::int32_t>(next - static_cast<std::uint32_t>(written));
+      written += static_cast<std::uint64_t>(std::int64_t{since});
+    }
+    if (written >= contents_.messages.size()) contents_.written = written;
+  }
+
+  static Writer writerOf(Format::State state) {
+    switch (state) {
+      case Format::State::open:
+        return Writer::open;
+      case Format::State::closed:
+        return Writer::closed;
+      case Format::State::left:
+        return Writer::left;
+      case Format::State::untold:
+        break;
+    }
+    return Writer::untold;
   }
 
   void readRecord(unsigned level, std::uint64_t offset, Bytes bytes) {
     if (text_ > mostText) return;
     const auto record = *at<Format::Record>(bytes, 0);
-    const bool known = record.site < sites_.size() && sites_[record.site].has_value();
-    const auto text =
-        known ? render(*sites_[record.site], bytes.subspan(sizeof record)) : std::nullopt;
+    const bool known = record.site < sites_.size() && sites_[record.site] != nullptr;
+    const Bytes values = bytes.subspan(sizeof record);
+    const auto text = known ? render(*sites_[record.site], values) : std::nullopt;
     if (!text) {
       problem("level " + std::to_string(level) + ": the record at offset " +
               std::to_string(offset) + " is of site " + std::to_string(record.site) +
               (known ? ", which has other values" : ", which the site table does not have"));
       return;
     }
-    text_ += sizeof(Message) + text->size();
+    text_ += sizeof(Message) + text->size() + values.size();
     if (text_ > mostText)
       problem("its messages take more than " + std::to_string(mostText) +
               " bytes; the rest is not read");
-    contents_.messages.push_back({timeOf(record.counter), record.counter, record.sequence, level,
-                                  sites_[record.site]->facility, *text});
+    contents_.messages.push_back({timeOf(record.counter),
+                                  record.counter,
+                                  record.sequence,
+                                  level,
+                                  sites_[record.site]->facility,
+                                  *text,
+                                  sites_[record.site],
+                                  {values.begin(), values.end()}});
   }
 
   // By the rate between the first and the last anchor, from the last: the calendar may have been
@@ -234,8 +274,8 @@ class Pass {
   std::optional<Format::Header> before_;
   std::optional<Format::Header> after_;
   Format::Header header_{};
-  std::vector<std::optional<Site>> sites_;
-  std::optional<std::uint32_t> settled_;  // the newest that had been there before
+  std::vector<std::shared_ptr<const Site>> sites_;  // null: one that cannot be read
+  std::optional<Order> settled_;                    // the newest that had been there before
   std::size_t text_ = 0;
   Contents contents_;
 };
@@ -271,10 +311,38 @@ bool isRing(Bytes file) {
   return header && header->magic == Format::magic;
 }
 
+// Who writes a file has locked it. The lock that is had where nobody does is given back at once: a
+// writer that looks for it in the same instant tries again. A file system without locks tells
+// nothing.
+Writer lookForWriter(const Descriptor& file) {
+  if (flock(file.number, LOCK_SH | LOCK_NB) != 0)
+    return errno == EWOULDBLOCK ? Writer::running : Writer::open;
+  flock(file.number, LOCK_UN);
+  return Writer::gone;
+}
+
 }  // namespace
 
 bool Message::isAfter(const Message& other) const {
   return std::pair(counter, sequence) > std::pair(other.counter, other.sequence);
+}
+
+std::optional<std::uint64_t> Contents::overwritten() const {
+  const auto isWhole = [](const LevelContents& level) { return level.overwritten == 0; };
+  if (problems.empty() && std::ranges::all_of(levels, isWhole)) return 0;
+  return written ? std::optional(*written - messages.size()) : std::nullopt;
+}
+
+std::optional<std::int64_t> Contents::wholeSince(unsigned mostLevel) const {
+  std::optional<std::int64_t> since;
+  for (unsigned number = 0; number <= mostLevel && number < levels.size(); ++number) {
+    if (levels[number].overwritten == 0) continue;
+    const auto oldest = std::ranges::find(messages, number, &Message::level);
+    // Where nothing is left of a level, all of it may be missing up to the last message.
+    const std::int64_t last = messages.empty() ? openedAt : messages.back().time;
+    since = std::max(since, std::optional(oldest != messages.end() ? oldest->time : last));
+  }
+  return since;
 }
 
 Contents read(std::span<const std::byte> file, std::span<const std::byte> before,
@@ -293,9 +361,13 @@ Contents read(const std::string& path) {
     return contents;
   }
   if (!isRing(before)) return read(before);
+  // Asked before the header is read that tells whether the file was closed: a writer that ends
+  // meanwhile is not taken for one that has crashed.
+  const Writer writer = lookForWriter(file);
   const auto size = static_cast<std::uint64_t>(status.st_size);
   const auto bytes = beginningOf(file, std::min<std::uint64_t>(size, mostRead));
   auto contents = read(bytes, before, beginningOf(file, Format::headerSize));
+  if (contents.writer == Writer::open) contents.writer = writer;
   if (size > mostRead)
     contents.problems.push_back(sized("the file's size", size, atMost(mostRead)) +
                                 "; the rest is not read");

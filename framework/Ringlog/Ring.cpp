@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <optional>
@@ -40,9 +39,7 @@ Ring::Ring(const std::string& path, std::span<const std::size_t> levelSizes, uns
   }
 }
 
-Ring::~Ring() {
-  if (isOpen()) anchor();
-}
+Ring::~Ring() { end(); }
 
 std::string Ring::begin(const std::string& path, std::span<const std::size_t> levelSizes,
                         unsigned predecessors) {
@@ -53,6 +50,7 @@ std::string Ring::begin(const std::string& path, std::span<const std::size_t> le
   header_.byteOrder = Format::byteOrder;
   header_.levels = static_cast<std::uint32_t>(levelSizes.size());
   header_.process = static_cast<std::uint64_t>(getpid());
+  header_.state = Format::State::open;
   header_.sitesOffset = Format::headerSize;
   for (std::size_t level = 0; level < levelSizes.size(); ++level) {
     header_.level[level] = {header_.sitesOffset, levelSizes[level] * kibibyte, 0, 0};
@@ -117,11 +115,21 @@ void Ring::anchor() {
   Format::Anchor& first = header_.anchor[0];
   if (header_.anchors == 0) shared_->anchor[0] = first = now;
   shared_->anchor[1 + (header_.anchors + 1) % 2] = now;
+  shared_->written = written_;
   publish(shared_->anchors, ++header_.anchors);
   constexpr std::uint64_t shortestInterval = 4096;
   const std::uint64_t ticks = now.counter - first.counter;
   const auto seconds = static_cast<std::uint64_t>((now.steady - first.steady) / second);
   attendAt_ = now.counter + std::max(ticks / std::max<std::uint64_t>(seconds, 1), shortestInterval);
+}
+
+void Ring::endAs(Format::State state) {
+  if (!isOpen() || header_.state != Format::State::open ||
+      header_.process != static_cast<std::uint64_t>(getpid()))
+    return;
+  anchor();
+  header_.state = state;
+  publish(shared_->state, state);
 }
 
 std::string Ring::whyLost() const {
@@ -168,9 +176,11 @@ void begin() {
     reportError(ring->error());
 }
 
-// What the last records say of the time is as good as what the first say.
-void anchorAtExit() {
-  if (process().ring) process().ring->anchor();
+// At a normal exit, and behind the destructors of globals, which may trace, or crash: no handler
+// that the standard library takes comes as late.
+constexpr int latestPriority = 101;
+[[gnu::destructor(latestPriority)]] void endAtExit() {
+  if (process().ring) process().ring->end();
 }
 
 }  // namespace
@@ -184,7 +194,7 @@ void Detail::attend() {
   const auto now = nanoseconds<std::chrono::steady_clock>();
   if (mine.renewed && now - *mine.renewed < second) return;
   mine.renewed = now;
-  mine.ring->discardFile();
+  mine.ring->leave();
   ringIs(nullptr);
   mine.error.clear();
   begin();
@@ -198,7 +208,6 @@ void predecessorsIs(unsigned number) { process().predecessors = number; }
 void open(const std::string& name, std::span<const std::size_t> levelSizes) {
   Process& mine = process();
   if (mine.ring || mine.directory.empty()) return;
-  static const int registered [[maybe_unused]] = std::atexit(anchorAtExit);
   mine.path = mine.directory + '/' + name;
   mine.levelSizes.assign(levelSizes.begin(), levelSizes.end());
   mine.renewed.reset();

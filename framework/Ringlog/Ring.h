@@ -85,7 +85,8 @@ class Ring {
     if (size > region.size / 2) return;
     std::byte* const to = makeRoom(region, size);
     const std::uint64_t now = counter();
-    const Format::Record record{sequence_++, site, static_cast<std::uint16_t>(size / unit), now};
+    const Format::Record record{static_cast<std::uint32_t>(written_++), site,
+                                static_cast<std::uint16_t>(size / unit), now};
     std::memcpy(to, &record, sizeof record);
     fill(to + sizeof record);
     publish(region.level->head, region.head);
@@ -93,14 +94,23 @@ class Ring {
       Detail::attend();
   }
 
-  // Notes how counter and time of day relate now, and sets the time for the next.
+  // Notes how counter and time of day relate now, and how many records there have been, and sets
+  // the time for the next.
   void anchor();
+
+  // Notes that nothing but what destructors of globals have to say comes behind this. A process
+  // that was forked off cannot say so: it is not its file.
+  void end() { endAs(Format::State::closed); }
 
   // Why the file is lost; empty if it is not.
   std::string whyLost() const;
 
-  // Removes a lost file that still has the name. Nothing may be recorded behind this.
-  void discardFile() { file_.discard(); }
+  // Gives a lost file up, and removes it if it still has the name. Nothing may be recorded behind
+  // this.
+  void leave() {
+    endAs(Format::State::left);
+    file_.discard();
+  }
 
  private:
   // Of a level: where it is mapped, and what the file is told of it. A ring with fewer levels has
@@ -118,7 +128,8 @@ class Ring {
 
   // Whoever reads the file, of a process that may have died at any point, sees what was written
   // before a position once it sees the position.
-  static void publish(std::uint64_t& position, std::uint64_t value) {
+  template <class T>
+  static void publish(T& position, T value) {
     std::atomic_ref(position).store(value, std::memory_order_release);
     std::atomic_signal_fence(std::memory_order_seq_cst);
   }
@@ -155,6 +166,7 @@ class Ring {
   }
 
   static void fillUp(Region& region);
+  void endAs(Format::State state);
   std::string begin(const std::string& path, std::span<const std::size_t> levelSizes,
                     unsigned predecessors);
 
@@ -167,7 +179,7 @@ class Ring {
   std::size_t fileSize_ = 0;
   std::size_t sites_ = 0;
   std::array<Region, mostLevels> levels_;
-  std::uint32_t sequence_ = 0;
+  std::uint64_t written_ = 0;  // records
   std::atomic<std::uint64_t> attendAt_ = 0;
 };
 
@@ -184,7 +196,7 @@ void predecessorsIs(unsigned number);
 void open(const std::string& name, std::span<const std::size_t> levelSizes);
 
 // A ring that is open when the process exits needs no closing: it takes the records of destructors
-// of globals, too.
+// of globals, too. The file tells such an end, by exit() or from main(), from a crash.
 void close();
 
 // The levels that are wanted in the ring, once it is open: all, if not said.

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <array>
 #include <charconv>
+#include <utility>
 
 namespace Ringlog {
 
@@ -194,6 +195,21 @@ std::optional<std::string> render(const Site& site, std::span<const std::byte> r
   }
   if (!bytes.sufficient()) return std::nullopt;
   return text;
+}
+
+std::vector<LabelledValue> valuesOf(const Site& site, std::span<const std::byte> record) {
+  std::vector<LabelledValue> values;
+  Bytes bytes(record);
+  std::string label;
+  for (const Site::Item& item : site.items) {
+    std::string text = valueText(item, bytes);
+    if (item.kind == Kind::label)
+      label += text;
+    else
+      values.push_back({std::exchange(label, {}), item.kind, std::move(text)});
+  }
+  if (!label.empty()) values.push_back({std::move(label)});
+  return values;
 }
 
 std::string serialize(const Site& site) {

@@ -40,6 +40,17 @@ std::string normalSignature(std::string_view pretty);
 // of such a record.
 std::optional<std::string> render(const Site& site, std::span<const std::byte> record);
 
+// A value of a message.
+struct LabelledValue {
+  std::string label;  // the literals that stand before it; after the last value, those that end it
+  Kind kind = Kind::label;
+  std::string text{};  // as in the message; empty behind the last value
+};
+
+// The values of such a record, each with its label. Labels behind the last value stand as a last
+// one, of kind label; all together are the message behind its signature.
+std::vector<LabelledValue> valuesOf(const Site& site, std::span<const std::byte> record);
+
 // The form of a site in the ring file.
 std::string serialize(const Site& site);
 std::optional<Site> deserialize(std::span<const std::byte> bytes);

@@ -33,7 +33,7 @@ class RingCorruption : public RingFile {
   // Of the header, and of a level's entry in it; see docs/ring-format.md.
   static constexpr std::size_t levels = 12, sitesOffset = 24, sitesSize = 32, anchors = 48,
                                anchor = 56, level0 = 128, levelSize = 32, tail = 16, head = 24,
-                               region0 = 4096;
+                               written = 448, region0 = 4096;
 };
 
 TEST_F(RingCorruption, IsSaidInWords) {
@@ -116,6 +116,7 @@ TEST_F(RingCorruption, OfALiveFileIsNone) {
   // Copied while it is written: the header first, with the heads of some levels from before, and
   // the regions last, when the oldest records of before have been overwritten.
   open(1);
+  MORU_TRACE(1, " seldom");
   const auto say = [](unsigned from, unsigned to) {
     for (unsigned i = from; i < to; ++i) {
       if (i % 2 == 0)
@@ -132,15 +133,59 @@ TEST_F(RingCorruption, OfALiveFileIsNone) {
   const auto after = bytesOfFile();
   auto bytes = after;
   std::copy_n(header.begin(), 4096, bytes.begin());
+  // Of a time before the numbers wrapped around: it is not new for that.
+  put(bytes, region0 + 1024, std::uint32_t{0x90000000});
   const auto all = texts(read(after));
   const auto contents = read(bytes, before, after);
   EXPECT_THAT(contents.problems, IsEmpty());
   const std::vector<std::string> settled(all.begin(), all.end() - 40);
   EXPECT_EQ(texts(contents), settled) << "up to 59";
   EXPECT_GT(settled.size(), 10U);
+  EXPECT_THAT(settled.front(), HasSubstr(" seldom"));
+  EXPECT_EQ(contents.written, 61U);
+  EXPECT_EQ(contents.overwritten(), 61 - settled.size());
   // One level as it was at first: 60 is not seen yet, and so nothing behind it is told.
   put(bytes, level0 + 2 * levelSize + head, std::uint64_t{720});
   EXPECT_EQ(texts(read(bytes, before, after)), settled);
+}
+
+TEST_F(RingCorruption, OfTheCountIsNoneOfTheMessages) {
+  open(1);
+  MORU_TRACE(2, " the first");
+  const auto whole = Ringlog::read(path());
+  EXPECT_EQ(whole.overwritten(), 0U);
+  EXPECT_EQ(whole.wholeSince(), std::nullopt);
+  for (unsigned i = 1; i < 100; ++i) MORU_TRACE(8, " ", i);
+  Ringlog::close();
+  const auto bytes = bytesOfFile();
+  const auto plain = read(bytes);
+  EXPECT_EQ(plain.wholeSince(7), std::nullopt);
+  EXPECT_EQ(plain.wholeSince(8), plain.messages.at(1).time);
+  EXPECT_EQ(plain.overwritten(), 100 - plain.messages.size());
+  EXPECT_LE(plain.openedAt, plain.messages.at(0).time);
+  // Numbers have 32 bits, and the count of the last anchor is about theirs.
+  constexpr std::uint64_t wrap = std::uint64_t{1} << 32;
+  const struct {
+    std::uint64_t anchor, state;
+    std::optional<std::uint64_t> written;
+  } cases[] = {{0, 1, 100},
+               {100, 1, 100},
+               {wrap - 9, 1, wrap + 100},
+               {wrap + 9, 1, wrap + 100},
+               {wrap / 2 + 101, 2, wrap + 100},
+               {100, 0, std::nullopt},
+               {100, 4, std::nullopt}};
+  for (const auto& [anchor, state, expected] : cases) {
+    auto changed = bytes;
+    put(changed, written, anchor);
+    put(changed, written + 8, state);
+    const auto contents = read(changed);
+    EXPECT_EQ(contents.written, expected) << anchor;
+    EXPECT_EQ(contents.overwritten().has_value(), expected.has_value());
+    EXPECT_EQ(contents.wholeSince(), plain.wholeSince());
+    put(changed, region0 + 8 * 1024, ~std::uint64_t{0});
+    EXPECT_EQ(read(changed).overwritten(), std::nullopt) << "damaged";
+  }
 }
 
 TEST_F(RingCorruption, OfTheClockIsNoneOfTheTimes) {

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
+#include <span>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -19,7 +20,7 @@ namespace TraceTest {
 // A method with parameters, for the signature that both compilers must give.
 struct Machine {
   void handle(const TraceTest::Mac& mac, const Moru::Name* name, unsigned int number) const {
-    MORU_TRACE(8, " mac ", mac, " name ", *name, " vni: ", number);
+    MORU_TRACE(8, " mac ", mac, " name ", *name, " vni", ": ", number, ".");
   }
 };
 
@@ -60,11 +61,17 @@ TEST_F(TraceTest, StreamAndRingGiveTheSameTextForEveryKind) {
                   first, second, third, fourth, link + "down) notx, (null)32\"everyKind",
                   "8 Test void TraceTest::Machine::handle(const TraceTest::Mac&, const "
                   "Moru::Name*, unsigned int) const mac 02:00:00:00:00:ab name hostTable "
-                  "vni: 7"));
+                  "vni: 7."));
   const auto contents = Ringlog::read(path());
   EXPECT_THAT(contents.problems, IsEmpty());
   EXPECT_EQ(texts(contents), stream) << "also in the order of time, across levels";
   EXPECT_EQ(contents.process, static_cast<std::uint64_t>(getpid()));
+  std::vector<std::string> values;
+  for (const auto& value : contents.messages.back().values())
+    values.push_back(value.label + '|' + std::to_string(static_cast<int>(value.kind)) + '|' +
+                     value.text);
+  EXPECT_THAT(values,
+              ElementsAre(" mac |7|02:00:00:00:00:ab", " name |5|hostTable", " vni: |2|7", ".|0|"));
 }
 
 TEST(Signature, IsTheSameOfBothCompilers) {
@@ -203,6 +210,50 @@ TEST_F(TraceTest, TakesTheRecordsOfGlobalsThatAreDestroyedAtTheExit) {
             }),
             0)
       << "what goes to standard error does not go to the file";
+}
+
+// What the file tells of how it was left.
+TEST_F(TraceTest, AFileTellsACrashFromANormalEnd) {
+  using Ringlog::Writer;
+  const auto crashLate = [] {
+    static const struct Global {
+      ~Global() { _exit(0); }
+    } global;
+    std::exit(0);
+  };
+  const auto forkOff = [] {
+    inChild([] { std::exit(0); });
+    _exit(0);
+  };
+  const struct {
+    const char* what;
+    Writer writer;
+    std::function<void()> body;
+  } cases[] = {{"exit()", Writer::closed, [] { std::exit(1); }},
+               {"_exit()", Writer::gone, [] {}},
+               {"abort()", Writer::gone, [] { std::abort(); }},
+               {"SIGKILL", Writer::gone, [] { raise(SIGKILL); }},
+               {"closed before", Writer::closed,
+                [] {
+                  Ringlog::close();
+                  std::abort();
+                }},
+               {"in the destructor of a global", Writer::gone, crashLate},
+               {"only of one that it forked off", Writer::gone, forkOff}};
+  for (const auto& [what, writer, body] : cases) {
+    inChild([&, &body = body] {
+      open(1);
+      MORU_TRACE(8, " last words");
+      body();
+    });
+    EXPECT_EQ(Ringlog::read(path()).writer, writer) << what;
+    const auto bytes = bytesOfFile();
+    EXPECT_EQ(Ringlog::read(std::as_bytes(std::span(bytes))).writer,
+              writer == Writer::gone ? Writer::open : writer)
+        << what << ": bytes have no lock";
+  }
+  open();
+  EXPECT_EQ(Ringlog::read(path()).writer, Writer::running);
 }
 
 // At any place of the region, and before the record that it writes is there to be read.
@@ -365,7 +416,9 @@ TEST_F(RingFailure, OfALostFileBeginsANewOne) {
   lose("others have written over it", [&] { writeZeros(0, size()); });
   lose("No such file or directory", [&] { std::filesystem::remove(path()); });
   lose("No such file or directory", moveAway);
-  EXPECT_THAT(texts(Ringlog::read(path() + ".1")), testing::Contains(HasSubstr(" before")));
+  const auto moved = Ringlog::read(path() + ".1");
+  EXPECT_THAT(texts(moved), testing::Contains(HasSubstr(" before")));
+  EXPECT_EQ(moved.writer, Ringlog::Writer::left);
   lose("another file has its name", [&] {
     moveAway();
     std::ofstream(path()) << "of somebody else";
