@@ -37,10 +37,11 @@ _vxlan_agent_value() {
     run:--data-plane) _vxlan_agent_reply linux none ;;
     run:--links) _vxlan_agent_reply manage adopt ;;
     replay:--max-process-time | replay:--time-per-read | replay:--speed | replay:--until) ;;
-    replay:--stop-at | trace:--grep) ;;
+    replay:--stop-at) ;;
     *:--rows | *:--vlan | *:--vni | *:--vtep | *:--mac) ;;
     generate:--help | run:--help | run:--trace) return 1 ;;
-    generate:--* | run:--*) ;;
+    trace:--help | trace:--previous | trace:--full | trace:--follow) return 1 ;;
+    generate:--* | run:--* | trace:--*) ;;
     *) return 1 ;;
   esac
 }
@@ -103,7 +104,10 @@ _vxlan_agent() {
       _vxlan_agent_reply - --format --rows --color --vlan --vni --vtep --mac --times --keep-going \
         --help
       ;;
-    trace:-*) _vxlan_agent_reply --level --grep --follow --format --help ;;
+    trace:-*)
+      _vxlan_agent_reply - --level --grep --mac --vlan --vni --since --until --last --context \
+        --previous --full --follow --format --help
+      ;;
     check:-*) _vxlan_agent_reply - --format --help ;;
     generate:*) _vxlan_agent_reply --vnis --hosts --vteps --moves --restarts --seed --help ;;
     replay:* | check:* | explain:*) _vxlan_agent_files .jsonl ;;

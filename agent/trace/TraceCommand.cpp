@@ -1,21 +1,16 @@
 #include "agent/trace/TraceCommand.h"
 
-#include <cerrno>
-#include <cstring>
-#include <nlohmann/json.hpp>
-#include <optional>
-#include <re2/re2.h>
+#include <algorithm>
+#include <limits>
 #include <set>
-#include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 
 #include "agent/base/ExitStatus.h"
-#include "agent/base/JsonText.h"
 #include "agent/base/Text.h"
-#include "framework/Ringlog/File.h"
-#include "framework/Ringlog/Reader.h"
+#include "agent/trace/Follower.h"
+#include "agent/trace/RingSource.h"
+#include "agent/trace/TracePrinter.h"
 
 namespace Agent {
 
@@ -23,161 +18,160 @@ namespace {
 
 using Ringlog::Contents;
 
-// Tells a file from the one that takes its place.
-using Identity = std::pair<std::uint64_t, std::uint64_t>;
-Identity identityOf(const Contents& contents) { return {contents.process, contents.opened}; }
-
-// Why a file cannot be read; empty if it can.
-std::string whyNotReadable(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0 || access(path.c_str(), R_OK) != 0)
-    return std::strerror(errno);
-  return S_ISREG(status.st_mode) ? "" : "not a regular file";
+// What does not go together; empty if all does.
+std::string wrongUsageOf(const TraceOptions& options) {
+  if (options.follow && (options.files.size() != 1 || options.previous))
+    return "--follow: expected one file, without --previous";
+  if (options.follow && options.files.front() == standardInput)
+    return "--follow: expected a file, not the standard input";
+  if (std::ranges::count(options.files, standardInput) > 1)
+    return "-: the standard input was named more than once";
+  return {};
 }
 
-// A file whose header cannot be read names no process, and says why.
-bool isRing(const Contents& contents) { return contents.process != 0 || contents.problems.empty(); }
-
-// Prints what is new in a file each time that it is read.
-class Follower {
+class TraceRun {
  public:
-  Follower(const TraceOptions& options, std::ostream& out, std::ostream& errors)
-      : options_(options), out_(out), errors_(errors), grep_(options.grep, RE2::Quiet) {}
+  TraceRun(const TraceOptions& options, std::ostream& out, std::ostream& errors)
+      : options_(options),
+        out_(out),
+        errors_(errors),
+        paths_(options.previous ? withPredecessors(options.files) : options.files),
+        filter_(options.filter),
+        printer_({options.json, options.full, paths_.size() > 1, options.context > 0}, out),
+        window_(options.context, [this](const ContextWindow::Shown& shown) {
+          printer_.print(shown, paths_[shown.ring]);
+        }) {}
 
   int run() {
-    if (!grep_.ok()) {
-      errors_ << "--grep: the regular expression '" << printable(options_.grep)
-              << "' is not valid: " << printable(grep_.error()) << '\n';
-      return ExitStatus::wrongUsage;
-    }
-    if (const std::string why = whyNotReadable(options_.file); !why.empty()) {
-      errors_ << printable(options_.file) << ": " << why << '\n';
-      return ExitStatus::failed;
-    }
-    const auto contents = Ringlog::read(options_.file);
-    if (isRing(contents)) {
-      print(contents);
-      while (options_.follow && out_.flush() && options_.follow()) printNews();
-    } else {
-      printProblems(contents);
-    }
-    return problems_.empty() ? ExitStatus::done : ExitStatus::refused;
+    if (const std::string why = wrongUsageOf(options_); !why.empty()) return complain(why);
+    for (const std::string& path : paths_) rings_.push_back(read(path));
+    if (const std::string why = filter_.begin(lastMessage()); !why.empty()) return complain(why);
+    if (options_.follow)
+      follow();
+    else
+      printAll();
+    return status_;
   }
 
  private:
-  // A file that is not there, or not yet complete, is on its way.
-  void printNews() {
-    const auto contents = Ringlog::read(options_.file);
-    if (!isRing(contents)) return;
-    if (identityOf(contents) != identity_) printFormer(identityOf(contents));
-    print(contents);
+  int complain(const std::string& text) {
+    errors_ << text << '\n';
+    return ExitStatus::wrongUsage;
   }
 
-  // What was written since the last reading into the file that was followed, and into those of
-  // processes that have come and gone since: they are kept under other names.
-  void printFormer(const Identity& newest) {
-    std::vector<Contents> formers;
-    for (unsigned age = 1; formers.empty() || identityOf(formers.back()) != identity_; ++age) {
-      auto former = Ringlog::read(Ringlog::predecessorOf(options_.file, age));
-      if (!isRing(former)) {
-        note("formerFile", "gone",
-             "the file before is gone: what was written to it since is not shown");
-        return;
-      }
-      if (identityOf(former) != newest) formers.push_back(std::move(former));
+  // The worst that was met counts; of that, a file that cannot be read at all.
+  void failWith(int status) {
+    if (status_ != ExitStatus::failed) status_ = status;
+  }
+
+  // Nothing if it is not there to be read, or no ring.
+  std::optional<Contents> read(const std::string& path) {
+    if (const std::string why = whyNotReadable(path); !why.empty()) {
+      errors_ << printable(path) << ": " << why << '\n';
+      failWith(ExitStatus::failed);
+      return std::nullopt;
     }
-    for (; !formers.empty(); formers.pop_back()) print(formers.back());
+    auto contents = readRing(path);
+    if (isRing(contents)) return contents;
+    printProblems(path, contents);
+    return std::nullopt;
   }
 
-  void print(const Contents& contents) {
-    if (identityOf(contents) != identity_) begin(contents);
-    std::vector<const Ringlog::Message*> news;
-    for (const Ringlog::Message& message : contents.messages)
-      if (!last_ || message.isAfter(*last_)) news.push_back(&message);
-    if (last_ && !news.empty()) printLost(news.back()->sequence - last_->sequence, news.size());
-    for (const Ringlog::Message* const message : news)
-      if (message->level <= options_.mostLevel && RE2::PartialMatch(message->text, grep_))
-        print(*message);
-    if (!news.empty()) last_ = *news.back();
-    printDropped(contents.droppedMessages);
-    printProblems(contents);
-  }
-
-  void begin(const Contents& contents) {
-    identity_ = identityOf(contents);
-    last_.reset();
-    dropped_ = 0;
-    if (options_.json)
-      printObject({{"file", options_.file}, {"process", contents.process}});
-    else
-      out_ << "# " << printable(options_.file) << ": process " << contents.process << '\n';
-  }
-
-  void print(const Ringlog::Message& message) {
-    if (options_.json)
-      printObject({{"time", rfc3339Text(message.time)},
-                   {"ns", std::to_string(message.time)},
-                   {"level", message.level},
-                   {"facility", message.facility},
-                   {"text", message.text}});
-    else
-      out_ << utcText(message.time) << ' ' << message.level << ' ' << printable(message.facility)
-           << ' ' << printable(message.text) << '\n';
-  }
-
-  // Messages are numbered, over all levels.
-  void printLost(std::uint32_t written, std::size_t seen) {
-    if (written > seen)
-      note("lostMessages", written - seen,
-           std::to_string(written - seen) +
-               " messages were lost: overwritten before they could be read");
-  }
-
-  void printDropped(std::uint64_t dropped) {
-    if (std::exchange(dropped_, dropped) != dropped)
-      note("droppedMessages", dropped,
-           std::to_string(dropped) +
-               " messages were dropped: the file had no room for their statements");
-  }
-
-  template <class Value>
-  void note(const char* name, const Value& value, const std::string& text) {
-    if (options_.json)
-      printObject({{name, value}, {"reason", text}});
-    else
-      out_ << "# " << text << '\n';
-  }
-
-  void printProblems(const Contents& contents) {
-    for (const std::string& problem : contents.problems)
+  void printProblems(const std::string& path, const Contents& contents) {
+    for (const std::string& problem : contents.problems) {
+      failWith(ExitStatus::refused);
       if (problems_.emplace(identityOf(contents), problem).second)
-        errors_ << printable(options_.file) << ": problem: " << printable(problem) << '\n';
+        errors_ << printable(path) << ": problem: " << printable(problem) << '\n';
+    }
   }
 
-  // Of ASCII alone: what a terminal acts on is spelled as \u, and so is what is no UTF-8.
-  void printObject(const nlohmann::ordered_json& object) { out_ << jsonText(object) << '\n'; }
+  std::int64_t lastMessage() const {
+    std::int64_t last = std::numeric_limits<std::int64_t>::min();
+    for (const auto& ring : rings_)
+      if (ring)
+        last = std::max(last, ring->messages.empty() ? ring->openedAt : ring->messages.back().time);
+    return last;
+  }
+
+  void printAll() {
+    std::vector<RingMessage> messages;
+    for (std::size_t ring = 0; ring < rings_.size(); ++ring) {
+      if (!rings_[ring]) continue;
+      printer_.printHead(paths_[ring], ring, *rings_[ring]);
+      for (const Ringlog::Message& message : rings_[ring]->messages)
+        messages.push_back({&message, ring});
+    }
+    // Each ring is in the order of time already, and stays in it where times are the same.
+    std::ranges::stable_sort(messages, {},
+                             [](const RingMessage& each) { return each.message->time; });
+    const std::size_t shown = print(messages);
+    for (std::size_t ring = 0; ring < rings_.size(); ++ring) {
+      if (!rings_[ring]) continue;
+      if (rings_[ring]->droppedMessages != 0) printer_.printDropped(rings_[ring]->droppedMessages);
+      printProblems(paths_[ring], *rings_[ring]);
+    }
+    if (shown == 0 && !messages.empty()) printNothing();
+  }
+
+  void follow() {
+    if (!rings_.front()) return;
+    Follower follower(
+        paths_.front(), printer_,
+        {[this](const auto& news) { print(news); },
+         [this](const Contents& contents) { printProblems(paths_.front(), contents); }});
+    follower.print(*rings_.front());
+    while (out_.flush() && options_.follow(follower.pause())) follower.printNews();
+  }
+
+  // Returns how many of them match; the last ones that do of the first time.
+  std::size_t print(const std::vector<RingMessage>& messages) {
+    std::vector<bool> isMatch(messages.size());
+    std::size_t matches = 0;
+    for (std::size_t i = messages.size(); i-- > 0;) {
+      isMatch[i] = matches < most_ && filter_.matches(*messages[i].message);
+      if (isMatch[i]) ++matches;
+    }
+    most_ = std::numeric_limits<std::size_t>::max();
+    for (std::size_t i = 0; i < messages.size(); ++i) window_.take(messages[i], isMatch[i]);
+    return matches;
+  }
+
+  void printNothing() {
+    std::optional<std::int64_t> wholeSince;
+    std::size_t rings = 0;
+    for (const auto& ring : rings_) {
+      if (!ring) continue;
+      ++rings;
+      wholeSince = std::max(wholeSince, ring->wholeSince(options_.filter.mostLevel));
+    }
+    if (filter_.since() && wholeSince && *filter_.since() >= *wholeSince) wholeSince.reset();
+    printer_.printNothing(wholeSince, rings == 1);
+  }
 
   const TraceOptions& options_;
   std::ostream& out_;
   std::ostream& errors_;
-  RE2 grep_;
-  std::optional<Identity> identity_;
-  std::optional<Ringlog::Message> last_;
-  std::uint64_t dropped_ = 0;
-  std::set<std::pair<Identity, std::string>> problems_;
+  const std::vector<std::string> paths_;
+  MessageFilter filter_;
+  TracePrinter printer_;
+  ContextWindow window_;
+  std::size_t most_ = options_.last.value_or(std::numeric_limits<std::size_t>::max());
+  std::vector<std::optional<Contents>> rings_;
+  std::set<std::pair<RingIdentity, std::string>> problems_;
+  int status_ = ExitStatus::done;
 };
 
 }  // namespace
 
-Pause pauseUntil(const std::atomic<bool>& stop, std::chrono::milliseconds interval) {
-  return [&stop, interval] {
+Pause pauseUntil(const std::atomic<bool>& stop) {
+  return [&stop](std::chrono::milliseconds interval) {
     if (!stop) std::this_thread::sleep_for(interval);
     return !stop;
   };
 }
 
 int traceCommand(const TraceOptions& options, std::ostream& out, std::ostream& errors) {
-  return Follower(options, out, errors).run();
+  return TraceRun(options, out, errors).run();
 }
 
 }  // namespace Agent
