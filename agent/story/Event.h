@@ -14,7 +14,7 @@ namespace Agent {
 enum class EventKind : std::uint8_t {
   // What the controller says of a MAC in a VNI.
   announced,    // mac, vni, vtep, number: the count of its moves
-  withdrawn,    // mac, vni
+  withdrawn,    // mac, vni; number: 1 where it had been announced before all events
   flooded,      // a flood list: mac, vni, number of VTEPs
   notFlooded,   // the list went: mac, vni
   multiPath,    // a multipath entry: mac, vni, number of VTEPs
@@ -25,6 +25,7 @@ enum class EventKind : std::uint8_t {
   dropped,   // out of the host table: mac, vlan; flag: by the deferred deletion
   copied,    // in the layer-2 RIB: mac, vlan, vtep
   removed,   // out of it: mac, vlan; flag: by the deferred deletion
+  ignored,   // not taken, as the VTEP is our own: mac, vlan, vni, vtep; a journal does not tell
   destIs,    // in a flood set of it: mac, vlan, vtep
   destDel,   // out of that: mac, vlan, vtep; flag: by the deferred deletion
 

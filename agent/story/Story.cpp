@@ -71,6 +71,8 @@ class Teller {
         return "multiPath";
       case EventKind::noMultiPath:
         return "noMultiPath";
+      case EventKind::ignored:
+        return "ignored";
       case EventKind::destIs:
         return "destAdded";
       case EventKind::clientStopped:
@@ -252,6 +254,7 @@ std::string vniText(const Event& event) { return "VNI " + std::to_string(event.v
 std::string behind(const Event& event) { return "behind " + event.vtep.stringValue(); }
 
 std::string convergenceText(const StoryLine& line) {
+  if (line.convergence == 0) return "of a convergence that had begun before";
   const std::string which = "convergence " + std::to_string(line.convergence);
   if (!line.after) return "during " + which;
   return secondsText(*line.after) + " after the end of " + which;
@@ -278,9 +281,11 @@ std::string hostText(const StoryLine& line) {
   if (what == "withdrawn")
     return "withdrawn from " + vniText(event) +
            (line.from ? ", where it was behind " + line.from->stringValue()
-                      : std::string(", which did not have it"));
+                      : std::string(event.number == 0 ? ", which did not have it" : ""));
   if (what == "came")
-    return "came to " + vlanText(event) + " over " + event.vti.stringValue() + ' ' + behind(event);
+    return "came to " + vlanText(event) +
+           (event.vti == Vorn::IntfId() ? "" : " over " + event.vti.stringValue()) + ' ' +
+           behind(event);
   if (what == "moved") return "moved in " + vlanText(event) + ' ' + fromTo(line);
   if (what == "refreshed") return "refreshed in " + vlanText(event) + ' ' + behind(event);
   if (what == "marked")
@@ -288,6 +293,8 @@ std::string hostText(const StoryLine& line) {
   if (what == "unmarked")
     return "unmarked in " + vlanText(event) + (line.from ? ", and moved " + fromTo(line) : "") +
            ", " + convergenceText(line);
+  if (what == "ignored")
+    return "not taken in " + vlanText(event) + ": " + event.vtep.stringValue() + " is our own VTEP";
   if (what == "deleted") return "deleted from " + vlanText(event) + how(line);
   if (what == "copied") return "copied into the RIB, " + vlanText(event) + ' ' + behind(event);
   return "left the RIB, " + vlanText(event);
