@@ -90,7 +90,7 @@ _vxlan_agent() {
         --record --record-size --control --max-process-time --trace --ring --help
       ;;
     question:*) _vxlan_agent_reply --format --control --help ;;
-    explain:-*) _vxlan_agent_reply - --vlan --vni --format --control --help ;;
+    explain:-*) _vxlan_agent_reply - --vlan --vni --previous --format --control --help ;;
     part:*) _vxlan_agent_reply --format --control --vlan --vni --vtep --mac --help ;;
     dump:*)
       _vxlan_agent_reply --format --control --rows --color --vlan --vni --vtep --mac --help
@@ -110,7 +110,8 @@ _vxlan_agent() {
       ;;
     check:-*) _vxlan_agent_reply - --format --help ;;
     generate:*) _vxlan_agent_reply --vnis --hosts --vteps --moves --restarts --seed --help ;;
-    replay:* | check:* | explain:*) _vxlan_agent_files .jsonl ;;
+    replay:* | check:*) _vxlan_agent_files .jsonl ;;
+    explain:*) _vxlan_agent_files .jsonl .rlg '.rlg.prev*' ;;
     diff:*)
       _vxlan_agent_files .jsonl .json
       mapfile -O ${#COMPREPLY[@]} -t COMPREPLY < <(compgen -W agent -- "$_vxlan_agent_typed")

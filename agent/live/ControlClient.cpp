@@ -150,8 +150,8 @@ class StoryText {
   explicit StoryText(std::ostream& out) : out_(out) {}
 
   void add(const Object& record) {
-    if (record.contains("wholeSince")) {
-      out_ << "  what was before " << textOf(record["wholeSince"]) << " is no longer known\n";
+    if (record.contains("remark")) {
+      out_ << "# " << printable(textOf(record["remark"])) << '\n';
       return;
     }
     const std::string time = textOf(record.at("time"));

@@ -106,14 +106,14 @@ Answer Stories::answer(const Vorn::EthAddr& mac, const StoryScope& scope,
         return rfc3339Text(systemNow +
                            std::chrono::duration_cast<std::chrono::system_clock::duration>(away));
       }};
-  std::vector<nlohmann::ordered_json> lines;
+  Explanation explanation{.mac = mac,
+                          .lines = storyOf(chronicle_.of(mac), scope),
+                          .verdict = findings(mac, scope, plane),
+                          .now = facilityNow};
   if (const auto since = chronicle_.wholeSince())
-    lines.push_back({{"wholeSince", times.rfc3339(*since)}});
-  for (const StoryLine& line : storyOf(chronicle_.of(mac), scope))
-    lines.push_back(jsonOf(line, times));
-  for (const Finding& finding : findings(mac, scope, plane))
-    lines.push_back(jsonOf(finding, mac, facilityNow, times));
-  return linesAnswer(std::move(lines));
+    explanation.remarks.push_back("what was before " + times.rfc3339(*since) +
+                                  " is no longer known");
+  return linesAnswer(jsonOf(explanation, times));
 }
 
 }  // namespace Agent

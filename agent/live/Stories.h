@@ -24,8 +24,8 @@ class Stories {
   void kernelHas(Kernel::Fdb::Happening what, const Vxlan::VniExt& vni, const Vorn::EthAddr& mac,
                  const Vorn::IpAddr& vtep);
 
-  // The story of a MAC, then the verdict, as StoryView has them; before them, where what happened
-  // first is no longer known, {"wholeSince": TIME}. `plane` is null where no kernel is programmed.
+  // The story of a MAC and the verdict, as StoryView has them. `plane` is null where no kernel is
+  // programmed.
   Answer answer(const Vorn::EthAddr& mac, const StoryScope& scope,
                 const Kernel::DataPlane* plane) const;
 

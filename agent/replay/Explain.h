@@ -1,8 +1,10 @@
-// `vxlan-agent explain MAC JOURNAL`: plays a journal, and tells the story of one MAC.
+// `vxlan-agent explain MAC FILE...`: plays a journal, or reads trace rings, and tells the story of
+// one MAC.
 #pragma once
 
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "agent/base/ExitStatus.h"
 #include "agent/view/Filter.h"
@@ -12,12 +14,15 @@ namespace Agent {
 
 struct ExplainOptions {
   Vorn::EthAddr mac{};
-  Filter filter{};  // its VLANs and VNIs
+  Filter filter{};        // its VLANs and VNIs
+  bool previous = false;  // of rings: also those that stood under their names before
   bool json = false;
 };
 
-// What the replay ends with; `failed` if the journal says nothing of the MAC.
-ExitStatus explainJournal(const std::string& path, const ExplainOptions& options, std::ostream& out,
-                          std::ostream& errors);
+// Of one journal, or of the rings of an agent. Returns what the replay ends with; `failed` if the
+// files say nothing of the MAC; `refused` for a damaged ring; `wrongUsage` for several files that
+// are not all rings.
+ExitStatus explain(const std::vector<std::string>& files, const ExplainOptions& options,
+                   std::ostream& out, std::ostream& errors);
 
 }  // namespace Agent

@@ -25,27 +25,6 @@ std::string padded(const std::string& text, std::size_t width) {
   return std::string(width - std::min(width, text.size()), ' ') + text;
 }
 
-}  // namespace
-
-void printStory(std::ostream& out, const Vorn::EthAddr& mac, const std::vector<StoryLine>& lines,
-                const StoryTimes& times) {
-  std::size_t widest = 0;
-  for (const StoryLine& line : lines)
-    widest = std::max(widest, textOf(line.event.at, times).size());
-  out << mac << '\n';
-  for (const StoryLine& line : lines) {
-    out << "  " << padded(textOf(line.event.at, times), widest) << "  ";
-    if (line.event.line != 0) out << "line " << line.event.line << "  ";
-    out << printable(textOf(line)) << '\n';
-  }
-}
-
-void printVerdict(std::ostream& out, const std::vector<Finding>& findings, double now,
-                  const StoryTimes& times) {
-  out << "now, at " << textOf(now, times) << ":\n";
-  for (const Finding& finding : findings) out << "  " << printable(finding.text) << '\n';
-}
-
 Json jsonOf(const StoryLine& line, const StoryTimes& times) {
   const Event& event = line.event;
   Json json;
@@ -64,14 +43,40 @@ Json jsonOf(const StoryLine& line, const StoryTimes& times) {
   return json;
 }
 
-Json jsonOf(const Finding& finding, const Vorn::EthAddr& mac, double now, const StoryTimes& times) {
+Json jsonOf(const Finding& finding, const Explanation& explanation, const StoryTimes& times) {
   Json json{{"verdict", finding.gate}};
-  addTime(json, now, times);
-  json["mac"] = mac.stringValue();
+  addTime(json, explanation.now, times);
+  json["mac"] = explanation.mac.stringValue();
   if (finding.vni != 0) json["vni"] = finding.vni;
   if (finding.vlan != 0) json["vlan"] = finding.vlan;
   json["text"] = finding.text;
   return json;
+}
+
+}  // namespace
+
+void print(std::ostream& out, const Explanation& explanation, const StoryTimes& times) {
+  std::size_t widest = 0;
+  for (const StoryLine& line : explanation.lines)
+    widest = std::max(widest, textOf(line.event.at, times).size());
+  out << explanation.mac << '\n';
+  for (const std::string& remark : explanation.remarks) out << "# " << printable(remark) << '\n';
+  for (const StoryLine& line : explanation.lines) {
+    out << "  " << padded(textOf(line.event.at, times), widest) << "  ";
+    if (line.event.line != 0) out << "line " << line.event.line << "  ";
+    out << printable(textOf(line)) << '\n';
+  }
+  out << "now, at " << textOf(explanation.now, times) << ":\n";
+  for (const Finding& finding : explanation.verdict) out << "  " << printable(finding.text) << '\n';
+}
+
+std::vector<Json> jsonOf(const Explanation& explanation, const StoryTimes& times) {
+  std::vector<Json> all;
+  for (const std::string& remark : explanation.remarks) all.push_back({{"remark", remark}});
+  for (const StoryLine& line : explanation.lines) all.push_back(jsonOf(line, times));
+  for (const Finding& finding : explanation.verdict)
+    all.push_back(jsonOf(finding, explanation, times));
+  return all;
 }
 
 }  // namespace Agent

@@ -1,12 +1,14 @@
 // A story and its verdict, for people and for programs.
 //
 //   02:00:00:00:00:01
+//   # what was before 2026-11-21 05:10:11.123456 is no longer known
 //      3.000000 s  line 12  announced in VNI 10010 behind 10.0.0.2
 //   now, at 45.000000 s:
 //      VNI 10010: in the RIB: VLAN 10 behind 10.0.0.3
 //
 // As JSON, an object a line; what a line has not, it leaves out:
 //
+//   {"remark": "what was before 2026-11-21T05:10:11.123456789Z is no longer known"}
 //   {"at": 3.0, "line": 12, "event": "announced", "mac": "02:00:00:00:00:01", "vni": 10010,
 //    "vtep": "10.0.0.2", "text": "announced in VNI 10010 behind 10.0.0.2"}
 //   {"verdict": "none", "at": 45.0, "mac": "02:00:00:00:00:01", "vni": 10010, "vlan": 10,
@@ -19,6 +21,7 @@
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include "agent/story/Story.h"
@@ -32,13 +35,18 @@ struct StoryTimes {
   std::function<std::string(double)> rfc3339{};
 };
 
-void printStory(std::ostream& out, const Vorn::EthAddr& mac, const std::vector<StoryLine>& lines,
-                const StoryTimes& times = {});
-void printVerdict(std::ostream& out, const std::vector<Finding>& findings, double now,
-                  const StoryTimes& times = {});
+struct Explanation {
+  Vorn::EthAddr mac{};
+  std::vector<std::string> remarks{};  // what the story may lack: sentences
+  std::vector<StoryLine> lines{};
+  std::vector<Finding> verdict{};
+  double now = 0;  // of the verdict
+};
 
-nlohmann::ordered_json jsonOf(const StoryLine& line, const StoryTimes& times = {});
-nlohmann::ordered_json jsonOf(const Finding& finding, const Vorn::EthAddr& mac, double now,
-                              const StoryTimes& times = {});
+void print(std::ostream& out, const Explanation& explanation, const StoryTimes& times = {});
+
+// An object for each line.
+std::vector<nlohmann::ordered_json> jsonOf(const Explanation& explanation,
+                                           const StoryTimes& times = {});
 
 }  // namespace Agent

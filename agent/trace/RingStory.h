@@ -3,8 +3,7 @@
 // beginning; it says so.
 //
 //   const RingStory story = ringStoryOf(rings, mac);
-//   printStory(out, mac, storyOf(story.events), ringTimes());
-//   printVerdict(out, story.verdict, story.now, ringTimes());
+//   print(out, {mac, story.remarks, storyOf(story.events), story.verdict, story.now}, ringTimes());
 #pragma once
 
 #include <string>

@@ -41,7 +41,7 @@ class Explain : public testing::Test {
     std::ofstream(path_) << journal;
     std::ostringstream out;
     std::ostringstream errors;
-    const int status = Agent::explainJournal(path_, options, out, errors);
+    const int status = Agent::explain({path_}, options, out, errors);
     std::istringstream in(out.str());
     Explanation explanation{{}, errors.str(), status};
     for (std::string line; std::getline(in, line);) explanation.lines.push_back(line);
