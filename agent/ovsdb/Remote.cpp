@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <sys/un.h>
+#include <utility>
 
+#include "agent/base/HostPort.h"
 #include "agent/base/InputError.h"
 
 namespace Agent::Ovsdb {
@@ -16,28 +18,15 @@ constexpr std::size_t maxPathLength = sizeof(sockaddr_un::sun_path) - 1;
   throw InputError("database \"" + std::string(remote) + "\": expected " + expected);
 }
 
-bool isPort(std::string_view text) {
-  if (text.empty() || text.size() > 5) return false;
-  if (!std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }))
-    return false;
-  const int port = std::stoi(std::string(text));
-  return port > 0 && port <= 65535;
-}
-
 // `text` is the whole remote, for the error; `place` what follows its scheme.
 Remote parseHostAndPort(Remote::Kind kind, std::string_view text, std::string_view place) {
-  const std::size_t colon = place.rfind(':');
-  if (colon == std::string_view::npos) refuse(text, "HOST:PORT behind the first colon");
-  std::string_view host = place.substr(0, colon);
-  const std::string_view port = place.substr(colon + 1);
-  if (!isPort(port)) refuse(text, "a port from 1 to 65535 at the end");
-  if (host.size() > 2 && host.front() == '[' && host.back() == ']')
-    host = host.substr(1, host.size() - 2);
-  else if (host.find(':') != std::string_view::npos)
-    refuse(text, "an IPv6 address in brackets");
-  if (host.empty() || host.find_first_of("[]") != std::string_view::npos)
-    refuse(text, "a host's name or address before the port");
-  return {kind, std::string(host), std::string(port)};
+  if (place.find(':') == std::string_view::npos) refuse(text, "HOST:PORT behind the first colon");
+  try {
+    HostPort parsed = parseHostPort(place);
+    return {kind, std::move(parsed.host), std::move(parsed.port)};
+  } catch (const InputError& error) {
+    refuse(text, error.what());
+  }
 }
 
 Remote parseRemote(std::string_view text) {
@@ -57,8 +46,7 @@ Remote parseRemote(std::string_view text) {
 
 std::string Remote::text() const {
   if (kind == Kind::unix) return "unix:" + host;
-  const bool brackets = host.find(':') != std::string::npos;
-  return (kind == Kind::tcp ? "tcp:" : "ssl:") + (brackets ? "[" + host + "]" : host) + ":" + port;
+  return (kind == Kind::tcp ? "tcp:" : "ssl:") + HostPort{host, port}.text();
 }
 
 std::vector<Remote> parseRemotes(std::string_view text) {
