@@ -51,6 +51,7 @@ void WithdrawalGate::del(Target target) {
 void WithdrawalGate::convergingIs(bool converging) {
   if (converging == converging_) return;
   converging_ = converging;
+  if (converging) convergingSince_ = now();
   set(ControllerState{controllerName}, {converging, true});
 }
 
@@ -82,6 +83,7 @@ void WithdrawalGate::judge() {
   const double most = options_.holdAbove * static_cast<double>(hosts_);
   if (hold_ || counting_ <= options_.holdMin || static_cast<double>(counting_) <= most) return;
   hold_ = HoldState{now()};
+  ++holds_;
   if (events_.hold) events_.hold(true);
   convergingIs(true);
 }

@@ -106,7 +106,9 @@ class WithdrawalGate final : public Announcements {
     std::optional<double> ends;  // as things stand
   };
   std::optional<Hold> hold() const;
+  std::size_t holds() const { return holds_; }  // that have begun so far
   bool converging() const { return converging_; }
+  double convergingSince() const { return convergingSince_; }  // or when it last began to be
   bool inSync() const { return inSync_; }
 
   // Of the hosts that the store has, and the adopted ones: all, and those whose withdrawal waits.
@@ -241,12 +243,14 @@ class WithdrawalGate final : public Announcements {
   std::size_t budget_ = 0;  // of withdrawals, in this turn
 
   bool converging_ = false;
+  double convergingSince_ = 0;
   bool inSync_ = false;
   bool hasAdopted_ = false;
   double syncedAt_ = 0;
   double lastChange_ = 0;
   double lastTaken_ = 0;  // when the controller withdrew a host
   std::optional<HoldState> hold_;
+  std::size_t holds_ = 0;
 };
 
 }  // namespace Agent

@@ -42,6 +42,8 @@ class Fdb {
     std::size_t programmed = 0;
     std::size_t refused = 0;
     std::size_t foreign = 0;
+
+    std::size_t waiting() const { return wanted - programmed - refused; }
   };
 
   enum class Happening : std::uint8_t { programmed, removed, refused, putBack };

@@ -27,20 +27,6 @@ constexpr double sliceTime = 0.005;  // seconds
 
 double now() { return Moru::ActivityFacility::current()->now(); }
 
-const char* nameOf(Ovsdb::SessionState state) {
-  switch (state) {
-    case Ovsdb::SessionState::connecting:
-      return "connecting";
-    case Ovsdb::SessionState::syncing:
-      return "syncing";
-    case Ovsdb::SessionState::inSync:
-      return "in sync";
-    case Ovsdb::SessionState::noQuorum:
-      return "no quorum";
-  }
-  return "";
-}
-
 }  // namespace
 
 LiveAgent::LiveAgent(LiveOptions options, Log& log)

@@ -79,7 +79,7 @@ nlohmann::ordered_json Programming::status() const {
           {"groups", status.groups},
           {"wanted", hosts.wanted},
           {"programmed", hosts.programmed},
-          {"waiting", hosts.wanted - hosts.programmed - hosts.refused},
+          {"waiting", hosts.waiting()},
           {"refused", hosts.refused},
           {"foreign", hosts.foreign},
           {"putBack", status.putBack},

@@ -19,6 +19,20 @@ double secondsSince(SteadyTime time) {
 
 }  // namespace
 
+const char* nameOf(SessionState state) {
+  switch (state) {
+    case SessionState::connecting:
+      return "connecting";
+    case SessionState::syncing:
+      return "syncing";
+    case SessionState::inSync:
+      return "in sync";
+    case SessionState::noQuorum:
+      return "no quorum";
+  }
+  return "";
+}
+
 class Session::Impl final : public ConnectionListener {
  public:
   Impl(asio::io_context& io, SessionOptions options, SessionListener& listener, Problems& problems)
@@ -37,6 +51,7 @@ class Session::Impl final : public ConnectionListener {
   SessionState state() const { return state_; }
   std::chrono::system_clock::time_point since() const { return since_; }
   const Remote& remote() const { return options_.remotes[rounds_.member()]; }
+  std::size_t connections() const { return connections_; }
   const std::string& lastWord() const { return lastWord_; }
 
   void connected() override;
@@ -68,6 +83,7 @@ class Session::Impl final : public ConnectionListener {
   SessionState state_ = SessionState::connecting;
   std::chrono::system_clock::time_point since_ = std::chrono::system_clock::now();
   SteadyTime inSyncSince_;
+  std::size_t connections_ = 0;
   std::string lastWord_;
 };
 
@@ -94,6 +110,7 @@ void Session::Impl::connect() {
 }
 
 void Session::Impl::connected() {
+  ++connections_;
   frames_ = FrameReader(options_.limits);
   heard_ = std::chrono::steady_clock::now();
   probed_ = false;
@@ -198,6 +215,8 @@ SessionState Session::state() const { return impl_->state(); }
 std::chrono::system_clock::time_point Session::since() const { return impl_->since(); }
 
 const Remote& Session::remote() const { return impl_->remote(); }
+
+std::size_t Session::connections() const { return impl_->connections(); }
 
 const std::string& Session::lastWord() const { return impl_->lastWord(); }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -51,6 +52,7 @@ class Session {
   SessionState state() const;
   std::chrono::system_clock::time_point since() const;  // in that state
   const Remote& remote() const;                         // connected to, or tried next
+  std::size_t connections() const;                      // that were made so far
   const std::string& lastWord() const;  // what went wrong last; empty if nothing has
 
  private:

@@ -1,6 +1,7 @@
 // What a session with a database hands over, and to whom.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <simdjson.h>
@@ -26,6 +27,12 @@ struct Updates {
 // connecting: no server has answered yet. syncing: one has, and tells what it knows. noQuorum: it
 // has lost its cluster, and is waited for.
 enum class SessionState : std::uint8_t { connecting, syncing, inSync, noQuorum };
+
+inline constexpr std::array sessionStates{SessionState::connecting, SessionState::syncing,
+                                          SessionState::inSync, SessionState::noQuorum};
+
+// "connecting", "syncing", "in sync" or "no quorum".
+const char* nameOf(SessionState state);
 
 // Called from the event loop. May call the session's resync() and stop(), not destroy it.
 struct SessionListener {

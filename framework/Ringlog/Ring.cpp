@@ -132,6 +132,12 @@ void Ring::endAs(Format::State state) {
   publish(shared_->state, state);
 }
 
+std::uint64_t Ring::bytesWritten() const {
+  std::uint64_t bytes = 0;
+  for (const Region& region : levels_) bytes += region.head;
+  return bytes;
+}
+
 std::string Ring::whyLost() const {
   if (std::string why = file_.whyLost(); !why.empty()) return why;
   // Up to the size of the site table the header stays as it was at the beginning.

@@ -66,6 +66,10 @@ class Ring {
   bool isOpen() const { return shared_ != nullptr; }
   const std::string& error() const { return error_; }
 
+  // Of all records so far, also of those that later ones have taken the place of; and of the file.
+  std::uint64_t bytesWritten() const;
+  std::size_t fileSize() const { return fileSize_; }
+
   // Enters a statement into the site table and gives its number; Format::filler if there is no
   // room, which is then counted in the file, and the first time is an error().
   std::uint16_t addSite(const Site& site);
