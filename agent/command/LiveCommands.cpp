@@ -15,6 +15,7 @@
 #include "agent/command/RunningOptions.h"
 #include "agent/live/ControlClient.h"
 #include "agent/live/LiveAgent.h"
+#include "agent/metrics/ScrapeServer.h"
 #include "agent/netlink/Requests.h"
 #include "agent/trace/TraceStream.h"
 #include "framework/Ringlog/Ring.h"
@@ -32,13 +33,16 @@ struct RunOptions {
   RunningOptions running{};
   std::string database{};
   std::string dataPlane = defaultDataPlane;
+  std::string metrics{};
   std::string links = "manage";
 };
 
-CLI::Validator remotes() {
-  const auto complaint = [](const std::string& text) -> std::string {
+// Takes what `parse` does not throw an InputError for.
+template <class Parse>
+CLI::Validator parsedBy(Parse parse) {
+  const auto complaint = [parse](const std::string& text) -> std::string {
     try {
-      Ovsdb::parseRemotes(text);
+      parse(text);
       return "";
     } catch (const InputError& error) {
       return error.what();
@@ -53,7 +57,7 @@ void addDatabaseOptions(CLI::App& command, RunOptions& options) {
                   "unix:PATH, tcp:HOST:PORT or ssl:HOST:PORT; the members of a cluster with commas "
                   "between them")
       ->required()
-      ->check(remotes())
+      ->check(parsedBy(Ovsdb::parseRemotes))
       ->type_name("REMOTE");
   command
       .add_option("--switch", options.live.switchName,
@@ -122,6 +126,11 @@ void addOutputOptions(CLI::App& command, RunOptions& options) {
                   std::string("The socket for status and the like; ") + controlDirectory +
                       "/NAME.sock if not given")
       ->type_name("PATH");
+  command
+      .add_option("--metrics", options.metrics,
+                  "Serve metrics at this address, path /metrics; PORT alone is on 127.0.0.1")
+      ->check(parsedBy(Metrics::parseEndpoint))
+      ->type_name("HOST:PORT");
 }
 
 int run(RunOptions options, std::ostream& errors) {
@@ -132,6 +141,7 @@ int run(RunOptions options, std::ostream& errors) {
   live.maxProcessTime = options.running.maxProcessTime;
   live.recording.largest *= mebibyte;
   live.version = VXLAN_VERSION;
+  if (!options.metrics.empty()) live.metrics = Metrics::parseEndpoint(options.metrics);
   if (live.control.empty())
     live.control = std::string(controlDirectory) + '/' + live.switchName + ".sock";
   Log log(errors, Log::readsJournal(STDERR_FILENO));

@@ -87,7 +87,7 @@ _vxlan_agent() {
     run:*)
       _vxlan_agent_reply --database --switch --private-key --certificate --ca-cert --config \
         --withdraw-delay --hold-above --hold-min --hold-time --settle --data-plane --links \
-        --record --record-size --control --max-process-time --trace --ring --help
+        --record --record-size --control --metrics --max-process-time --trace --ring --help
       ;;
     question:*) _vxlan_agent_reply --format --control --help ;;
     explain:-*) _vxlan_agent_reply - --vlan --vni --previous --format --control --help ;;

@@ -8,8 +8,8 @@
 
 namespace Agent {
 
-EventLoop::EventLoop(asio::io_context& io, Work work)
-    : io_(io), work_(std::move(work)), timer_(io) {}
+EventLoop::EventLoop(asio::io_context& io, Work work, Metrics::Histogram& turns)
+    : io_(io), work_(std::move(work)), turns_(turns), timer_(io) {}
 
 void EventLoop::wake() {
   if (isAwake_) return;
@@ -19,8 +19,12 @@ void EventLoop::wake() {
 
 void EventLoop::turn() {
   isAwake_ = false;
-  Moru::ActivityFacility::current()->fireDue();
-  if (work_())
+  const auto& facility = Moru::ActivityFacility::current();
+  const double begun = facility->now();
+  facility->fireDue();
+  const bool isMore = work_();
+  turns_.observe(facility->now() - begun);
+  if (isMore)
     wake();
   else
     sleep();

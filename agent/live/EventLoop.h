@@ -7,6 +7,8 @@
 #include <asio/steady_timer.hpp>
 #include <functional>
 
+#include "agent/metrics/Histogram.h"
+
 namespace Agent {
 
 class EventLoop {
@@ -15,8 +17,8 @@ class EventLoop {
   using Work = std::function<bool()>;
 
   // Drives the activity facility that is current. `io` must outlive the loop, which must outlive
-  // its run().
-  EventLoop(asio::io_context& io, Work work);
+  // its run(). `turns` is told the seconds that each turn takes.
+  EventLoop(asio::io_context& io, Work work, Metrics::Histogram& turns);
 
   // Something may have come to do: there will be a turn.
   void wake();
@@ -27,6 +29,7 @@ class EventLoop {
 
   asio::io_context& io_;
   const Work work_;
+  Metrics::Histogram& turns_;
   asio::steady_timer timer_;
   bool isAwake_ = false;
 };

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <exception>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <utility>
 
 #include "agent/base/InputError.h"
@@ -38,13 +39,14 @@ LiveAgent::LiveAgent(LiveOptions options, Log& log)
       recording_(
           options_.recording,
           [this](const Recording::Write& write) { writeWholeState(embedded_, write); }, problems_),
-      loop_(io_, [this] { return work(); }),
+      loop_(
+          io_, [this] { return work(); }, activity_.turns),
       gate_(options_.gate,
             [this](Change change) {
               changes_.push(std::move(change));
               loop_.wake();
             }),
-      stories_(embedded_, gate_),
+      stories_(embedded_, gate_, [this](const Batch& batch) { activity_.add(batch); }),
       import_(
           options_.switchName, gate_, [this](Change change) { changes_.push(std::move(change)); },
           [this](const Attachments& attachments) {
@@ -71,12 +73,24 @@ LiveAgent::LiveAgent(LiveOptions options, Log& log)
   while (!changes_.isEmpty())
     changes_.applyFor(sliceTime, [this](const Change& change) { apply(change); });
   act(Start());
+  if (options_.metrics) serveMetrics(*options_.metrics);
   if (options_.programsKernel)
     programming_.emplace(ProgrammingOptions{options_.managesLinks, options_.switchName}, io_,
                          embedded_, gate_, stories_, problems_, log_, [this] { loop_.wake(); });
 }
 
 LiveAgent::~LiveAgent() = default;
+
+void LiveAgent::serveMetrics(const Metrics::Endpoint& endpoint) {
+  metrics_.emplace(AgentMetrics::Sources{options_.switchName, options_.version, embedded_, gate_,
+                                         session_, problems_, recording_, stories_.witness(),
+                                         activity_, programming_});
+  scrapes_.emplace(io_, endpoint,
+                   [this](Metrics::Dialect dialect) { return metrics_->text(dialect); });
+  std::ostringstream place;
+  place << endpoint;
+  log_.notice("metrics at http://" + place.str() + "/metrics");
+}
 
 int LiveAgent::run() {
   signals_.async_wait([this](const std::error_code& error, int signal) {
@@ -107,6 +121,7 @@ void LiveAgent::updatesArrived(Ovsdb::Updates updates) {
   if (session_.state() != Ovsdb::SessionState::inSync)
     log_.notice(session_.remote().text() +
                 (updates.whole ? " tells all of its state" : " tells what has changed since"));
+  ++activity_.messages;
   import_.take(std::move(updates));
   loop_.wake();
 }
@@ -142,6 +157,7 @@ bool LiveAgent::program() {
 void LiveAgent::act(const Action& action) {
   recording_.write(action);  // first: it may be what ends the process
   if (const auto* const change = std::get_if<Change>(&action)) {
+    ++activity_.changes;
     stories_.comes(*change);
     embedded_.store().apply(*change);
   }

@@ -18,6 +18,7 @@
 
 #include "agent/base/Problems.h"
 #include "agent/gate/WithdrawalGate.h"
+#include "agent/live/AgentMetrics.h"
 #include "agent/live/ChangeQueue.h"
 #include "agent/live/ControlServer.h"
 #include "agent/live/EventLoop.h"
@@ -25,6 +26,7 @@
 #include "agent/live/Programming.h"
 #include "agent/live/Recording.h"
 #include "agent/live/Stories.h"
+#include "agent/metrics/ScrapeServer.h"
 #include "agent/ovsdb/Import.h"
 #include "agent/ovsdb/Session.h"
 #include "agent/store/EmbeddedClient.h"
@@ -39,7 +41,8 @@ struct LiveOptions {
   bool managesLinks = true;     // makes vxlan devices and bridges; else those that are there serve
   std::optional<double> maxProcessTime{};  // of the client, in seconds
   RecordingOptions recording{};
-  std::string control{};  // the control socket's path
+  std::string control{};                       // the control socket's path
+  std::optional<Metrics::Endpoint> metrics{};  // where they are served
   std::string version{};
 };
 
@@ -47,7 +50,7 @@ class LiveAgent final : private Ovsdb::SessionListener {
  public:
   // Takes the process's activity facility as it is, and SIGINT and SIGTERM. The log must outlive
   // the agent. Throws std::system_error and InputError for what it cannot set up: TLS files, the
-  // control socket, the recording.
+  // control socket, the metrics' address, the recording.
   LiveAgent(LiveOptions options, Log& log);
   ~LiveAgent() override;
   LiveAgent(const LiveAgent&) = delete;
@@ -61,6 +64,7 @@ class LiveAgent final : private Ovsdb::SessionListener {
   void updatesArrived(Ovsdb::Updates updates) override;
   void caughtUp() override;
 
+  void serveMetrics(const Metrics::Endpoint& endpoint);
   bool work();
   bool program();
   void act(const Action& action);
@@ -81,6 +85,7 @@ class LiveAgent final : private Ovsdb::SessionListener {
   asio::signal_set signals_;
   int signal_ = 0;
 
+  Activity activity_;
   Problems problems_;
   EmbeddedClient embedded_;
   Recording recording_;
@@ -92,6 +97,8 @@ class LiveAgent final : private Ovsdb::SessionListener {
   Ovsdb::Session session_;
   std::optional<Programming> programming_;
   ControlServer control_;
+  std::optional<AgentMetrics> metrics_;
+  std::optional<Metrics::ScrapeServer> scrapes_;
 
   bool isSwitchMissing_ = false;
   std::string convergence_;  // as it was told last

@@ -32,14 +32,16 @@ EventKind kindOf(Kernel::Fdb::Happening what) {
 
 }  // namespace
 
-Stories::Stories(const EmbeddedClient& embedded, WithdrawalGate& gate)
+Stories::Stories(const EmbeddedClient& embedded, WithdrawalGate& gate,
+                 std::function<void(const Batch&)> batch)
     : embedded_(embedded),
       gate_(gate),
       witness_(embedded, std::nullopt,
                [] {
                  return Witness::Moment{now(), 0};
                },
-               {.event = [this](const Event& event) { chronicle_.add(event); }}) {
+               {.event = [this](const Event& event) { chronicle_.add(event); },
+                .batch = std::move(batch)}) {
   gate.eventsAre(
       {.waits =
            [this](const Vxlan::VniExt& vni, const Vorn::EthAddr& mac, bool isHeld) {

@@ -2,6 +2,8 @@
 // said of them, what gate and client have made of that, and what has become of it in the kernel.
 #pragma once
 
+#include <functional>
+
 #include "agent/gate/WithdrawalGate.h"
 #include "agent/kernel/DataPlane.h"
 #include "agent/live/Answers.h"
@@ -14,8 +16,12 @@ namespace Agent {
 
 class Stories {
  public:
-  // It takes the gate's events for itself. Both must outlive it.
-  Stories(const EmbeddedClient& embedded, WithdrawalGate& gate);
+  // It takes the gate's events for itself, and hands on the batches of deferred deletions. Both
+  // must outlive it.
+  Stories(const EmbeddedClient& embedded, WithdrawalGate& gate,
+          std::function<void(const Batch&)> batch);
+
+  const Witness& witness() const { return witness_; }
 
   // As Witness has them.
   void comes(const Change& change) { witness_.comes(change); }

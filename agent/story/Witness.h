@@ -48,6 +48,10 @@ class Witness {
   void clientChanged();
 
   std::size_t floodDests() const { return floodDests_.dests(); }
+  std::size_t floodSets() const { return floodDests_.floodSets(); }
+
+  // A facility has one, which whoever else wants to know of batches must share.
+  const BatchWatch& batches() const { return batches_; }
 
  private:
   class Watch;

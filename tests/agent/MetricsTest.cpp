@@ -1,9 +1,17 @@
-// Metrics as they are written, what of them is wanted, and what is counted for them.
+// Metrics as they are written, what of them is wanted, where they are served, and what is counted
+// for them. What an agent says is in tests/live.
+#include <asio/io_context.hpp>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <utility>
 
+#include "agent/base/InputError.h"
+#include "agent/live/AgentMetrics.h"
 #include "agent/metrics/Exposition.h"
+#include "agent/metrics/ScrapeServer.h"
 #include "agent/store/EmbeddedClient.h"
 #include "agent/watch/HostDeletions.h"
 
@@ -11,6 +19,9 @@ namespace {
 
 using namespace Agent::Metrics;  // NOLINT(google-build-using-namespace): all of it is tested
 using std::string;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
 
 string written(Dialect dialect) {
   Exposition out(dialect);
@@ -70,6 +81,38 @@ TEST(ExpositionTest, IsInTheDialectThatIsWanted) {
     EXPECT_EQ(dialectFor(accept), Dialect::text) << accept;
 }
 
+TEST(EndpointTest, IsAnAddressAndAPort) {
+  const auto parsed = [](const string& text) -> string {
+    try {
+      std::ostringstream out;
+      out << parseEndpoint(text);
+      return out.str();
+    } catch (const Agent::InputError& error) {
+      return error.what();
+    }
+  };
+  for (const auto& [text, endpoint] : {std::pair("9472", "127.0.0.1:9472"),
+                                       {":1", "127.0.0.1:1"},
+                                       {"localhost:65535", "127.0.0.1:65535"},
+                                       {"0.0.0.0:9472", "0.0.0.0:9472"},
+                                       {"[::1]:9472", "[::1]:9472"}})
+    EXPECT_EQ(parsed(text), endpoint);
+  const string port = "a port from 1 to 65535 at the end";
+  const string address = "an IPv4 address, an IPv6 address or localhost before the port";
+  for (const auto& [text, expected] : {std::pair<string, string>("", port),
+                                       {"0", port},
+                                       {"65536", port},
+                                       {"+1", port},
+                                       {"094720", port},
+                                       {"127.0.0.1", port},
+                                       {"127.0.0.1:", port},
+                                       {"banana:9472", address},
+                                       {"127.0.0.256:9472", address},
+                                       {"::1:9472", "an IPv6 address in brackets"},
+                                       {"[]:9472", "a host's name or address before the port"}})
+    EXPECT_EQ(parsed(text), "metrics \"" + text + "\": expected " + expected);
+}
+
 TEST(HostDeletionsTest, AreAtOnceOrInBatches) {
   Agent::EmbeddedClient embedded({});
   const Agent::FloodDests floodDests(embedded.store().zepSde, {});
@@ -90,6 +133,53 @@ TEST(HostDeletionsTest, AreAtOnceOrInBatches) {
   for (const unsigned mac : {1, 9, 3, 3}) input->hostDel(key(mac));
   EXPECT_EQ(deletions->atOnce(), 2);
   EXPECT_EQ(deletions->deferred(), 0);
+}
+
+struct Nobody final : Agent::Ovsdb::SessionListener {
+  void inSyncLost(const string&) override {}
+  void updatesArrived(Agent::Ovsdb::Updates) override {}
+  void caughtUp() override {}
+};
+
+// What cannot be brought about at will in an agent that runs.
+TEST(AgentMetricsTest, TellOfWhatIsUnderWayAndOfNoMoreThanThereIs) {
+  Agent::EmbeddedClient embedded(0.5);
+  embedded.start();
+  Agent::Problems problems([](const auto&, const auto&) {});
+  const Agent::WithdrawalGate gate({}, [](const auto&) {});
+  asio::io_context io;
+  Nobody nobody;
+  const Agent::Ovsdb::Session session(io, {Agent::Ovsdb::parseRemotes("unix:/nowhere"), {}}, nobody,
+                                      problems);
+  const Agent::Recording recording({}, {}, problems);
+  Agent::Activity activity;
+  const Agent::Witness witness(embedded, {}, [] { return Agent::Witness::Moment(); },
+                               {.event = [](const auto&) {}});
+  const std::optional<Agent::Programming> programming;
+  const Agent::AgentMetrics metrics({"tor\n1", "0", embedded, gate, session, problems, recording,
+                                     witness, activity, programming});
+  const auto text = [&] { return metrics.text(Dialect::text); };
+  const auto underWay = [&](bool unicast, bool bum) {
+    const string name = "\nvxlan_agent_deferred_deletion_in_progress";
+    return AllOf(HasSubstr(name + "{kind=\"unicast\"} " + std::to_string(unicast) + "\n"),
+                 HasSubstr(name + "{kind=\"bum\"} " + std::to_string(bum) + "\n"));
+  };
+  const auto& status = embedded.store().zepConvergenceStatus;
+  EXPECT_THAT(text(), underWay(false, false));
+  status->unicastDeferredDeletionInProgressIs(true);
+  EXPECT_THAT(text(), underWay(true, false));
+  status->unicastDeferredDeletionInProgressIs(false);
+  status->bumDeferredDeletionInProgressIs(true);
+  EXPECT_THAT(text(), underWay(false, true));
+  EXPECT_THAT(text(), HasSubstr("\nvxlan_agent_deletion_batch_budget_seconds 0.5\n"));
+  EXPECT_THAT(text(), HasSubstr("_switch_info{switch=\"tor\\\\x0A1\",data_plane=\"none\"} 1\n"));
+  activity.add({.kind = Agent::Batch::Kind::bum, .seconds = 0.011});
+  const string batches = "\nvxlan_agent_deletion_batch_duration_seconds_";
+  EXPECT_THAT(text(), AllOf(HasSubstr(batches + "bucket{kind=\"bum\",le=\"0.0105\"} 0\n"),
+                            HasSubstr(batches + "bucket{kind=\"bum\",le=\"0.011\"} 1\n"),
+                            HasSubstr(batches + "count{kind=\"unicast\"} 0\n")));
+  for (const auto* const absent : {"_kernel_", "_recording_", "_trace_ring_"})
+    EXPECT_THAT(text(), Not(HasSubstr(absent)));
 }
 
 }  // namespace
