@@ -147,9 +147,10 @@ int run(RunOptions options, std::ostream& errors) {
   Log log(errors, Log::readsJournal(STDERR_FILENO));
   Ringlog::directoryIs(options.running.ringDirectory);
   std::optional<TraceStream> trace;
-  if (options.running.traceLevel)
-    trace.emplace(errors, *options.running.traceLevel, clientFacilities(),
-                  [] { return rfc3339Text(std::chrono::system_clock::now()); });
+  if (const auto wanted = traceOptions(options.running))
+    trace.emplace(errors, *wanted, clientFacilities(), [] {
+      return TraceMoment{.time = rfc3339Text(std::chrono::system_clock::now())};
+    });
   try {
     LiveAgent agent(std::move(live), log);
     return ExitStatus::signalled + agent.run();

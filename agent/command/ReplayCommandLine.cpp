@@ -72,7 +72,7 @@ void addReplay(CLI::App& program, std::map<std::string, Command>& commands) {
     each.maxProcessTime = options->running.maxProcessTime;
     Ringlog::directoryIs(options->running.ringDirectory);
     const int status = replayCommand(options->journals, each, options->output,
-                                     options->running.traceLevel, out, errors);
+                                     traceOptions(options->running), out, errors);
     if (Ringlog::error().empty()) return status;
     errors << "vxlan-agent: " << Ringlog::error() << '\n';
     return status == ExitStatus::done ? ExitStatus::failed : status;

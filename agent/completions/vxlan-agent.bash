@@ -27,7 +27,8 @@ _vxlan_agent_value() {
     replay:--format | diff:--format | check:--format | question:--format | part:--format | dump:--format)
       _vxlan_agent_reply table json ;;
     replay:--color | diff:--color | dump:--color) _vxlan_agent_reply auto always never ;;
-    trace:--format | explain:--format) _vxlan_agent_reply text json ;;
+    trace:--format | explain:--format | replay:--trace-format | run:--trace-format)
+      _vxlan_agent_reply text json ;;
     trace:--level) _vxlan_agent_reply {0..9} ;;
     replay:--ring | run:--ring) _vxlan_agent_directories ;;
     run:--config) _vxlan_agent_files .toml ;;
@@ -87,7 +88,8 @@ _vxlan_agent() {
     run:*)
       _vxlan_agent_reply --database --switch --private-key --certificate --ca-cert --config \
         --withdraw-delay --hold-above --hold-min --hold-time --settle --data-plane --links \
-        --record --record-size --control --metrics --max-process-time --trace --ring --help
+        --record --record-size --control --metrics --max-process-time --trace --trace-format \
+        --ring --help
       ;;
     question:*) _vxlan_agent_reply --format --control --help ;;
     explain:-*) _vxlan_agent_reply - --vlan --vni --previous --format --control --help ;;
@@ -97,8 +99,8 @@ _vxlan_agent() {
       ;;
     replay:-*)
       _vxlan_agent_reply - --format --max-process-time --time-per-read --realtime --keep-going \
-        --trace --ring --diff --timeline --rows --color --speed --until --stop-at --vlan --vni \
-        --vtep --mac --help
+        --trace --trace-format --ring --diff --timeline --rows --color --speed --until --stop-at \
+        --vlan --vni --vtep --mac --help
       ;;
     diff:-*)
       _vxlan_agent_reply - --format --rows --color --vlan --vni --vtep --mac --times --keep-going \

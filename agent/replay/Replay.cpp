@@ -6,7 +6,6 @@
 #include "agent/base/StopSignal.h"
 #include "agent/base/Text.h"
 #include "agent/replay/RecordingTime.h"
-#include "agent/trace/TraceStream.h"
 
 namespace Agent {
 
@@ -235,29 +234,31 @@ bool Replay::takeException(const Moru::Exception& exception) {
 namespace {
 
 ExitStatus replayOne(const std::string& path, const ReplayOptions& options,
-                     const OutputOptions& outputOptions, const std::optional<unsigned>& traceLevel,
-                     std::ostream& out, std::ostream& errors) {
+                     const OutputOptions& outputOptions,
+                     const std::optional<TraceStreamOptions>& trace, std::ostream& out,
+                     std::ostream& errors) {
   JournalFile file(path);
   const bool hasStart = file.findStart();
   StopSignal::install();  // until here there was nothing to end in good order
   Output output(out, outputOptions, file.name());
   Replay replay(file, hasStart, options, &output, errors);
-  std::optional<TraceStream> trace;
-  if (traceLevel)
-    trace.emplace(errors, *traceLevel, clientFacilities(),
-                  [&replay] { return secondsText(replay.time()); });
+  std::optional<TraceStream> stream;
+  if (trace)
+    stream.emplace(errors, *trace, clientFacilities(), [&replay] {
+      return TraceMoment{replay.time(), replay.origin().journal, replay.origin().line};
+    });
   return replay.run();
 }
 
 }  // namespace
 
 int replayCommand(const std::vector<std::string>& journals, const ReplayOptions& options,
-                  OutputOptions output, const std::optional<unsigned>& traceLevel,
+                  OutputOptions output, const std::optional<TraceStreamOptions>& trace,
                   std::ostream& out, std::ostream& errors) {
   output.named = journals.size() > 1;
   int status = ExitStatus::done;
   for (const std::string& path : journals) {
-    const ExitStatus each = replayOne(path, options, output, traceLevel, out, errors);
+    const ExitStatus each = replayOne(path, options, output, trace, out, errors);
     if (status == ExitStatus::done) status = each;
     if (StopSignal::number() != 0) break;
   }

@@ -22,6 +22,7 @@
 #include "agent/replay/Progress.h"
 #include "agent/store/EmbeddedClient.h"
 #include "agent/story/Witness.h"
+#include "agent/trace/TraceStream.h"
 #include "agent/view/Output.h"
 #include "framework/Moru/ActivityFacility.h"
 #include "framework/Moru/Exception.h"
@@ -62,6 +63,9 @@ class Replay {
 
   // What the client has made by now, as the dump of this label.
   Snapshot snapshot(const std::string& label) const;
+
+  // The journal, and the line applied last.
+  const Origin& origin() const { return origin_; }
 
   // The time of the recording, without counting as a reading.
   double time() const;
@@ -114,7 +118,7 @@ class Replay {
 // Plays each journal on its own, one after the other; the first failure decides the exit status.
 // Where there are several, the output names them.
 int replayCommand(const std::vector<std::string>& journals, const ReplayOptions& options,
-                  OutputOptions output, const std::optional<unsigned>& traceLevel,
+                  OutputOptions output, const std::optional<TraceStreamOptions>& trace,
                   std::ostream& out, std::ostream& errors);
 
 }  // namespace Agent

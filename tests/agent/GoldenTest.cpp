@@ -87,8 +87,8 @@ Played play(const fs::path& journal, const View& view) {
   }
   std::ostringstream out;
   std::ostringstream errors;
-  const auto level = view.trace ? std::optional(8U) : std::nullopt;
-  const int status = Agent::replayCommand({journal}, options, view.output, level, out, errors);
+  const auto trace = view.trace ? std::optional(Agent::TraceStreamOptions{8}) : std::nullopt;
+  const int status = Agent::replayCommand({journal}, options, view.output, trace, out, errors);
   return {status, out.str(), errors.str()};
 }
 

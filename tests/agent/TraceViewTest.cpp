@@ -402,20 +402,26 @@ TEST(TraceView, PausesUntilItIsToStop) {
   EXPECT_FALSE(pause(std::chrono::hours(1)));
 }
 
+auto moment(const char* time) {
+  return [time] { return Agent::TraceMoment{.time = time}; };
+}
+
 TEST(TraceStreamTest, PrintsTheLevelsThatAreOnForAsLongAsItLives) {
   std::ostringstream out;
   {
-    const Agent::TraceStream stream(out, 3, {&traceFacility}, [] { return "now"; });
+    const Agent::TraceStream stream(out, {3}, {&traceFacility}, moment("now"));
     say("shown\a");
     whisper("too low");
   }
   traceFacility.streamLevelsIs(Moru::TraceFacility::allLevels);
   say("to nobody");
   {
-    const Agent::TraceStream stream(out, 9, {&traceFacility}, [] { return "then"; });
-    whisper("all levels");
+    const Agent::TraceStream stream(out, {9, true}, {&traceFacility}, moment("then"));
+    whisper("all\alevels");
   }
-  EXPECT_EQ(out.str(), "now 3 " + sayText + "shown\\x07\nthen 8 " + whisperText + "all levels\n");
+  EXPECT_EQ(out.str(), "now 3 " + sayText + "shown\\x07\n" +
+                           R"({"time":"then","level":8,"facility":")" + traceFacility.name() +
+                           R"(","text":")" + whisperText + R"(all\u0007levels"})" + "\n");
   EXPECT_EQ(traceFacility.streamLevels(), 0U);
 }
 
