@@ -10,9 +10,13 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).parent.parent))
+import schemas  # noqa: E402
 
 AGENT = os.environ["VXLAN_AGENT"]
 SCHEMA = pathlib.Path("/usr/share/openvswitch/vtep.ovsschema")
@@ -382,13 +386,19 @@ class Agent:
         self.start()
 
     def answer(self, question):
-        """What it answers to a line on its control socket."""
+        """What it answers to a line on its control socket, held to its schema."""
         with socket.socket(socket.AF_UNIX) as connection:
             connection.settimeout(PATIENCE)
             connection.connect(str(self.control))
             connection.sendall(question + b"\n")
             with connection.makefile() as answer:
-                return [json.loads(line) for line in answer]
+                return [self._read(question, line) for line in answer]
+
+    @staticmethod
+    def _read(question, line):
+        with contextlib.suppress(ValueError):
+            what = json.loads(question).get("question")
+        return schemas.read(line, "error" if line.startswith('{"error"') else what)
 
     def ask(self, what):
         return self.answer(json.dumps({"question": what}).encode())

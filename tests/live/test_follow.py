@@ -6,7 +6,7 @@ import stat
 import time
 import unittest
 
-from harness import BROADCAST, TO_ALL, TO_ANY, LiveTest, hosts_of, run_agent, wait_for
+from harness import BROADCAST, TO_ALL, TO_ANY, LiveTest, hosts_of, run_agent, schemas, wait_for
 
 DELAY = 0.5  # seconds that withdrawals wait; a machine that is busy takes a part of them
 QUICK = (f"--withdraw-delay={DELAY}", "--settle=1")
@@ -372,7 +372,7 @@ class Operator(FollowTest):
     def lines(self, *words):
         done = self.agent.command(*words, "--format=json")
         self.assertEqual(done.returncode, 0, done)
-        return [json.loads(line) for line in done.stdout.splitlines()]
+        return [schemas.read(line, words[0]) for line in done.stdout.splitlines()]
 
     def test_is_compared(self):
         self.database.announce("ls1", {HOST: "10.0.0.2"})
