@@ -396,9 +396,9 @@ class Agent:
 
     @staticmethod
     def _read(question, line):
-        with contextlib.suppress(ValueError):
-            what = json.loads(question).get("question")
-        return schemas.read(line, "error" if line.startswith('{"error"') else what)
+        if line.startswith('{"error"'):
+            return schemas.read(line, "error")
+        return schemas.read(line, json.loads(question)["question"])
 
     def ask(self, what):
         return self.answer(json.dumps({"question": what}).encode())
