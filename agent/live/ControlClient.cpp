@@ -144,24 +144,37 @@ class Tables {
   bool isEmpty_ = true;
 };
 
-// A line of a story, or of the verdict behind it.
+// A story and its verdict, as StoryView prints them.
 class StoryText {
  public:
-  explicit StoryText(std::ostream& out) : out_(out) {}
+  StoryText(std::ostream& out, const Filter& filter) : out_(out) {
+    for (const Vorn::EthAddr& mac : filter.macs) macs_ += mac.stringValue() + '\n';
+  }
 
   void add(const Object& record) {
+    out_ << std::exchange(macs_, "");
     if (record.contains("remark")) {
       out_ << "# " << printable(textOf(record["remark"])) << '\n';
       return;
     }
-    const std::string time = textOf(record.at("time"));
     const bool isVerdict = record.contains("verdict");
+    const std::string time = timeOf(record);
     if (isVerdict && !std::exchange(hasVerdict_, true)) out_ << "now, at " << time << ":\n";
     out_ << "  " << (isVerdict ? "" : time + "  ") << printable(textOf(record.at("text"))) << '\n';
   }
 
  private:
+  // "2026-11-21T05:10:11.123456789Z" as people read it: "2026-11-21 05:10:11.123456".
+  static std::string timeOf(const Object& record) {
+    constexpr std::size_t date = 10;
+    constexpr std::size_t toMicroseconds = 26;
+    std::string time = textOf(record.at("time")).substr(0, toMicroseconds);
+    if (time.size() > date) time[date] = ' ';
+    return printable(time);
+  }
+
   std::ostream& out_;
+  std::string macs_;
   bool hasVerdict_ = false;
 };
 
@@ -177,7 +190,7 @@ ExitStatus ask(const AskOptions& options, std::ostream& out) {
   Inquiry inquiry(options.control, {what, options.output.filter});
   const bool isStory = what == "explain";
   Tables tables(what);
-  StoryText story(out);
+  StoryText story(out, options.output.filter);
   ExitStatus status = ExitStatus::done;
   for (std::string line; inquiry.read(line);) {
     if (what == "dump") {

@@ -227,7 +227,10 @@ bool isMirroredBy(const Event& entry, const Event& copy) {
 // With what is written first before what comes of it.
 std::vector<Event> inOrder(std::vector<Event> events) {
   for (std::size_t i = 1; i < events.size(); ++i)
-    if (isMirroredBy(events[i], events[i - 1])) std::swap(events[i], events[i - 1]);
+    if (isMirroredBy(events[i], events[i - 1])) {
+      events[i].at = events[i - 1].at;
+      std::swap(events[i], events[i - 1]);
+    }
   return events;
 }
 
@@ -276,8 +279,8 @@ std::string hostText(const StoryLine& line) {
   if (what == "announced") return "announced in " + vniText(event) + ' ' + behind(event);
   if (what == "announcedAgain") return "announced again in " + vniText(event) + ' ' + behind(event);
   if (what == "announcedElsewhere")
-    return "announced in " + vniText(event) + " elsewhere: " + fromTo(line) + ", move count " +
-           std::to_string(event.number);
+    return "announced in " + vniText(event) + " elsewhere: " + fromTo(line) +
+           (event.number == 0 ? "" : ", move count " + std::to_string(event.number));
   if (what == "withdrawn")
     return "withdrawn from " + vniText(event) +
            (line.from ? ", where it was behind " + line.from->stringValue()

@@ -147,8 +147,7 @@ TEST_F(RingStory, TellsWhyAHostIsNotTaken) {
                           "not taken in VLAN 10: 10.0.0.100 is our own VTEP",
                           "came to VLAN 10 behind 10.0.0.100",
                           "copied into the RIB, VLAN 10 behind 10.0.0.100",
-                          "announced in VNI 10010 elsewhere: from 10.0.0.100 to 10.0.0.9, move "
-                          "count 0",
+                          "announced in VNI 10010 elsewhere: from 10.0.0.100 to 10.0.0.9",
                           "not taken in VLAN 10: 10.0.0.9 is our own VTEP",
                           "deleted from VLAN 10 at once", "left the RIB, VLAN 10"));
   ASSERT_EQ(story.verdict.size(), 1U);
