@@ -82,6 +82,8 @@ ExitStatus Replay::run() {
   }
   if (!ended_) printDump(label);
   if (output_ != nullptr) output_->flush();
+  if (options_.watching && options_.watching->ended)
+    options_.watching->ended({time(), origin_.line}, embedded_);
   return status_;
 }
 
@@ -149,11 +151,11 @@ void Replay::play(const Line& line) {
 // Fires what is due at or before `until`, and moves the time there. False if that was the end.
 bool Replay::fireClocks(double until) {
   constexpr std::uint64_t mostInARow = 100'000;
-  printTurn();
+  endTurn();
   while (!isOver()) {
     try {
       if (!facility_->fireNext(until)) break;
-      printTurn();
+      endTurn();
     } catch (const Moru::Exception& exception) {
       takeException(exception);
     }
@@ -202,6 +204,12 @@ Snapshot Replay::snapshot(const std::string& label) const {
   Snapshot snapshot = takeSnapshot(label, at_, embedded_);
   snapshot.origin = origin_;
   return snapshot;
+}
+
+void Replay::endTurn() {
+  if (options_.watching && options_.watching->turnEnded)
+    options_.watching->turnEnded({time(), origin_.line}, embedded_);
+  printTurn();
 }
 
 void Replay::printTurn() {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -33,6 +34,10 @@ namespace Agent {
 struct Watching {
   std::optional<Vorn::EthAddr> mac{};  // to this one alone
   Witness::Sinks sinks{};
+  // At the end of each turn of the event loop, and when nothing more comes, which may be within a
+  // turn; may be empty.
+  std::function<void(const Witness::Moment&, const EmbeddedClient&)> turnEnded{};
+  std::function<void(const Witness::Moment&, const EmbeddedClient&)> ended{};
 };
 
 struct ReplayOptions {
@@ -87,6 +92,7 @@ class Replay {
   void stopClient();
   bool fireClocks(double until);
   void printDump(const std::string& label);
+  void endTurn();
   void printTurn();
   bool takeException(const Moru::Exception& exception);
   bool isBeyond() const;
