@@ -1,0 +1,17 @@
+# Writes a header with texts as string constants: cmake -DHEADER=FILE -DNAMESPACE=NAME
+# -DTEXTS="NAME=FILE,FILE|..." -P EmbedText.cmake. The files of one text are put together.
+set(header "#pragma once\n\n#include <string_view>\n\nnamespace ${NAMESPACE} {\n")
+string(REPLACE "|" ";" texts "${TEXTS}")
+foreach(text IN LISTS texts)
+  string(REGEX MATCH "^([A-Za-z]+)=(.*)$" matched "${text}")
+  set(name ${CMAKE_MATCH_1})
+  string(REPLACE "," ";" files "${CMAKE_MATCH_2}")
+  string(APPEND header "\ninline constexpr std::string_view ${name} =")
+  foreach(file IN LISTS files)
+    file(READ "${file}" content)
+    string(APPEND header "\n    R\"TEXT(${content})TEXT\"")
+  endforeach()
+  string(APPEND header ";\n")
+endforeach()
+string(APPEND header "\n}  // namespace ${NAMESPACE}\n")
+file(WRITE "${HEADER}" "${header}")
