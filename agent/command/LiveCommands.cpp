@@ -195,14 +195,18 @@ Command addQuestion(CLI::App& program, const std::string& name, const std::strin
     addDumpOptions(command, options->output);
   else
     addFormatOption(command, options->output.format);
-  command
-      .add_option("--control", options->control,
-                  "The agent's control socket; needed where several agents run")
-      ->type_name("PATH");
+  addControlOption(command, options->control);
   return [options](std::ostream& out, std::ostream&) { return ask(*options, out); };
 }
 
 }  // namespace
+
+void addControlOption(CLI::App& command, std::string& control) {
+  command
+      .add_option("--control", control,
+                  "The agent's control socket; needed where several agents run")
+      ->type_name("PATH");
+}
 
 void addLiveCommands(CLI::App& program, std::map<std::string, Command>& commands) {
   commands["run"] = addRun(program);

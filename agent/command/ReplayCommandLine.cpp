@@ -9,6 +9,7 @@
 #include "agent/base/ExitStatus.h"
 #include "agent/command/CommandLine.h"
 #include "agent/command/DumpOptions.h"
+#include "agent/command/ReportCommandLine.h"
 #include "agent/command/RunningOptions.h"
 #include "agent/replay/Replay.h"
 #include "framework/Ringlog/Ring.h"
@@ -22,6 +23,7 @@ void addReplay(CLI::App& program, std::map<std::string, Command>& commands) {
     OutputOptions output;
     bool realtime = false;
     RunningOptions running;
+    std::string report;
   };
   auto options = std::make_shared<Options>();
   auto& replay = options->replay;
@@ -64,12 +66,22 @@ void addReplay(CLI::App& program, std::map<std::string, Command>& commands) {
       ->type_name("LINE");
   command.add_flag("--keep-going", replay.keepGoing,
                    "Print exceptions as lines of the output, and go on");
+  command
+      .add_option("--report", options->report,
+                  "Write a page that shows the replay, for a browser; of one journal alone")
+      ->type_name("FILE");
+  command.callback([options] {
+    if (!options->report.empty() && options->journals.size() > 1)
+      throw CLI::ValidationError("--report", "several journals: expected one");
+  });
   addRunningOptions(command, options->running);
   commands["replay"] = [options](std::ostream& out, std::ostream& errors) -> int {
     auto& each = options->replay;
     if (options->realtime && !each.speed) each.speed = 1;
     each.progress = isTerminal(STDERR_FILENO);
     each.maxProcessTime = options->running.maxProcessTime;
+    if (!options->report.empty())
+      each.watching = reportTo(options->report, options->journals.front());
     Ringlog::directoryIs(options->running.ringDirectory);
     const int status = replayCommand(options->journals, each, options->output,
                                      traceOptions(options->running), out, errors);

@@ -17,6 +17,7 @@
 #include "agent/command/GenerateCommandLine.h"
 #include "agent/command/LiveCommands.h"
 #include "agent/command/ReplayCommandLine.h"
+#include "agent/command/ReportCommandLine.h"
 #include "agent/command/TraceCommandLine.h"
 
 namespace {
@@ -33,6 +34,7 @@ int run(int argc, char** argv, std::ostream& out, std::ostream& errors) {
   Agent::addLiveCommands(program, commands);
   Agent::addExplain(program, commands);
   Agent::addReplay(program, commands);
+  Agent::addReport(program, commands);
   Agent::addDiff(program, commands);
   Agent::addTrace(program, commands);
   Agent::addCheck(program, commands);

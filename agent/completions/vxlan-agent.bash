@@ -33,8 +33,9 @@ _vxlan_agent_value() {
     replay:--ring | run:--ring) _vxlan_agent_directories ;;
     run:--config) _vxlan_agent_files .toml ;;
     run:--record) _vxlan_agent_files .jsonl ;;
+    replay:--report) _vxlan_agent_files .html ;;
     run:--private-key | run:--certificate | run:--ca-cert) _vxlan_agent_files .pem ;;
-    run:--control | question:--control | explain:--control | part:--control | dump:--control) _vxlan_agent_files .sock ;;
+    run:--control | question:--control | report:--control | explain:--control | part:--control | dump:--control) _vxlan_agent_files .sock ;;
     run:--data-plane) _vxlan_agent_reply linux none ;;
     run:--links) _vxlan_agent_reply manage adopt ;;
     replay:--max-process-time | replay:--time-per-read | replay:--speed | replay:--until) ;;
@@ -62,7 +63,7 @@ _vxlan_agent() {
   COMPREPLY=()
 
   if ((COMP_CWORD == 1)); then
-    _vxlan_agent_reply run status hosts floods dump problems doctor release explain replay diff \
+    _vxlan_agent_reply run status hosts floods dump problems doctor release report explain replay diff \
       trace check generate --help --version
     return
   fi
@@ -92,6 +93,8 @@ _vxlan_agent() {
         --ring --help
       ;;
     question:*) _vxlan_agent_reply --format --control --help ;;
+    report:-*) _vxlan_agent_reply --control --help ;;
+    report:*) _vxlan_agent_files .html ;;
     explain:-*) _vxlan_agent_reply - --vlan --vni --previous --format --control --help ;;
     part:*) _vxlan_agent_reply --format --control --vlan --vni --vtep --mac --help ;;
     dump:*)
@@ -100,7 +103,7 @@ _vxlan_agent() {
     replay:-*)
       _vxlan_agent_reply - --format --max-process-time --time-per-read --realtime --keep-going \
         --trace --trace-format --ring --diff --timeline --rows --color --speed --until --stop-at \
-        --vlan --vni --vtep --mac --help
+        --report --vlan --vni --vtep --mac --help
       ;;
     diff:-*)
       _vxlan_agent_reply - --format --rows --color --vlan --vni --vtep --mac --times --keep-going \

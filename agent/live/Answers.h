@@ -9,6 +9,7 @@
 //   dump      all that it has made, as a line of a replay has it: agent/view/JsonView.h
 //   problems  {"since": TIME, "what": PLACE, "value": TEXT, "why": TEXT}, by their places
 //   status    one object; see statusOf()
+//   report    one object, for a page of the same version: agent/report/DataText.h
 //
 // TIME is as RFC 3339 has it, in UTC. A VLAN that no VNI is mapped to has the VNI null.
 #pragma once

@@ -180,6 +180,13 @@ class StoryText {
 
 }  // namespace
 
+std::string askForReport(const std::string& control) {
+  Inquiry inquiry(control, {.what = "report"});
+  std::string line;
+  if (!inquiry.read(line)) throw InputError("the agent has ended its answer: expected a line");
+  return line;
+}
+
 ExitStatus ask(const AskOptions& options, std::ostream& out) {
   const std::string& what = options.what;
   const bool json = options.output.format == Format::json;

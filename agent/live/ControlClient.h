@@ -25,6 +25,10 @@ ExitStatus ask(const AskOptions& options, std::ostream& out);
 // What the agent has made by now, from its socket as above.
 Snapshot askForDump(const std::string& control, const Filter& filter);
 
+// The data of the agent's report, for a page. Throws as ask() does, and InputError where the agent
+// ends in the middle.
+std::string askForReport(const std::string& control);
+
 // Where the sockets of a machine's agents are, NAME.sock each.
 inline constexpr const char* controlDirectory = "/run/vxlan-agent";
 

@@ -46,7 +46,13 @@ LiveAgent::LiveAgent(LiveOptions options, Log& log)
               changes_.push(std::move(change));
               loop_.wake();
             }),
-      stories_(embedded_, gate_, [this](const Batch& batch) { activity_.add(batch); }),
+      recorder_(now()),
+      stories_(embedded_, gate_,
+               {[this](const Event& event) { recorder_.take(event); },
+                [this](const Batch& batch) {
+                  activity_.add(batch);
+                  recorder_.take(batch);
+                }}),
       import_(
           options_.switchName, gate_, [this](Change change) { changes_.push(std::move(change)); },
           [this](const Attachments& attachments) {
@@ -138,6 +144,7 @@ bool LiveAgent::work() {
   else
     changes_.applyFor(sliceTime, [this](const Change& change) { apply(change); });
   recording_.rotateIfFull();
+  recorder_.turnEnded({now(), 0}, embedded_);
   tellConvergence();
   const bool isProgramming = program();
   return import_.hasWork() || !changes_.isEmpty() || isProgramming;
@@ -217,6 +224,7 @@ Answer LiveAgent::answer(const std::string& line) {
   if (what == "hosts") return hostsAnswer(embedded_, gate_, filter);
   if (what == "floods") return floodsAnswer(embedded_, filter);
   if (what == "problems") return problemsAnswer(problems_);
+  if (what == "report") return report();
   if (what == "dump") return dumpAnswer(snapshot(filter));
   if (what == "doctor")
     return doctorAnswer(
@@ -233,9 +241,26 @@ Answer LiveAgent::answer(const std::string& line) {
     if (wasHeld) log_.notice("the hold is ended by the operator");
     return lineAnswer({{"released", wasHeld}});
   }
-  throw InputError(
-      '"' + what +
-      "\": expected status, hosts, floods, dump, problems, doctor, explain or release");
+  throw InputError('"' + what +
+                   "\": expected status, hosts, floods, dump, problems, doctor, explain, report or "
+                   "release");
+}
+
+// Its time 0 is that of the facility, which has no date of its own.
+Answer LiveAgent::report() {
+  recorder_.turnEnded({now(), 0}, embedded_);
+  const std::chrono::duration<double> unixTime =
+      std::chrono::system_clock::now().time_since_epoch();
+  Pieces data = recorder_.data({.title = options_.switchName,
+                                .source = "--control " + options_.control,
+                                .epoch = unixTime.count() - now(),
+                                .version = options_.version},
+                               embedded_);
+  return [data = std::move(data)](std::string& out) {
+    const bool isMore = data(out);
+    if (!isMore) out += '\n';
+    return isMore;
+  };
 }
 
 Snapshot LiveAgent::snapshot(const Filter& filter) const {

@@ -29,6 +29,7 @@
 #include "agent/metrics/ScrapeServer.h"
 #include "agent/ovsdb/Import.h"
 #include "agent/ovsdb/Session.h"
+#include "agent/report/Recorder.h"
 #include "agent/store/EmbeddedClient.h"
 
 namespace Agent {
@@ -73,6 +74,7 @@ class LiveAgent final : private Ovsdb::SessionListener {
   void tellConvergence();
 
   Answer answer(const std::string& line);
+  Answer report();
   Snapshot snapshot(const Filter& filter) const;
   nlohmann::ordered_json status() const;
   nlohmann::ordered_json holdStatus() const;
@@ -92,6 +94,7 @@ class LiveAgent final : private Ovsdb::SessionListener {
   ChangeQueue changes_;
   EventLoop loop_;
   WithdrawalGate gate_;
+  Recorder recorder_;  // of the report
   Stories stories_;
   Ovsdb::Import import_;
   Ovsdb::Session session_;

@@ -13,7 +13,7 @@ namespace Agent {
 struct Question {
   static constexpr std::size_t longest = 4096;  // bytes, with the line's end
 
-  std::string what{};  // hosts, floods, dump, problems, doctor, explain, status or release
+  std::string what{};  // hosts, floods, dump, problems, doctor, explain, status, report or release
   Filter filter{};     // of hosts, floods, dump and explain
 };
 

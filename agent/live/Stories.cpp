@@ -32,40 +32,42 @@ EventKind kindOf(Kernel::Fdb::Happening what) {
 
 }  // namespace
 
-Stories::Stories(const EmbeddedClient& embedded, WithdrawalGate& gate,
-                 std::function<void(const Batch&)> batch)
+Stories::Stories(const EmbeddedClient& embedded, WithdrawalGate& gate, Witness::Sinks sinks)
     : embedded_(embedded),
       gate_(gate),
+      sinks_(std::move(sinks)),
       witness_(embedded, std::nullopt,
                [] {
                  return Witness::Moment{now(), 0};
                },
-               {.event = [this](const Event& event) { chronicle_.add(event); },
-                .batch = std::move(batch)}) {
+               {.event = [this](const Event& event) { add(event); }, .batch = sinks_.batch}) {
   gate.eventsAre(
       {.waits =
            [this](const Vxlan::VniExt& vni, const Vorn::EthAddr& mac, bool isHeld) {
-             chronicle_.add({.at = now(),
-                             .mac = mac,
-                             .kind = EventKind::waiting,
-                             .flag = isHeld,
-                             .vni = vni.value()});
+             add({.at = now(),
+                  .mac = mac,
+                  .kind = EventKind::waiting,
+                  .flag = isHeld,
+                  .vni = vni.value()});
            },
        .cameBack =
            [this](const Vxlan::VniExt& vni, const Vorn::EthAddr& mac) {
-             chronicle_.add(
-                 {.at = now(), .mac = mac, .kind = EventKind::notWaiting, .vni = vni.value()});
+             add({.at = now(), .mac = mac, .kind = EventKind::notWaiting, .vni = vni.value()});
            },
        .hold =
            [this](bool isHold) {
-             chronicle_.add(
-                 {.at = now(), .kind = isHold ? EventKind::holdBegan : EventKind::holdEnded});
+             add({.at = now(), .kind = isHold ? EventKind::holdBegan : EventKind::holdEnded});
            }});
+}
+
+void Stories::add(const Event& event) {
+  chronicle_.add(event);
+  sinks_.event(event);
 }
 
 void Stories::kernelHas(Kernel::Fdb::Happening what, const Vxlan::VniExt& vni,
                         const Vorn::EthAddr& mac, const Vorn::IpAddr& vtep) {
-  chronicle_.add({.at = now(), .mac = mac, .kind = kindOf(what), .vni = vni.value(), .vtep = vtep});
+  add({.at = now(), .mac = mac, .kind = kindOf(what), .vni = vni.value(), .vtep = vtep});
 }
 
 // Behind each host that is in the RIB, what keeps it there, and what the kernel has of it.
@@ -83,17 +85,18 @@ std::vector<Finding> Stories::findings(const Vorn::EthAddr& mac, const StoryScop
     all.push_back(std::move(each));
     if (number == 0) continue;
     const Vxlan::VniExt vni(number);
-    const std::string where = "VNI " + std::to_string(number) + ": ";
+    const auto find = [&](const char* gate, const std::string& text) {
+      all.push_back({gate, number, vlan, "VNI " + std::to_string(number) + ": " + text});
+    };
     if (gate_.isWaiting(vni, mac) || gate_.isListWaiting(vni, mac))
-      all.push_back(
-          {gate_.hold() ? "held" : "waiting", number, vlan,
-           where + (gate_.hold() ? "its withdrawal is held" : "its withdrawal waits in the gate")});
+      find(gate_.hold() ? "held" : "waiting",
+           gate_.hold() ? "its withdrawal is held" : "its withdrawal waits in the gate");
     if (!isInRib || plane == nullptr) continue;
     const std::string why = plane->whyOther(vni, mac);
     if (!why.empty())
-      all.push_back({"kernel", number, vlan, where + "not in the kernel: " + why});
+      find("kernel", "not in the kernel: " + why);
     else if (plane->isProgrammed(vni, mac))
-      all.push_back({"none", number, vlan, where + "programmed into the kernel"});
+      find("none", "programmed into the kernel");
   }
   return all;
 }

@@ -16,10 +16,9 @@ namespace Agent {
 
 class Stories {
  public:
-  // It takes the gate's events for itself, and hands on the batches of deferred deletions. Both
-  // must outlive it.
-  Stories(const EmbeddedClient& embedded, WithdrawalGate& gate,
-          std::function<void(const Batch&)> batch);
+  // It takes the gate's events for itself. Both must outlive it. All that it comes to know is told
+  // to `sinks` as well.
+  Stories(const EmbeddedClient& embedded, WithdrawalGate& gate, Witness::Sinks sinks);
 
   const Witness& witness() const { return witness_; }
 
@@ -36,11 +35,13 @@ class Stories {
                 const Kernel::DataPlane* plane) const;
 
  private:
+  void add(const Event& event);
   std::vector<Finding> findings(const Vorn::EthAddr& mac, const StoryScope& scope,
                                 const Kernel::DataPlane* plane) const;
 
   const EmbeddedClient& embedded_;
   const WithdrawalGate& gate_;
+  const Witness::Sinks sinks_;
   Chronicle chronicle_;
   Witness witness_;
 };

@@ -1,5 +1,6 @@
 """Controllers, database servers and agents that stop, crash and come back, in every order."""
 
+import datetime
 import json
 import unittest
 
@@ -81,6 +82,21 @@ class Controller(RestartTest):
         self.assertEqual([line for line in outside if "del" in line], [])
         self.assertEqual(set(self.agent.withdrawn()), set(HOSTS))
         self.assertEqual(len(self.agent.recorded("vlanVniMap")), 1)
+        self.check_report(status["hold"]["since"])
+
+    def check_report(self, since):
+        """It tells one hold, begun `since`, within which all hosts were marked and none was lost."""
+        report = self.agent.ask("report")[0]
+        ((began, ended),) = report["windows"]["holds"]["rows"]
+        told = datetime.datetime.fromisoformat(since[:26] + "+00:00").timestamp()
+        self.assertAlmostEqual(report["epoch"] + began, told, delta=0.05)
+        self.assertGreater(ended, began)
+        rows = [row for row in report["state"] if row[0] >= began]
+        self.assertEqual((min(row[4] for row in rows), max(row[8] for row in rows)), (len(HOSTS),) * 2)
+        self.assertEqual((rows[-1][3], rows[-1][6]), (len(HOSTS), 0))
+        page = self.directory / "tor.html"
+        self.assertEqual(self.agent.command("report", page).returncode, 0)
+        self.assertIn('"title":"tor"', page.read_text())
 
     def test_brings_half_back(self):
         """Its database has been restarted, too."""
