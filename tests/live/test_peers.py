@@ -3,7 +3,7 @@
 import os
 import unittest
 
-from harness import LiveTest, hosts_of, wait_for
+from harness import PATIENCE, LiveTest, hosts_of, wait_for
 from peer import LOGICAL, SWITCH, TRANSACTION, Peer, PeerServer, compact, rows_of, told, uuid_of
 
 MIB = 1 << 20
@@ -226,7 +226,7 @@ class PeersTest(LiveTest):
             with self.subTest(f"pieces of {size} bytes"):
                 hosts = hosts_of(count)
                 self.server.serve(Pieces(hosts, size))
-                wait_for("the hosts", lambda hosts=hosts: self.agent.hosts() == hosts, 60)
+                wait_for("the hosts", lambda hosts=hosts: self.agent.hosts() == hosts, 3 * PATIENCE)
 
     def test_probes_during_a_large_state(self):
         class Probing(Peer):
@@ -251,7 +251,7 @@ class PeersTest(LiveTest):
             answered.append(len(probing.replies))
             return self.agent.status()["hosts"]["wanted"] == 100_000
 
-        wait_for("all hosts", applied, 60)
+        wait_for("all hosts", applied, 3 * PATIENCE)
         # Evaluated or applied at one go, it would have let but a few through.
         self.assertGreater(answered[-1], 20)
 
@@ -279,7 +279,7 @@ class PeersTest(LiveTest):
                 endless = Endless(self.known(), begin, go_on)
                 self._known += 1
                 self.server.serve(endless, Peer(self.known()))
-                wait_for("the end of it", lambda: self.agent.hosts() == self.known(), 60)
+                wait_for("the end of it", lambda: self.agent.hosts() == self.known(), 3 * PATIENCE)
                 self.assertIn("expected a message of at most", self.last_word())
                 self.assertLess(endless.said, 300 * MIB)
         if "VXLAN_SANITIZED" not in os.environ:  # which takes memory of its own
